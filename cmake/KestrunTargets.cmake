@@ -1,0 +1,29 @@
+# How every target of the project is built: the language, the warnings (all errors) and the
+# sanitizers.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(kestrun_warnings INTERFACE)
+target_compile_options(kestrun_warnings INTERFACE
+    -Wall -Wextra -Wshadow -Wconversion -Wpedantic -Wundef -Wvla -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wextra-semi>
+    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wshadow-all -Wcomma -Wunreachable-code
+        -Wimplicit-fallthrough -Wnewline-eof -Wmissing-prototypes>)
+if(KESTRUN_SANITIZE)
+    target_compile_options(kestrun_warnings INTERFACE
+        -fsanitize=${KESTRUN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(kestrun_warnings INTERFACE -fsanitize=${KESTRUN_SANITIZE})
+endif()
+
+# What the daemon, its modules and its library share: the repository's root is the include path.
+add_library(kestrun_product INTERFACE)
+target_link_libraries(kestrun_product INTERFACE kestrun_warnings)
+target_include_directories(kestrun_product INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(kestrun_product INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
