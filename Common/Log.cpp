@@ -1,0 +1,261 @@
+// Log.cpp - the process's one log.
+//
+// Owns the log's path, its stream and the running line number. Every line is formatted by the
+// bounded library, then written through a stream that stays open and is not flushed: the seek to
+// the end, with which the next line begins, is what brings a line into the file.
+//
+// Two things surprise. A message is taken as a format twice: once when it is made, and once more as
+// part of the finished line. And text of a stranger's making (a device path) comes in as a format,
+// so a conversion for which nothing was passed must be written as it stands instead of converted.
+
+#include "Common/Log.h"
+
+#include "tamrik/tamrik.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+static const size_t kPathSize = 1025;
+static const size_t kPathLengthMax = 1023;
+static const size_t kLineSize = 2048;  // of a message, and of a whole line
+static const long kFileSizeMax = 10000000;
+
+// ---- Module state -------------------------------------------------------------------------------
+
+static char g_szlogFileName[kPathSize];  // the log file's path; empty at start
+static bool g_blogSystemInitSuccess;     // whether logging is enabled; false at start
+static FILE *g_stream;                   // the open log; null until a line is written
+
+// ---- Text as a format ---------------------------------------------------------------------------
+
+// The states of the format language, as the columns of tamrik__lookuptable_s count them.
+enum FormatState {
+    kNormal,
+    kPercent,
+    kFlag,
+    kWidth,
+    kDot,
+    kPrecision,
+    kSize,
+    kType,
+    kInvalid,
+    kStates,
+};
+
+// A width or precision above this takes no further digit.
+static const int kNumberMax = 21474836;
+
+static FormatState NextState(FormatState state, char ch)
+{
+    int charClass = 0;
+    if (ch >= ' ' && ch <= 'z')
+        charClass = tamrik__lookuptable_s[ch - ' '] & 0xF;
+    return static_cast<FormatState>(tamrik__lookuptable_s[charClass * kStates + state] >> 4);
+}
+
+// How many characters behind the size letter 'I' belong to it, or -1 when it makes no size.
+static int CharsOfPointerSize(const char *behind)
+{
+    if (strncmp(behind, "64", 2) == 0 || strncmp(behind, "32", 2) == 0)
+        return 2;
+    return *behind != '\0' && strchr("dioxXu", *behind) ? 0 : -1;
+}
+
+// Walks the specification that begins at `spec`, a '%'. Returns its last character when that is
+// what it prints ("%%", and an 'I' that makes no size and so abandons the specification), `spec`
+// itself when it would take an argument, null when it is invalid or unfinished.
+static const char *WalkSpecification(const char *spec)
+{
+    FormatState state = kPercent;
+    int number = 0;  // the width or precision so far
+    for (const char *at = spec + 1; *at != '\0'; at++) {
+        const FormatState before = state;
+        state = NextState(state, *at);
+        if (state == kInvalid)
+            return nullptr;
+        if (state == kNormal)
+            return at;
+        if (state == kType || *at == '*')
+            return spec;
+        if (state == kWidth || state == kPrecision) {
+            number = state == before ? number : 0;
+            if (number > kNumberMax)
+                return nullptr;
+            number = number * 10 + (*at - '0');
+        }
+        if (state == kSize && *at == 'I') {
+            const int taken = CharsOfPointerSize(at + 1);
+            if (taken < 0)
+                return at;
+            at += taken;
+        }
+    }
+    return nullptr;
+}
+
+// Appends to `message` what fits beside a terminating zero. `produced` counts what does not fit
+// too.
+static void Append(char (&message)[kLineSize], size_t &produced, const char *piece, size_t length)
+{
+    if (produced < sizeof message - 1) {
+        const size_t room = sizeof message - 1 - produced;
+        memcpy_s(message + produced, room, piece, length < room ? length : room);
+    }
+    produced += length;
+}
+
+// Makes the message of a text that is a format without arguments: what vsnprintf_s makes of it, as
+// long as that is defined, and from the first specification that would take an argument on the text
+// as it stands.
+static void FormatText(char (&message)[kLineSize], const char *text)
+{
+    size_t produced = 0;
+    while (*text != '\0' && produced <= sizeof message) {
+        const char *spec = strchr(text, '%');
+        Append(message, produced, text, spec ? static_cast<size_t>(spec - text) : strlen(text));
+        // Like the engine, this looks at nothing behind the first character without a place.
+        if (!spec || produced > sizeof message)
+            break;
+        const char *last = WalkSpecification(spec);
+        if (!last) {
+            message[0] = '\0';
+            return;
+        }
+        if (last == spec) {
+            Append(message, produced, spec, strlen(spec));
+            break;
+        }
+        Append(message, produced, last, 1);
+        text = last + 1;
+    }
+    message[produced < sizeof message ? produced : sizeof message - 1] = '\0';
+}
+
+// Makes the finished line what printing it as a format without arguments gives, and returns its new
+// length.
+//
+// Intended: a '%' in the line is interpreted here for the second time, so a doubled one becomes
+// single. One that begins anything else has no argument; it and all behind it stay.
+static size_t InterpretLine(char *line, size_t length)
+{
+    char *to = static_cast<char *>(memchr(line, '%', length));
+    if (!to)
+        return length;
+    const char *from = to;
+    while (from[0] == '%' && from[1] == '%') {
+        *to++ = '%';
+        from += 2;
+        while (*from != '\0' && *from != '%')
+            *to++ = *from++;
+    }
+    const size_t rest = static_cast<size_t>(line + length - from);
+    memmove_s(to, rest + 1, from, rest + 1);
+    return static_cast<size_t>(to - line) + rest;
+}
+
+// ---- The line and the file ----------------------------------------------------------------------
+
+// Intended: the scan never looks at the first character, so a name without '/' loses it, and a '/'
+// there is dropped with it.
+static const char *BaseName(const char *sourceFile)
+{
+    size_t n = strlen(sourceFile);
+    if (n == 0)
+        return sourceFile;
+    while (n != 1 && sourceFile[n - 1] != '/')
+        n--;
+    return sourceFile + n;
+}
+
+static tm LocalTime()
+{
+    const time_t now = time(nullptr);
+    tm local = {};
+    if (!localtime_r(&now, &local))
+        return {};
+    return local;
+}
+
+// Returns the stream, at its end and below the cap, or null when the file cannot be opened.
+static FILE *StreamForNextLine()
+{
+    if (!g_stream)
+        g_stream = fopen(g_szlogFileName, "a+");
+    if (!g_stream)
+        return nullptr;
+    if (fseek(g_stream, 0, SEEK_END) == 0 && ftell(g_stream) > kFileSizeMax) {
+        fclose(g_stream);
+        g_stream = fopen(g_szlogFileName, "w+");
+    }
+    return g_stream;
+}
+
+static void WriteLine(const char *sourceFile, const char *functionName, const char *message)
+{
+    static int iCnt;  // the running line number, never reset
+    char line[kLineSize];
+    memset_s(line, sizeof line, 0, sizeof line);
+    const tm at = LocalTime();
+    iCnt++;  // before the file is tried: a lost line leaves a gap
+    const int length = snprintf_s(
+        line, sizeof line, sizeof line - 1, "line %d===%d-%d-%d %d:%d:%d   %s:%s --- %s\n", iCnt,
+        at.tm_year + 1900, at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec,
+        BaseName(sourceFile), functionName, message);
+    FILE *stream = StreamForNextLine();
+    if (!stream)
+        return;
+    // Intended: a line that was cut has lost its line feed, and the next continues it.
+    const size_t made = length < 0 ? strlen(line) : static_cast<size_t>(length);
+    fwrite(line, 1, InterpretLine(line, made), stream);
+}
+
+static bool IsRefused(const char *sourceFile, const char *functionName, const char *format)
+{
+    return !format || !functionName || !sourceFile || !g_blogSystemInitSuccess;
+}
+
+// ---- Public functions ---------------------------------------------------------------------------
+
+void InitLogSystem(const char *path)
+{
+    if (!path || strlen(path) > kPathLengthMax) {
+        g_blogSystemInitSuccess = false;
+        return;
+    }
+    strncpy_s(g_szlogFileName, sizeof g_szlogFileName, path, sizeof g_szlogFileName - 1);
+    g_blogSystemInitSuccess = true;
+}
+
+void LogFormatted(const char *sourceFile, const char *functionName, const char *format, ...)
+{
+    if (IsRefused(sourceFile, functionName, format))
+        return;
+    char message[kLineSize];
+    memset_s(message, sizeof message, 0, sizeof message);
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf_s(message, sizeof message, sizeof message - 1, format, arguments);
+    va_end(arguments);
+    WriteLine(sourceFile, functionName, message);
+}
+
+void Log(const char *sourceFile, const char *functionName, const char *text)
+{
+    if (IsRefused(sourceFile, functionName, text))
+        return;
+    char message[kLineSize];
+    memset_s(message, sizeof message, 0, sizeof message);
+    FormatText(message, text);
+    WriteLine(sourceFile, functionName, message);
+}
+
+void CloseLogSystem()
+{
+    if (g_stream) {
+        fclose(g_stream);
+        g_stream = nullptr;
+    }
+    g_blogSystemInitSuccess = false;
+}
