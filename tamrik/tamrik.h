@@ -38,32 +38,154 @@
 
 enum { RESULT_OK = 0, EINVAL_CLEARED = 150, ERANGE_CLEARED = 162, OVERLAP_CLEARED = 182 };
 
-/* The largest destination size, in bytes, that any function takes. */
-#define MAX_BUFFER_SIZE ((size_t)0x7FFFFFFF)
+/* The largest destination size, and the largest count where one is limited, in bytes. */
+#define MAX_BUFFER_SIZE 0x7FFFFFFFUL
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* ---- Memory ---- */
+/* ---- Memory ----
+ *
+ * dest is the caller's memory of destMax bytes, src memory of at least count bytes; both stay the
+ * caller's. Sizes and counts are in bytes. The checks are made in the order in which they stand here,
+ * and the first that fails decides. Nothing is ever written outside of the first destMax bytes of dest.
+ */
 
+/*
+ * memset_s fills the first count bytes of dest with the low byte of c.
+ *
+ *   result              when                                           dest afterwards
+ *   RESULT_OK           dest is not null, destMax at most              count bytes filled
+ *                       MAX_BUFFER_SIZE and count at most destMax
+ *                       (both may be 0)
+ *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
+ *   EINVAL              dest is null
+ *   ERANGE_CLEARED      count is above destMax                         all destMax bytes filled with c
+ *
+ * memset_sOptAsm is the same and fills up to 32 bytes without calling the C library.
+ * memset_sOptTc is memset_sOptAsm without the upper limit of destMax in the first row: any size that
+ * holds count is taken. A call that fails reports ERANGE for such a size all the same.
+ */
 int memset_s(void *dest, size_t destMax, int c, size_t count);
 int memset_sOptAsm(void *dest, size_t destMax, int c, size_t count);
 int memset_sOptTc(void *dest, size_t destMax, int c, size_t count);
+
+/*
+ * memcpy_s copies count bytes between regions that must not overlap. A region that would pass the
+ * end of the address space overlaps all that stands above it.
+ *
+ *   result              when                                           dest afterwards
+ *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
+ *   EINVAL              dest is null
+ *   EINVAL_CLEARED      src is null, even with a count of 0            all destMax bytes zero
+ *   ERANGE_CLEARED      count is above destMax                         all destMax bytes zero
+ *   RESULT_OK           dest equals src                                not written
+ *   OVERLAP_CLEARED     the count bytes at src and at dest overlap     all destMax bytes zero
+ *   RESULT_OK           else                                           count bytes copied
+ *
+ * memcpy_sOptAsm is the same and copies up to 64 bytes without calling the C library.
+ * memcpy_sOptTc is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise in
+ * order and not empty. A call that fails, copies nothing or has dest equal to src reports ERANGE for
+ * such a size all the same.
+ */
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count);
 int memcpy_sOptAsm(void *dest, size_t destMax, const void *src, size_t count);
 int memcpy_sOptTc(void *dest, size_t destMax, const void *src, size_t count);
+
+/*
+ * memmove_s copies count bytes between regions that may overlap: dest receives what src held.
+ * ERANGE, EINVAL, EINVAL_CLEARED and ERANGE_CLEARED as for memcpy_s, in that order; else RESULT_OK.
+ */
 int memmove_s(void *dest, size_t destMax, const void *src, size_t count);
+
+/*
+ * Moves count bytes between regions that may overlap and checks nothing. With a count of 0 neither
+ * pointer is looked at.
+ */
 void util_memmove(void *dest, const void *src, size_t count);
+
+/*
+ * Stores the library's name and version as text in the bufSize bytes at verStr, and its number in
+ * *verNumber. The text takes 36 bytes with its terminator; a smaller buffer gets an empty string. A
+ * null verStr or a bufSize of 0 or less leaves out the text, a null verNumber the number.
+ */
 void getQvTamrikVersion(char *verStr, int bufSize, unsigned short *verNumber);
+
+/* 32 bytes of 0xFF, read-only. */
 extern const unsigned char myStrAllFF[32];
 
-/* ---- Strings ---- */
+/* ---- Strings ----
+ *
+ * dest is the caller's buffer of destMax bytes, src a zero-terminated string; both stay the caller's.
+ * Sizes and counts are in bytes. The checks are made in the order in which they stand here, and the
+ * first that fails decides. "Empty" means that dest[0] became zero and nothing else was written. After
+ * success the bytes behind the terminator are what they were. src is never read past its terminator.
+ */
 
+/*
+ * strcpy_s copies the whole of src. It reads at most destMax characters of it.
+ *
+ *   result              when                                           dest afterwards
+ *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
+ *   EINVAL              dest is null
+ *   EINVAL_CLEARED      src is null                                    empty
+ *   ERANGE_CLEARED      src and its terminator take more than destMax  empty
+ *   RESULT_OK           dest equals src                                not written
+ *   OVERLAP_CLEARED     the bytes to copy and their place overlap      empty
+ *   RESULT_OK           else                                           the string
+ *
+ * strcpy_error is what a call that cannot be made ends in: its first four rows, then RESULT_OK with
+ * nothing written. It copies nothing and does not look for overlap.
+ */
 int strcpy_s(char *dest, size_t destMax, const char *src);
 int strcpy_error(char *dest, size_t destMax, const char *src);
+
+/*
+ * strncpy_s copies src, cut after count characters when it is longer, and terminates it. It reads at
+ * most the smaller of count and destMax characters of src.
+ *
+ *   result              when                                           dest afterwards
+ *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
+ *   EINVAL              dest is null
+ *   EINVAL_CLEARED      src is null, even with a count of 0            empty
+ *   ERANGE_CLEARED      count is above MAX_BUFFER_SIZE                 empty
+ *   RESULT_OK           count is 0                                     empty
+ *   ERANGE_CLEARED      count and the length of src are both at        empty
+ *                       least destMax
+ *   OVERLAP_CLEARED     the bytes that dest takes, or as many at src,  empty
+ *                       overlap the other's; dest equal to src does
+ *                       not count
+ *   RESULT_OK           else                                           the string, cut or whole
+ *
+ * strncpy_error is what a call that cannot be made ends in: its first six rows, then RESULT_OK with
+ * nothing written. It copies nothing and does not look for overlap.
+ */
 int strncpy_s(char *dest, size_t destMax, const char *src, size_t count);
 int strncpy_error(char *dest, size_t destMax, const char *src, size_t count);
+
+/*
+ * strncat_s appends src, cut after count characters when it is longer, to the string in dest, and
+ * terminates it. The end of that string is searched in destMax bytes, and not past src.
+ *
+ *   result              when                                           dest afterwards
+ *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
+ *   EINVAL              dest is null
+ *   EINVAL_CLEARED      src is null, even with a count of 0            empty
+ *   ERANGE_CLEARED      count is above MAX_BUFFER_SIZE                 empty
+ *   EINVAL_CLEARED      no terminator in dest                          empty
+ *   OVERLAP_CLEARED     src stands above dest and before or at the     empty
+ *                       terminator of dest
+ *   ERANGE_CLEARED      the last byte of dest received a character     see below
+ *   OVERLAP_CLEARED     the next byte to write would be the first of   see below
+ *                       src, or the next to read the first of dest
+ *   RESULT_OK           src ended, or count characters were appended   both strings, terminated
+ *
+ * The last three are judged after each character that is not the terminator, the last of count
+ * included: when one of the errors is found, dest[0] is zero and the characters appended so far stand
+ * where they were put. dest equal to src is no overlap: the string is appended to itself, and as its
+ * end moves away while it is copied, only count or the size ends the copy.
+ */
 int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
 
 /* ---- Formatted output ---- */

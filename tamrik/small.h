@@ -1,0 +1,92 @@
+// Small fills and copies without a call: the inline part of memory.cpp and string.cpp.
+//
+// Each size is served by wide moves from both ends that meet or overlap in the middle, so that no
+// byte outside of the block is touched and no loop remains. The sizes given to __builtin_memcpy are
+// constants: what comes out is a load and a store, never a call.
+#ifndef TAMRIK_SMALL_H
+#define TAMRIK_SMALL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+constexpr size_t kSmallFill = 32;  // the largest block that FillSmall fills, in bytes
+constexpr size_t kSmallCopy = 64;  // the largest block that CopySmall copies, in bytes
+
+// Sixteen bytes that travel in one register.
+typedef uint64_t TwoWords __attribute__((vector_size(16)));
+
+// Stores two pieces of the type Piece, the first at the block's start and the second at its end.
+template <typename Piece>
+static inline void StoreEnds(unsigned char *dest, size_t count, Piece first, Piece last)
+{
+    __builtin_memcpy(dest, &first, sizeof first);
+    __builtin_memcpy(dest + count - sizeof last, &last, sizeof last);
+}
+
+// Copies a block of at least one and at most two pieces of the type Piece.
+template <typename Piece>
+static inline void CopyEnds(unsigned char *dest, const unsigned char *src, size_t count)
+{
+    Piece first, last;
+    __builtin_memcpy(&first, src, sizeof first);
+    __builtin_memcpy(&last, src + count - sizeof last, sizeof last);
+    StoreEnds(dest, count, first, last);
+}
+
+// Fills 1 to kSmallFill bytes of dest with the bytes of word, which are all alike.
+static inline void FillSmall(unsigned char *dest, uint64_t word, size_t count)
+{
+    if (count >= sizeof(TwoWords)) {
+        const TwoWords words = {word, word};
+        StoreEnds(dest, count, words, words);
+    } else if (count >= sizeof word) {
+        StoreEnds(dest, count, word, word);
+    } else if (count >= sizeof(uint32_t)) {
+        const uint32_t half = static_cast<uint32_t>(word);
+        StoreEnds(dest, count, half, half);
+    } else if (count >= sizeof(uint16_t)) {
+        const uint16_t quarter = static_cast<uint16_t>(word);
+        StoreEnds(dest, count, quarter, quarter);
+    } else {
+        *dest = static_cast<unsigned char>(word);
+    }
+}
+
+// Copies 1 to kSmallCopy bytes from src to dest, which do not overlap.
+static inline void CopySmall(void *to, const void *from, size_t count)
+{
+    unsigned char *dest = static_cast<unsigned char *>(to);
+    const unsigned char *src = static_cast<const unsigned char *>(from);
+    if (count > 2 * sizeof(TwoWords)) {
+        constexpr size_t kHalf = 2 * sizeof(TwoWords);
+        CopyEnds<TwoWords>(dest, src, kHalf);
+        CopyEnds<TwoWords>(dest + count - kHalf, src + count - kHalf, kHalf);
+    } else if (count >= sizeof(TwoWords)) {
+        CopyEnds<TwoWords>(dest, src, count);
+    } else if (count >= sizeof(uint64_t)) {
+        CopyEnds<uint64_t>(dest, src, count);
+    } else if (count >= sizeof(uint32_t)) {
+        CopyEnds<uint32_t>(dest, src, count);
+    } else if (count >= sizeof(uint16_t)) {
+        CopyEnds<uint16_t>(dest, src, count);
+    } else {
+        *dest = *src;
+    }
+}
+
+// How far apart two addresses lie, in bytes, whichever is the higher one. Two regions of count bytes
+// each overlap when the distance of their starts is below count.
+static inline size_t Distance(const void *one, const void *other)
+{
+    const uintptr_t a = reinterpret_cast<uintptr_t>(one);
+    const uintptr_t b = reinterpret_cast<uintptr_t>(other);
+    return a > b ? a - b : b - a;
+}
+
+// True for a destination size that no function takes. Zero wraps round and fails with the large ones.
+static inline bool IsBadSize(size_t destMax, size_t largest)
+{
+    return destMax - 1 > largest - 1;
+}
+
+#endif
