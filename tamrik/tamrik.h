@@ -190,21 +190,110 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
 
 /* ---- Formatted output ---- */
 
+/*
+ * The format language is the library's own:  % flags width .precision size conversion
+ *
+ *   flags       ' ' '#' '+' '-' '0', also behind the width ("%5-d")
+ *   width       digits or '*'; a negative '*' left-justifies (but not a floating conversion)
+ *   precision   '.' and digits, '*' or nothing (0); a negative '*' is none at all
+ *   size        h hh l ll j t z w L q I I32 I64, N and Z (which say nothing), any number of them
+ *   conversion  d i u o x X p c C s S e E f F g G, and "%%" for a percent sign
+ *
+ * Digits behind a '*' continue its number. A width or precision above 21474836 takes no more digits.
+ * An integer has the size that comes first among I or I64 or p, ll or L or q, l, hh, h, t, z, j; 32
+ * bits without one. It is filled with zeros up to a precision of 512. A null pointer prints "(nil)"
+ * and a null string "(null)". With 'l' or 'w' strings and characters are wide; 'S' and 'C' are wide
+ * unless 'h' is given. Widths and precisions of strings count the units of the argument's own text.
+ * An 'I' that is no size drops its specification: it and what follows are text.
+ *
+ * "%n", 'a', 'A' and every other character or order make the format invalid; nothing is ever stored
+ * through an argument.
+ *
+ * A string is read no further than its terminating zero or its precision. What is printed for an
+ * 'e', 'f' or 'g' is the text of the value passed, a double or with L or q a long double, whatever
+ * other size letters stand there. A floating conversion prints nothing, and the rest goes on, when
+ * there is no memory for it, when the precision is too large to reckon a buffer from (above
+ * 2147483298 for double, 2147478675 for long double) or when the platform's text is longer than
+ * reckoned; its argument is taken all the same. So does a single wide character that the locale does
+ * not have; in a wide string it fails the call.
+ *
+ * Only floating conversions allocate: those with a width or a precision of some hundred (a long
+ * double always) and those that are written with more than 15 characters; freed before the next
+ * character of the format. No argument may overlap the destination. No function of this section
+ * changes errno, and all of them may be called from several threads at once.
+ */
+
+/*
+ * Formats into strDest, a buffer of destMax bytes, and returns how many characters were written, the
+ * terminating zero not counted, or -1.
+ *
+ * Checked in this order: destMax in 1 to MAX_BUFFER_SIZE, strDest and format not null; count below
+ * MAX_BUFFER_SIZE, or SIZE_MAX for "no limit". A failed check gives -1, with strDest[0] cleared where
+ * strDest is not null and destMax is not 0, a destMax above the limit included.
+ *
+ * With count below destMax the output is cut: what is longer than count characters gives -1 and
+ * leaves the first count characters and a zero. Otherwise output that does not fit destMax bytes with
+ * its zero gives -1 and an empty string, and strDest[destMax - 1] is cleared in every case. A format
+ * that is invalid or ends inside a specification, or a wide string that cannot be converted, gives -1
+ * and an empty string, unless the output was cut before that point. vsnprintf_s leaves the caller's
+ * argList as it was.
+ */
+int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...);
+int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList);
+
+/* Where an engine writes to. */
 typedef struct OutputStream {
-    int count; /* bytes that may still be written, the terminating zero included */
+    int count; /* bytes that may still be written, the terminating zero included; every attempt to
+                  write lowers it, so that it is negative once something found no room */
     char *cur; /* where the next byte goes */
 } OutputStream;
 
-int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...);
-int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList);
+/*
+ * Formats into dest, a buffer of size bytes (above MAX_BUFFER_SIZE as of MAX_BUFFER_SIZE), and ends
+ * the text with a zero. Returns the number of characters; -1 for an invalid format or a failed
+ * conversion; -2 when the output did not fit, which output of exactly size characters does not. After
+ * a failure dest[size - 1] is zero and what stands before it is what was written so far. A null dest
+ * or a size of 0 has no room: nothing is stored, and every good format gives -2.
+ */
 int vsnprintf_helper(char *dest, size_t size, const char *format, va_list argList);
+
+/*
+ * The engine: formats to the stream, without a terminating zero, and returns the number of characters
+ * or a negative number: the format is invalid, a conversion failed or the room ran out (then
+ * stream->count is below 0 and all that fitted is written). stream and format are not null. What the
+ * platform returns for a floating conversion counts as it is: a negative result lowers the number of
+ * characters, fails the call where that falls below 0, and gives no room back.
+ */
 int tamrik_output_s(OutputStream *stream, const char *format, va_list argList);
+
+/*
+ * Its twin for wide formats and wide output. count is in bytes, sizeof(wchar_t) for each character
+ * written, cur needs no alignment; the result counts characters. Narrow strings and characters go
+ * through mbtowc, and 'S' and 'C' without a size are narrow, as 's' and 'c' are.
+ */
 int tamrik_woutput_s(OutputStream *stream, const wchar_t *format, va_list argList);
+
+/* The platform's vsprintf: no limit of size, its result as it is. errno may change here. */
 int indirectSprintf(char *buffer, const char *format, ...);
+
+/*
+ * The checked writers: one character, n copies of one, n bytes of a string; below 1 nothing happens.
+ * Before each byte the room is lowered by one; where there was none left, *charsOut becomes -1 and the
+ * writer stops, else the byte is stored and *charsOut grows by one.
+ */
 void write_char_a(char ch, OutputStream *stream, int *charsOut);
 void write_multi_char_a(char ch, int n, OutputStream *stream, int *charsOut);
 void write_string_a(const char *str, int n, OutputStream *stream, int *charsOut);
+
+/* Writes n zero bytes as far as there is room. 1 when all were written (n of 0 too), else 0. */
 int putWcharStrEndingZero(OutputStream *stream, int n);
+
+/*
+ * The engines' state machine, packed. For the character ' ' + i the low nibble of byte i is its
+ * class: 0 other, 1 percent, 2 dot, 3 star, 4 zero, 5 digit, 6 flag, 7 size, 8 type. The high nibble
+ * of byte class * 9 + state is the next state: 0 normal, 1 percent, 2 flag, 3 width, 4 dot,
+ * 5 precision, 6 size, 7 type, 8 invalid (from which nothing follows).
+ */
 extern const unsigned char tamrik__lookuptable_s[91];
 
 /* ---- Formatted input ---- */
