@@ -22,8 +22,9 @@ if(KESTRUN_SANITIZE)
 endif()
 
 # What the daemon, its modules and its library share: the repository's root is the include path.
+# Tests link the same modules, but are themselves built with exceptions (the property says so).
 add_library(kestrun_product INTERFACE)
 target_link_libraries(kestrun_product INTERFACE kestrun_warnings)
 target_include_directories(kestrun_product INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(kestrun_product INTERFACE
-    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+    "$<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<BOOL:$<TARGET_PROPERTY:KESTRUN_EXCEPTIONS>>>>:-fno-exceptions;-fno-rtti>")
