@@ -441,8 +441,10 @@ Call AnyCall(Random &random, std::size_t size)
     call.count = random.Below(std::min(room, call.destMax) + 1);
     if (random.OneIn(8))  // does not fit
         call.count = call.destMax + 1 + random.Below(40);
-    if (random.OneIn(32))  // the sizes that are too large, with a count that could be served
-        call.destMax = random.OneIn(2) ? kHuge : kAboveLimit, call.count = random.Below(room + 1);
+    if (random.OneIn(32)) {  // the sizes that are too large, with a count that could be served
+        call.destMax = random.OneIn(2) ? kHuge : kAboveLimit;
+        call.count = random.Below(room + 1);
+    }
     if (random.OneIn(32))
         call.dest = kNone;
     if (random.OneIn(32))
