@@ -296,26 +296,123 @@ int putWcharStrEndingZero(OutputStream *stream, int n);
  */
 extern const unsigned char tamrik__lookuptable_s[91];
 
-/* ---- Formatted input ---- */
-
+/* ---- Formatted input ----
+ *
+ * A source of input. It is the caller's: set kind and what that kind needs, and all else to zero. The
+ * same source can be scanned again and again; each scan goes on where the one before ended.
+ *
+ *   kind  what is read                             what the caller sets
+ *   ----  ---------------------------------------  -------------------------------------------------
+ *   0x1   a string, which is never written; a      cur: its first character; count: its length in
+ *         zero in it is a character like others    bytes (for tamrik_winput_s, whose strings are of
+ *                                                  wchar_t, sizeof(wchar_t) times the characters)
+ *   0x2   a file, in blocks of 1024 bytes          stream: open for reading, at any position
+ *   0x4   standard input, by single characters     nothing
+ *
+ * Files and standard input stay the caller's and open. When a scan from a file ends, what was read
+ * ahead is given back: the file stands just past the last character used. A UTF-8 byte-order mark with
+ * which the first block begins is passed over. A stream that has no position (a pipe, a terminal)
+ * is read by single characters instead, and the one read too far goes back by ungetc, as on standard
+ * input: nothing is lost there either. The string of a source is never read past count bytes; a file
+ * or stream that ends, that fails and for which no memory is left all look like the end of the input.
+ */
 typedef struct InputSource {
-    int count;
-    const char *cur;
-    char *base;
-    int kind;
-    FILE *stream;
-    int consumed;
-    long startOffset;
-    int pushback;
-    int pushbackValid;
+    int count;       /* bytes still to be read from cur on; 0 or less at the end of a string */
+    const char *cur; /* the next byte */
+    char *base;      /* the block of a file, 1025 bytes of the library's; null between scans */
+    int kind;     /* 0x1, 0x2 or 0x4; while a file is being read also 0x8, and 0x10 with a mark */
+    FILE *stream; /* the file of kind 0x2 */
+    int consumed; /* bytes of a file handed out since startOffset, a mark not counted */
+    long startOffset;  /* where the file stood when its first block was read; -1: it cannot tell */
+    int pushback;      /* standard input: the last character read or given back */
+    int pushbackValid; /* whether that is to be read next; a scan leaves it 0, with the character in
+                          the stream */
 } InputSource;
 
+/*
+ * tamrik_input_s reads fields from source as format says and stores them through the pointers in
+ * argList, by the rules of the platform's sscanf but for what follows; tamrik_winput_s is the same with
+ * a wide format. Neither changes errno or keeps state; the arguments stay the caller's.
+ *
+ *   result           when
+ *   0 or more        the fields stored ("%*" and "%n" are none). The scan ends at the end of the
+ *                    format; at the first conversion or literal that the input does not match; after a
+ *                    conversion that met the end of the input, unless "%n" follows it directly; at a
+ *                    field that does not fit; at bytes that are no character of the locale; and at a
+ *                    specification that makes no sense: an unknown conversion or 'I' followed by
+ *                    none of its own, "%{", a "%[" without its ']', a width of 0
+ *   EOF (-1)         the input ended before the first conversion, suppressed ones included, was done
+ *   -2               a parameter is wrong: source or format is null; the source is of no kind, a file
+ *                    without stream, or a string without cur; the pointer to a destination is null; the
+ *                    size of a destination is 0 (a terminator is stored all the same) or too large
+ *                    (nothing is stored): above 0x7FFFFFFF, for wide text above 0x1FFFFFFF. Fields in
+ *                    front of it have been stored
+ *
+ * Destinations. "%s", "%c" and "%[" take two arguments: the pointer and, as unsigned int, the size of
+ * the destination in its own characters (char or wchar_t), the terminator included. Nothing is
+ * written past it. A field that is missing, does not fit with its terminator or has no form in the
+ * destination's encoding leaves an empty string (the text read of it is used up, the character that
+ * did not fit is not). "%c" stores as many characters as its width says, else 1, and no terminator;
+ * when the input ends before, what there is counts as the field and is terminated. Whether a
+ * destination is wide is decided alike in both functions: "%s", "%c" and "%[" are narrow, "%S" and
+ * "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
+ *
+ * Units. tamrik_input_s reads bytes, and widths and "%n" count bytes; but for wide text it reads whole
+ * characters of the locale's encoding, and its width counts those. tamrik_winput_s reads and counts
+ * wide characters; it finds them as they are in a string, by fgetwc on standard input, and as the
+ * locale's multibyte text in a file. A literal of several bytes matches or is given back as a whole.
+ *
+ * Sizes of numbers: 'h' short, "hh" char, 'l' long, or double for a float; "ll", 'j', 'q', 'L', 't',
+ * 'z', "I64" and 'I' before one of d i o x X 64 bits, which for a float is double; "I32" 32 bits. 'L'
+ * and 'q' make a float a long double. 'F' and 'N' are passed over, so that there is no "%F". Width, '*'
+ * and size letters may stand in any order.
+ *
+ * Numbers: "%d" and "%u" are decimal, "%i" takes its base from the digits ("0x", "0", else 10), "%o"
+ * octal, "%x" and "%X" hexadecimal with or without "0x"; "%p" is "%x" for a pointer and knows "(nil)".
+ * A value beyond 64 bits becomes the nearest that they hold, and what is stored is its low part. The
+ * floats ("%a", "%e", "%f", "%g", or their capitals but 'F') are read as strtod reads them, long
+ * doubles as strtold; a float is the double made smaller. A text that only begins like a number ("0x",
+ * "1e", "infin") does not match.
+ *
+ * Sets: a ']' that comes first, behind '^' if there is one, is a member. "a-z" is a range; a '-' that
+ * stands first, last or before a smaller character is a member.
+ */
 int tamrik_input_s(InputSource *source, const char *format, va_list argList);
 int tamrik_winput_s(InputSource *source, const wchar_t *format, va_list argList);
+
+/*
+ * The next byte of the source, 0 to 255, or EOF. At the end of a string count and cur go on all the
+ * same. The block of a file that _inc has read is freed by the next scan from the source alone.
+ */
 int _inc(InputSource *source);
+
+/*
+ * Gives back ch, the last character read, one at a time: it is what _inc returns next. EOF is ignored.
+ */
 void _un_inc(int ch, InputSource *source);
+
+/*
+ * Reads up to the first character that is no white space in the current locale, and returns that, or
+ * EOF. *counter grows by one for every character read, the returned one included.
+ */
 int _whiteout(int *counter, InputSource *source);
+
+/*
+ * Makes room in the text buffer of a floating-point field: *buffer has *size bytes of which used are
+ * taken. Returns 1 when there is room, at once if used is not *size. Else the buffer is replaced by one
+ * of twice the size, the new half zero: the first time (*onHeap 0, then 1) it takes the content of
+ * localBuffer; later the old one is zeroed and freed. The new one is the caller's to free. Returns 0,
+ * with nothing changed, when no memory is left or the size would pass 0x7FFFFFFF.
+ */
 int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap);
+
+/*
+ * For callers of the engines: empties the destination of the first conversion after a failed scan. That
+ * is done when the first '%' of the format, but for width digits and the letters 'l', 'w' and 'h', is a
+ * "%s", "%c" or "%[" (with its ']'), in either case of the letter, the first two arguments are a pointer
+ * that is not null and a size from 1 to 0x7FFFFFFF, and input is null or empty; with other input only
+ * "%s" and "%S" are emptied. A narrow destination gets one zero byte, a wide one a wide zero.
+ */
 void clearDestBuf(const char *input, const char *format, va_list argList);
 void clearwDestBuf(const wchar_t *input, const wchar_t *format, va_list argList);
 
