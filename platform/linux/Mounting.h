@@ -1,0 +1,32 @@
+// Mounting.h - mount requests, one after the other for each disk, and unmounts.
+#ifndef PLATFORM_LINUX_MOUNTING_H
+#define PLATFORM_LINUX_MOUNTING_H
+
+#include "Disks.h"
+
+// Asks for the disk to be mounted; `callback` (or nobody, if null) is called once, by
+// DeliverCompletion. `refusal` other than kDAReturnSuccess completes the request with that.
+void RequestMount(DADiskRef disk, DADiskMountCallback callback, void *context,
+                  CFStringRef const arguments[], DAReturn refusal);
+
+// Starts the requests that need not wait any more.
+void ProceedWithMounts();
+
+// Calls the callback of one request that is done. False if there is none.
+bool DeliverCompletion();
+bool IsCompletionDue();
+
+// The disk is not there any more: unmounts what this layer has mounted of it. While it is being
+// mounted that waits for the mount's end.
+void UnmountDisk(DADiskRef disk);
+
+// Unmounts what an earlier process left at this place.
+void UnmountLeftover(const char *place, dev_t device);
+
+// Tries again what could not be unmounted before.
+void RetryUnmounts();
+
+// True while the disk is being mounted or unmounted.
+bool IsInUse(const Identity &disk);
+
+#endif
