@@ -1,0 +1,2 @@
+#define STB_SPRINTF_IMPLEMENTATION
+#include <stb/stb_sprintf.h>
