@@ -1,0 +1,52 @@
+// logbook.h - the daemon's log, followed from outside as it is written.
+#ifndef BENCH_LOGBOOK_H
+#define BENCH_LOGBOOK_H
+
+#include <string>
+#include <vector>
+
+namespace bench
+{
+
+extern const char kLogPath[];
+
+// A line of the log, without its line end.
+struct LogLine {
+    std::string text;
+    bool unwritten = false;  // read from the daemon's memory: the file does not hold it yet
+};
+
+struct LogBook {
+    long offset = 0;             // how much of the file was read
+    std::string text;            // all that was read, line ends included
+    std::string unfinished;      // the end of it that is no whole line yet
+    std::vector<LogLine> lines;  // whole lines; the last one may be an unwritten one
+    long lastNumber = 0;         // the number of the last record that was read from the file
+    bool cut = false;            // the file was emptied by the daemon meanwhile
+};
+
+// Passes over what the file holds already.
+void SkipLog(LogBook *book);
+
+// Reads what was added since. True when there are new lines.
+bool FollowLog(LogBook *book);
+
+// A new daemon begins to count anew.
+void RestartLog(LogBook *book);
+
+// Takes in a line that the daemon has not written yet; FollowLog replaces it by the written one.
+void AddUnwritten(LogBook *book, const std::string &line);
+
+// The number of a record ("line 12===..."), 0 when the line begins no record.
+long RecordNumber(const std::string &line);
+
+// The first line from `from` on that holds `text`; -1 when there is none.
+long FindInLog(const LogBook &book, const std::string &text, size_t from);
+long CountInLog(const LogBook &book, const std::string &text);
+
+// What a line says without its number and time: "Kestrun:main --- ...".
+std::string LineBody(const std::string &line);
+
+}  // namespace bench
+
+#endif

@@ -1,0 +1,202 @@
+// main.cpp - kestrun-bench: plays scenarios against the real daemon.
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include "bench/player.h"
+#include "bench/scenario.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const int kExitPassed = 0;
+const int kExitFailed = 1;
+const int kExitMistake = 2;
+const int kExitNotPlayable = 77;  // what ctest and automake take for "skipped"
+
+const double kMostSpeed = 1000;
+
+const char kUsage[] =
+    "usage: kestrun-bench run FILE [options]   plays a scenario\n"
+    "       kestrun-bench words                lists the statements of a scenario\n"
+    "options:\n"
+    "  --speed N         the daemon sleeps N times shorter (1 to 1000, may be fractional)\n"
+    "  --dry-run         checks the scenario and prints what would be done\n"
+    "  --daemon PATH     the daemon (else the one built beside this program)\n"
+    "  --keep            keeps the log and the world's other files in /tmp\n"
+    "  --seed N          the random numbers' start (else 1)\n"
+    "  --world KIND      root, user or real (else the first that this machine allows)\n"
+    "  --update-golden   writes the scenario's golden log anew\n"
+    "exit status: 0 all came true, 1 something did not, 2 a mistake in the scenario or in these\n"
+    "arguments, 77 this machine cannot play it\n";
+
+struct Arguments {
+    bench::PlayOptions play;
+    bool dryRun = false;
+};
+
+// Every statement and what it means, those that are repeated set in.
+void PrintPlan(const std::vector<bench::Step> &steps)
+{
+    std::string indent = "  ";
+    for (const bench::Step &step : steps) {
+        if (step.act == bench::Act::End)
+            indent.resize(indent.size() - 4);
+        std::cout << indent << "line " << step.place.line << ": " << step.text << "\n"
+                  << indent << "    " << bench::StepMeaning(step) << "\n";
+        if (step.act == bench::Act::Repeat)
+            indent += "    ";
+    }
+}
+
+bool TakeNumber(const char *text, double least, double most, double *number)
+{
+    char *end = nullptr;
+    *number = strtod(text, &end);
+    return end != text && *end == '\0' && *number >= least && *number <= most;
+}
+
+bool TakeWorld(const std::string &text, bench::WorldKind *kind)
+{
+    if (text == "root") {
+        *kind = bench::WorldKind::Root;
+    } else if (text == "user") {
+        *kind = bench::WorldKind::User;
+    } else if (text == "real") {
+        *kind = bench::WorldKind::Real;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+enum Option { kSpeed = 1, kDryRun, kDaemon, kKeep, kSeed, kWorld, kUpdateGolden, kHelp };
+
+const struct option kOptions[] = {
+    {"speed", required_argument, nullptr, kSpeed},
+    {"dry-run", no_argument, nullptr, kDryRun},
+    {"daemon", required_argument, nullptr, kDaemon},
+    {"keep", no_argument, nullptr, kKeep},
+    {"seed", required_argument, nullptr, kSeed},
+    {"world", required_argument, nullptr, kWorld},
+    {"update-golden", no_argument, nullptr, kUpdateGolden},
+    {"help", no_argument, nullptr, kHelp},
+    {nullptr, 0, nullptr, 0},
+};
+
+bool TakeOption(int option, Arguments *arguments)
+{
+    double number = 0;
+    switch (option) {
+    case kSpeed: return TakeNumber(optarg, 1, kMostSpeed, &arguments->play.speed);
+    case kDryRun: arguments->dryRun = true; return true;
+    case kDaemon: arguments->play.daemonProgram = fs::absolute(optarg); return true;
+    case kKeep: arguments->play.keep = true; return true;
+    case kSeed:
+        if (!TakeNumber(optarg, 0, static_cast<double>(LONG_MAX), &number))
+            return false;
+        arguments->play.seed = static_cast<unsigned long>(number);
+        return true;
+    case kWorld: return TakeWorld(optarg, &arguments->play.world);
+    case kUpdateGolden: arguments->play.updateGolden = true; return true;
+    default: return false;
+    }
+}
+
+// What was built beside this program.
+void FindBuild(bench::PlayOptions *play)
+{
+    std::error_code ignored;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ignored);
+    const fs::path folder = self.parent_path();
+    play->toolsDir = folder / "bin";
+    play->speedLibrary = folder / "libkestrun-speed.so";
+    play->daemonProgram = folder.parent_path() / "src" / "Kestrun";
+}
+
+bool ReadScenario(const std::string &path, bench::Scenario *scenario)
+{
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file || text.fail()) {
+        std::cerr << "kestrun-bench: " << path << ": " << strerror(errno) << "\n";
+        return false;
+    }
+    bench::Mistake mistake;
+    if (!bench::ParseScenario(text.str(), scenario, &mistake)) {
+        std::cerr << path << ":" << mistake.place.line << ":" << mistake.place.column << ": "
+                  << mistake.message << "\n";
+        return false;
+    }
+    return true;
+}
+
+int Run(const Arguments &arguments)
+{
+    bench::Scenario scenario;
+    if (!ReadScenario(arguments.play.scenarioFile, &scenario))
+        return kExitMistake;
+    if (!scenario.title.empty())
+        std::cout << scenario.title << "\n";
+    if (arguments.dryRun) {
+        PrintPlan(scenario.steps);
+        return kExitPassed;
+    }
+    for (const std::string &needed : {arguments.play.daemonProgram, arguments.play.speedLibrary,
+                                      arguments.play.toolsDir + "/open"}) {
+        if (access(needed.c_str(), R_OK | X_OK) != 0) {
+            std::cerr << "kestrun-bench: " << needed << ": " << strerror(errno) << "\n";
+            return kExitMistake;
+        }
+    }
+    std::cout.flush();
+    switch (bench::Play(scenario, arguments.play)) {
+    case bench::Result::Passed: return kExitPassed;
+    case bench::Result::Failed: return kExitFailed;
+    case bench::Result::NotPlayable: break;
+    }
+    return kExitNotPlayable;
+}
+
+int Usage(int status)
+{
+    (status == kExitPassed ? std::cout : std::cerr) << kUsage;
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    FindBuild(&arguments.play);
+    int option = 0;
+    while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+        if (option == kHelp)
+            return Usage(kExitPassed);
+        if (!TakeOption(option, &arguments))
+            return Usage(kExitMistake);
+    }
+    const std::string command = optind < argc ? argv[optind] : "";
+    if (command == "words" && optind + 1 == argc) {
+        std::cout << bench::StatementList();
+        return kExitPassed;
+    }
+    if (command != "run" || optind + 2 != argc)
+        return Usage(kExitMistake);
+    arguments.play.scenarioFile = fs::absolute(argv[optind + 1]);
+    return Run(arguments);
+}

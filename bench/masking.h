@@ -1,0 +1,24 @@
+// masking.h - logs made comparable: times and process ids masked, and what differs shown.
+#ifndef BENCH_MASKING_H
+#define BENCH_MASKING_H
+
+#include <string>
+
+namespace bench
+{
+
+// The log with the time of each record replaced by "<time>" and the process id in the command
+// "ps aux | awk -v PID=..." by "<pid>". Every other byte stays.
+std::string MaskLog(const std::string &log);
+
+// Empty when both are the same; else the first line that differs in both, with its number and the
+// three lines before it. Bytes that no terminal shows are written as \xNN.
+std::string DescribeDifference(const std::string &expected, const std::string &actual);
+
+// The text with control characters and bytes that are not part of valid UTF-8 written as \xNN, so
+// that what a device calls itself cannot steer a terminal.
+std::string Printable(const std::string &text);
+
+}  // namespace bench
+
+#endif

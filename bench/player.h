@@ -1,0 +1,80 @@
+// player.h - plays a scenario against the real daemon.
+#ifndef BENCH_PLAYER_H
+#define BENCH_PLAYER_H
+
+#include <functional>
+#include <random>
+#include <string>
+
+#include "bench/expectations.h"
+#include "bench/modem.h"
+#include "bench/process.h"
+#include "bench/scenario.h"
+#include "bench/timeline.h"
+#include "bench/world.h"
+
+namespace bench
+{
+
+struct PlayOptions {
+    std::string scenarioFile;   // absolute
+    std::string daemonProgram;  // absolute
+    std::string toolsDir;       // bench/bin
+    std::string speedLibrary;
+    double speed = 1;
+    unsigned long seed = 1;
+    WorldKind world = WorldKind::Automatic;
+    bool keep = false;
+    bool updateGolden = false;
+};
+
+enum class Result {
+    Passed,
+    Failed,
+    NotPlayable,  // this machine cannot play it
+};
+
+struct Player {
+    const PlayOptions *options = nullptr;
+    World world;
+    Hardware hardware;
+    Process daemon;
+    Observed observed;
+    TimeLine timeLine;
+    std::mt19937_64 random = std::mt19937_64(1);  // seeded anew for each play
+    size_t linesShown = 0;
+    size_t callsRead = 0;   // how much of the record of calls was taken
+    long soughtNumber = 0;  // the unwritten line that was looked for last, and how often
+    int soughtTimes = 0;
+    int soughtLimit = 5;
+    Result result = Result::Passed;
+    std::string problem;   // why it failed
+    int expectations = 0;  // how many came true
+};
+
+// Plays the whole scenario in the calling process, which moves into a new world for it.
+Result Play(const Scenario &scenario, const PlayOptions &options);
+
+// For the parts that the player is made of:
+
+// Looks at everything once and shows what is new.
+void LookAround(Player *player);
+
+// Looks around until `done` says true (then true), the daemon ends by itself, or `within` seconds of
+// the daemon and a grace for slow machines are over. Where `stopWhenIdle`, a daemon that has had
+// nothing to do for a while ends the wait too: nothing more will come.
+bool WaitFor(Player *player, const std::string &what, double within, bool stopWhenIdle,
+             const std::function<bool()> &done);
+
+// Ends the scenario as failed, and says why.
+void FailScenario(Player *player, const std::string &why);
+
+// storm.cpp: random plugs and pulls, and the claims about what they leave.
+void PlayStorm(Player *player, long events);
+
+// wakeups.cpp: the claim that the daemon sleeps without waking.
+void ExpectNoWakeUp(Player *player, double seconds);
+
+}  // namespace bench
+
+#endif

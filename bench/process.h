@@ -1,0 +1,57 @@
+// process.h - the daemon as a process: started, killed, and looked at from outside.
+#ifndef BENCH_PROCESS_H
+#define BENCH_PROCESS_H
+
+#include <string>
+
+#include <sys/types.h>
+
+#include "bench/world.h"
+
+namespace bench
+{
+
+struct Process {
+    pid_t pid = 0;          // 0: none runs
+    bool ended = false;     // it ended by itself
+    int status = 0;         // its wait status, when it ended
+    bool killed = false;    // the scenario killed it
+    std::string errorFile;  // what it wrote to stdout and stderr
+    long bufferPage = 0;    // where its unwritten log line was found last
+};
+
+// Starts the daemon in the world of the calling process, its sleeps `speed` times shorter. False
+// with the reason in `why`.
+bool StartProcess(const World &world, const std::string &program, double speed, Process *process,
+                  std::string *why);
+
+// Kills it with SIGKILL and waits for its end.
+void KillProcess(Process *process);
+
+// Learns whether it ended meanwhile.
+void CheckProcess(Process *process);
+
+// True when it sleeps without a limit in its run loop and has no child: it has nothing to do.
+bool IsIdle(const Process &process);
+
+// True when it sleeps at all, in its run loop or for a time.
+bool IsAsleep(const Process &process);
+
+int CountDescriptors(const Process &process);
+int CountChildren(const Process &process);
+long ResidentKiB(const Process &process);
+
+// How often it was woken or put to sleep so far; -1 when that cannot be read.
+long CountSwitches(const Process &process);
+
+// The log keeps its last line in memory until the next one follows. Finds the line with this number
+// there: the text up to its first line end, or an empty one when it cannot be found. Makes sense
+// while the daemon sleeps.
+std::string UnwrittenLine(Process *process, long number);
+
+// How it ended, in plain words.
+std::string EndOf(const Process &process);
+
+}  // namespace bench
+
+#endif
