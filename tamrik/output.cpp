@@ -322,8 +322,10 @@ static void WriteText(Call<char> *call, PlainText text)
 
 static void WriteText(Call<wchar_t> *call, PlainText text)
 {
+    wchar_t wide[kTextSize];
     for (int i = 0; i < text.length; i++)
-        WriteRepeated(static_cast<wchar_t>(text.text[i]), 1, call->stream, &call->charsOut);
+        wide[i] = static_cast<wchar_t>(text.text[i]);
+    WriteString(wide, text.length, call->stream, &call->charsOut);
 }
 
 static void WriteText(Call<char> *call, NarrowText text)
