@@ -1235,6 +1235,11 @@ template <typename Char>
 static Outcome ConvertText(Scan<Char> *scan, Spec<Char> *spec, const Char **format)
 {
     Text text = {IsWideText(spec->type, spec->wideLetters), false, nullptr, 0, 0};
+    // From here on the case of the letter says no more.
+    if (spec->type == 'S')
+        spec->type = 's';
+    if (spec->type == 'C')
+        spec->type = 'c';
     if (!spec->isSuppressed) {
         const Outcome outcome = TakeTextSize(scan, *spec, &text);
         if (outcome != kDone)
@@ -1242,10 +1247,6 @@ static Outcome ConvertText(Scan<Char> *scan, Spec<Char> *spec, const Char **form
     }
     if (spec->type == '[' && !ReadSet(format, &spec->set))
         return kNoMatch;
-    if (spec->type == 'S')
-        spec->type = 's';
-    if (spec->type == 'C')
-        spec->type = 'c';
     if (spec->type == 's')
         SkipBlanks(scan);
     if (spec->hasWidth && spec->width == 0) {
