@@ -1,0 +1,349 @@
+// Kestrun.cpp - start-up, disk arrival, mount-time actions and the search for the serial port.
+//
+// Owns gMountArgs and, for the life of the process, the disk arbitration session and its match
+// dictionary. Leans on the log, on both configuration readers (the INI reader for the texts, the
+// key file reader for the mount choice) and on the shell. What surprises: a callback may block for
+// ever (it waits for the Finder), and every later disk event waits with it; there is no queue, no
+// timer and no second thread.
+#include "src/Kestrun.h"
+
+#include "Common/INI.h"
+#include "Common/Log.h"
+#include "src/ActiveVolumeProgram.h"
+#include "src/Process.h"
+#include "tamrik/tamrik.h"
+
+#include <IOKit/IOKitLib.h>
+
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+static const char *const kSourceFile = "src/Kestrun";
+static const char *const kLogFile = "/usr/local/Tarnwell/Kestrun.log";
+static const char *const kConfigFile = "/Library/StartupItems/QVKestrun/config";
+static const char *const kConfigSection = "Volumes";
+static const char *const kVolumesDir = "/Volumes/";
+static const char *const kDefaultVolumeName = "Orvanta";
+static const char *const kDefaultAppPath = "/Volumes/Orvanta/Orvanta.app/";
+static const char *const kSysConfigFile =
+    "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
+static const char *const kSetupOpenPrefix = "open \"";
+
+static const char *const kPortName = "QARVELMobile-Pcui";
+static const int kPortTries = 10;        // looks for the serial port at start-up ...
+static const unsigned kPortPause = 1;    // ... so many seconds apart
+static const int kVolumeBudget = 300;    // seconds that start-up waits for the volume
+static const unsigned kFinderPause = 5;  // seconds between two looks for the Finder
+static const int kOpenTries = 10;        // runs of the open command before it counts as failed
+static const DADiskOptions kMountAutomatic = 0x10;  // the option that DADiskSetOptions switches
+
+// What kIOMasterPortDefault stands for. That name is deprecated since macOS 12 and its successor
+// does not exist before; the value, a null port, is documented to mean the default one throughout.
+static const mach_port_t kDefaultPort = 0;
+
+static const size_t kNameSize = 64;      // a volume name: 63 characters
+static const size_t kPathSize = 1024;    // a callout device path
+static const size_t kOwnerSize = 256;    // a user's name and the command that asks for it
+static const size_t kOutputSize = 1024;  // what the search for the Finder prints
+static const size_t kAppSize = 512;      // the application's path, and the command that opens it
+
+CFStringRef gMountArgs[2];  // the mount option and the null behind it; both null at start
+
+// The serial ports that the I/O registry knows. The query consumes the dictionary; one that could
+// not be made is passed on as it is.
+static kern_return_t ListSerialPorts(io_iterator_t *ports)
+{
+    CFMutableDictionaryRef matching = IOServiceMatching("IOSerialBSDClient");
+    if (matching != NULL)
+        CFDictionarySetValue(matching, CFSTR("IOSerialBSDClientType"), CFSTR("IOSerialStream"));
+    return IOServiceGetMatchingServices(kDefaultPort, matching, ports);
+}
+
+int FindCommPort(const char *namePart, char *outPath, int outSize)
+{
+    Log(kSourceFile, "FindCommPort", "FindCommPort Enter");
+    if (namePart == NULL) {
+        Log(kSourceFile, "FindCommPort", "param error.");
+        return -1;
+    }
+
+    io_iterator_t ports = 0;
+    if (ListSerialPorts(&ports) != 0) {
+        Log(kSourceFile, "FindCommPort",
+            "IOServiceGetMatchingSerices failed, FindCommPort exit");  // sic
+        return -1;
+    }
+
+    char path[kPathSize];
+    memset_s(path, sizeof path, 0, sizeof path);
+    const bool copyWanted = outPath != NULL && outSize > 0;
+    io_object_t port;
+    while ((port = IOIteratorNext(ports)) != 0) {
+        CFTypeRef property =
+            IORegistryEntryCreateCFProperty(port, CFSTR("IOCalloutDevice"), kCFAllocatorDefault, 0);
+        if (property == NULL) {
+            IOObjectRelease(port);
+            continue;
+        }
+        // UTF-8 here, Mac OS Roman for the volume's name. Intended: the two differ.
+        const bool converted = CFStringGetCString(static_cast<CFStringRef>(property), path,
+                                                  sizeof path, kCFStringEncodingUTF8);
+        path[sizeof path - 1] = '\0';  // whatever a conversion that failed has left there
+
+        // Intended: the path is the format. It is logged even when its conversion failed.
+        Log(kSourceFile, "FindCommPort", path);
+        // Intended: a path that does not match is copied too.
+        if (copyWanted) {
+            const size_t size = static_cast<size_t>(outSize);
+            strncpy_s(outPath, size, path, size - 1);
+        }
+        CFRelease(property);
+        if (converted && strstr(path, namePart) != NULL) {
+            IOObjectRelease(ports);
+            // Intended: the matching port itself is kept.
+            Log(kSourceFile, "FindCommPort", "FindCommPort success, and exit");
+            return 0;
+        }
+        IOObjectRelease(port);
+    }
+    IOObjectRelease(ports);
+    Log(kSourceFile, "FindCommPort", "findCommPort failed, FindCommPort exit");  // sic
+    return -1;
+}
+
+void DiskPeekCallback(DADiskRef disk, void * /*context*/)
+{
+    Log(kSourceFile, "DiskPeekCallback", "DiskPeekCallback Enter");
+    Log(kSourceFile, "DiskPeekCallback", "----------------------Device inserted!---------------");
+    if (DADiskSetOptions(disk, kMountAutomatic, false) != 0)
+        Log(kSourceFile, "DiskPeekCallback", "DADiskSetOptions failed!");
+    DADiskMountWithArguments(disk, NULL, kDADiskMountOptionDefault, DiskMountCallback, NULL,
+                             gMountArgs);
+    Log(kSourceFile, "DiskPeekCallback", "DiskPeekCallback exit");
+}
+
+// One line of a pipe, its line feed included, into `line`. When there is none to read, `line` is
+// empty and the answer false.
+static bool ReadFirstLine(FILE *pipe, char *line, int lineSize)
+{
+    if (fgets(line, lineSize, pipe) != NULL)
+        return true;
+    line[0] = '\0';
+    return false;
+}
+
+// Whether the user that this process runs as owns the console.
+//
+// Intended: both names are compared as they were read, each with its line feed; two that could not
+// be read are equal. A process id of 0 skips the check.
+static bool IsConsoleOwner()
+{
+    const pid_t pid = getpid();
+    if (pid == 0)
+        return true;
+
+    char command[kOwnerSize];
+    char consoleOwner[kOwnerSize];
+    memset_s(command, sizeof command, 0, sizeof command);
+    memset_s(consoleOwner, sizeof consoleOwner, 0, sizeof consoleOwner);
+    snprintf_s(command, sizeof command, sizeof command - 1,
+               "ps aux | awk -v PID=%d '$2 == PID { print $1 }'", pid);
+    // Intended: the command line is the format.
+    Log(kSourceFile, "DiskMountCallback", command);
+
+    char owner[kOwnerSize];
+    memset_s(owner, sizeof owner, 0, sizeof owner);
+    FILE *pipe = popen(command, "r");
+    if (pipe == NULL) {
+        Log(kSourceFile, "DiskMountCallback", "create pipe failed!");
+        return false;
+    }
+    if (!ReadFirstLine(pipe, owner, sizeof owner))
+        Log(kSourceFile, "DiskMountCallback", "fgets pname failed!");
+    pclose(pipe);
+
+    // Without this pipe the console's owner counts as unreadable: a daemon's user that was read
+    // differs from it, and nothing is opened.
+    pipe = popen("stat -f%Su /dev/console", "r");
+    if (pipe == NULL || !ReadFirstLine(pipe, consoleOwner, sizeof consoleOwner))
+        Log(kSourceFile, "DiskMountCallback", "fgets active failed!");
+    if (pipe != NULL)
+        pclose(pipe);
+
+    if (strcmp(owner, consoleOwner) != 0) {
+        Log(kSourceFile, "DiskMountCallback", "are not same return.....");
+        return false;
+    }
+    Log(kSourceFile, "DiskMountCallback", "actvie == pname.....");  // sic
+    return true;
+}
+
+// Returns when the Finder runs. Intended: it never gives up.
+static void WaitForFinder()
+{
+    char output[kOutputSize];
+    for (;;) {
+        memset_s(output, sizeof output, 0, sizeof output);
+        const bool ran = RunShellCmd("ps -A | grep 'Finder[.]'", output, sizeof output);
+        if (ran && output[0] != '\0')
+            return;
+        if (ran)
+            Log(kSourceFile, "DiskMountCallback", "No fond Finder, not run board app");  // sic
+        else
+            Log(kSourceFile, "DiskMountCallback", "send cmd failed, not run board app");
+        sleep(kFinderPause);
+    }
+}
+
+// Opens the connection manager, from the path that the configuration names at this moment.
+static void OpenApplication()
+{
+    char path[kAppSize];
+    char command[kAppSize];
+    memset_s(path, sizeof path, 0, sizeof path);
+    memset_s(command, sizeof command, 0, sizeof command);
+
+    if (SetIniFileName(kConfigFile)) {
+        // Intended: the text has nothing to do with the check, and ends in a line feed of its own.
+        Log(kSourceFile, "DiskMountCallback",
+            "Current Mac OS version is newer than Mac OS X 10.4\n");
+        strncpy_s(path, sizeof path, ReadString(kConfigSection, "path1", kDefaultAppPath),
+                  sizeof path - 1);
+        // Intended: a path of more than 501 characters loses the closing quote, and what of it does
+        // not fit.
+        strncpy_s(command, sizeof command, "open -a \"", sizeof command - 1);
+        strncat_s(command, sizeof command, path, sizeof command - 1 - strlen(command));
+        strncat_s(command, sizeof command, "\"", sizeof command - 1 - strlen(command));
+    } else {
+        Log(kSourceFile, "DiskMountCallback", "Doesn't find ini file.");
+        // Intended: this path is not quoted.
+        strncpy_s(command, sizeof command, "open -a /Volumes/Orvanta/Orvanta.app/",
+                  sizeof command - 1);
+    }
+
+    if (RunShellProgram(command, kOpenTries))
+        Log(kSourceFile, "DiskMountCallback", "Run Orvanta Program success");
+    else
+        Log(kSourceFile, "DiskMountCallback", "RunShellProgram failed, can't run Orvanta Program");
+}
+
+void DiskMountCallback(DADiskRef /*disk*/, DADissenterRef /*dissenter*/, void * /*context*/)
+{
+    Log(kSourceFile, "DiskMountCallback", "DiskMountCallback Enter");
+    // Intended: whether the mount succeeded is not asked.
+    if (!IsConsoleOwner())
+        return;  // Intended: without the exit message.
+    WaitForFinder();
+    Log(kSourceFile, "DiskMountCallback", "have some one login succ");
+    OpenApplication();
+    DiskMountApproval();
+    Log(kSourceFile, "DiskMountCallback", "DiskMountCallback exit");
+}
+
+int DiskMountApproval()
+{
+    Log(kSourceFile, "DiskMountApproval", "DiskMountApproval Enter");
+    if (!RunSDProgram(kSysConfigFile, kSetupOpenPrefix, kVolumesDir)) {
+        // Intended: the blank at the end is part of the text.
+        Log(kSourceFile, "DiskMountApproval",
+            "finish run program, and error, DiskMountApproval exit ");
+        return -1;
+    }
+    Log(kSourceFile, "DiskMountApproval",
+        "finish run sd program, and successful, DiskMountApproval exit");
+    return 0;
+}
+
+// 7. and 8. The modem's serial port is there: waits for the volume and does what its mount would
+// start.
+static void RunAtStart(const char *volumeName)
+{
+    char name[kNameSize];
+    memset_s(name, sizeof name, 0, sizeof name);
+    strncpy_s(name, sizeof name, volumeName, sizeof name - 1);
+    if (!IsVolumeExist(name, kVolumesDir, kVolumeBudget)) {
+        // Intended: the default name stands here, whatever name is configured.
+        Log(kSourceFile, "main",
+            "can't find /Volumes/Orvanta, can't run firmware program and SDProgram");
+        return;
+    }
+    DiskMountCallback(NULL, NULL, NULL);
+    Log(kSourceFile, "main", "finish run SDProgram at beginning to run autorun");
+}
+
+// 6. Gives the modem ten seconds to show its serial port. One that comes later is the run loop's.
+static void AwaitModem(const char *volumeName)
+{
+    for (int tries = 0; tries < kPortTries; tries++) {
+        if (FindCommPort(kPortName, NULL, 0) == 0) {
+            RunAtStart(volumeName);
+            return;
+        }
+        Log(kSourceFile, "main", "wait to again to find comm port at beginning to run autorun...");
+        sleep(kPortPause);
+    }
+}
+
+// 9. The dictionary by which the service picks the disks that it offers: those of the configured
+// name. It belongs to the caller.
+static CFMutableDictionaryRef CreateMatch(const char *volumeName)
+{
+    CFMutableDictionaryRef match = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    // Intended: Mac OS Roman, where the serial port's path is UTF-8.
+    CFStringRef name =
+        CFStringCreateWithCString(kCFAllocatorDefault, volumeName, kCFStringEncodingMacRoman);
+    CFDictionarySetValue(match, kDADiskDescriptionVolumeNameKey, name);
+    if (name != NULL)
+        CFRelease(name);
+    return match;
+}
+
+int main()
+{
+    // 1. The log.
+    InitLogSystem(kLogFile);
+
+    // 2. The session: it gathers no events before it is scheduled.
+    char volumeName[kNameSize];
+    memset_s(volumeName, sizeof volumeName, 0, sizeof volumeName);
+    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
+
+    // 3. The banner and the version.
+    Log(kSourceFile, "main",
+        "\n\n====================================Kestrun started===============================");
+    Log(kSourceFile, "main", "TOOL-BrelmarkV100R001B035");
+
+    // 4. The volume's name.
+    const char *configuredName = kDefaultVolumeName;
+    if (SetIniFileName(kConfigFile))
+        configuredName = ReadString(kConfigSection, "name", kDefaultVolumeName);
+    strncpy_s(volumeName, sizeof volumeName, configuredName, sizeof volumeName - 1);
+
+    // 5. A modem that is there already.
+    Log(kSourceFile, "main", "begin to run SDProgram at beginning to run autorun");
+    AwaitModem(volumeName);
+
+    CFMutableDictionaryRef match = CreateMatch(volumeName);
+
+    // 10. The mount option. Intended: the configuration is read by the key file reader here.
+    if (IsKeyValueCaseEqual(kConfigFile, kConfigSection, "disable_cdrom", "true")) {
+        gMountArgs[0] = CFSTR("nobrowse");
+        Log(kSourceFile, "main", "value of disable_cdrom is true");
+    } else {
+        gMountArgs[0] = CFSTR("rdonly");
+        Log(kSourceFile, "main", "value of disable_cdrom is false");
+    }
+
+    // 11. From here on events are delivered.
+    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    DARegisterDiskPeekCallback(session, match, 0, DiskPeekCallback, NULL);
+
+    // 12. Normally this does not return. The session and the dictionary live as long as it runs.
+    CFRunLoopRun();
+
+    // 13. The end, should it ever come.
+    CloseLogSystem();
+    return 0;
+}

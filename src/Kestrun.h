@@ -1,0 +1,43 @@
+// Kestrun.h - what the daemon does: at start-up, when the modem's disk arrives, once it is mounted.
+//
+// The daemon has one thread. `main` performs the start-up pass, schedules the disk arbitration
+// session on its run loop and runs that loop for the rest of the process; both callbacks below are
+// called from it, one at a time. Nothing here is safe to call from two threads at once.
+#ifndef SRC_KESTRUN_H
+#define SRC_KESTRUN_H
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <DiskArbitration/DiskArbitration.h>
+
+// The mount options of every mount that the daemon asks for: one option, "nobrowse" or "rdonly", and
+// the null that ends the list. Both are null until `main` has read the configuration; the strings
+// are constants that nobody releases.
+extern CFStringRef gMountArgs[2];
+
+// Looks for a serial port whose callout device path contains `namePart` (case-sensitive, anywhere
+// in it). 0 when there is one; -1 when there is none, when the ports cannot be listed or when
+// `namePart` is null.
+//
+// `outPath`, a buffer of `outSize` bytes, may be null and `outSize` 0 or less: then nothing is
+// written. Otherwise every path that is examined is copied there in turn, cut to `outSize` - 1
+// bytes and terminated: it ends up with the matching path, or, after a search that failed, with the
+// last one examined. It is untouched when no port was examined.
+int FindCommPort(const char *namePart, char *outPath, int outSize);
+
+// The disk arbitration service's question about a disk that has just arrived and that carries the
+// configured name: takes the disk away from the automatic mount and asks for a mount with
+// `gMountArgs`, of which `DiskMountCallback` hears later. It does not block. `disk` stays the
+// service's own; `context` is not used.
+void DiskPeekCallback(DADiskRef disk, void *context);
+
+// What follows a mount, and what `main` does once by itself for a modem that is there at start-up:
+// when the daemon's user owns the console, waits (for ever) until the Finder runs, opens the
+// connection manager and calls `DiskMountApproval`. The arguments are ignored and may be null: a
+// mount that failed is followed by the same actions. It blocks its caller throughout.
+void DiskMountCallback(DADiskRef disk, DADissenterRef dissenter, void *context);
+
+// Runs the one-time setup package that the installed application's "SysConfig.dat" asks for. 0 when
+// it ran, -1 when it failed or nothing was asked for.
+int DiskMountApproval();
+
+#endif
