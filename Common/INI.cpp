@@ -16,6 +16,8 @@
 
 static const char kSourceFile[] = "Common/INI";
 static const size_t kHeaderSize = 128;
+static const size_t kBlockSize =
+    4096;  // read at a time; on the stack, which saves the stream its own
 
 // ---- Module state -------------------------------------------------------------------------------
 
@@ -27,55 +29,108 @@ int g_filesize;
 
 // ---- Reading lines ------------------------------------------------------------------------------
 
+// What a character of a line can mean to a scan. Lines without the marks that matter are passed by
+// without a second look: that is what makes a lookup in a long file quick.
+static const unsigned char kOpens = 1;
+static const unsigned char kCloses = 2;
+static const unsigned char kStarts = 4;  // is the first character of what is sought
+static const unsigned char kBrackets = kOpens | kCloses;
+
 // A scan of one file, line by line into g_linetext.
 struct Scan {
     FILE *file;
-    long position;  // of the file; asked for once, since asking costs a system call. -1 on a pipe
-    size_t dirty;   // bytes at the start of g_linetext that may be other than zero
+    long position;             // of the file, moved along; -1 when it has none
+    size_t length;             // of the line, as it was stored
+    size_t dirty;              // bytes at the start of g_linetext that may be other than zero
+    unsigned char seen;        // the marks of the line's characters, together
+    unsigned char marks[256];  // of each character
 };
 
-static Scan StartScan(FILE *file)
+static void Mark(Scan *scan, char ch, unsigned char mark)
 {
-    return {file, ftell(file), sizeof g_linetext};
+    scan->marks[static_cast<unsigned char>(ch)] |= mark;
 }
 
-// Reads characters up to and including the first line feed that ends a line with something in it,
-// and stores the line without it. Returns the stored length; `*consumed` is how far the file moved.
+// Makes the lines matter in which `sought` may start: with an empty text, every line.
+static void Seek(Scan *scan, const char *sought)
+{
+    const unsigned char usual = *sought == '\0' ? kStarts : 0;
+    memset_s(scan->marks, sizeof scan->marks, usual, sizeof scan->marks);
+    Mark(scan, *sought, kStarts);
+    Mark(scan, '[', kOpens);
+    Mark(scan, ']', kCloses);
+}
+
+// `position` is where `file` stands: 0 when it was just opened, so that no system call is needed to
+// ask.
+static void StartScan(Scan *scan, FILE *file, long position)
+{
+    scan->file = file;
+    scan->position = position;
+    scan->dirty = sizeof g_linetext;
+}
+
+// Reads up to and including the first line feed that ends a line with something in it, and stores
+// the line without it at the start of g_linetext. What stood behind it there still does. Returns by
+// how much the file moved.
 //
 // Intended: the end of the file is met by reading it, so its mark is stored as a character, 0xFF.
 // A read error counts as the end: a folder opens like a file but never gives a character.
-static size_t CollectLine(FILE *file, char (&line)[sizeof g_linetext], long *consumed)
+static long CollectLine(Scan *scan)
 {
-    size_t length = 0;
-    *consumed = 0;
-    if (feof(file) || ferror(file))
-        return 0;
-    int ch = 0;
-    while (ch != EOF) {
-        ch = getc_unlocked(file);
-        *consumed += ch != EOF;
-        if (ch == '\r' || (ch == '\n' && length == 0))
+    FILE *const file = scan->file;
+    const unsigned char *const marks = scan->marks;
+    char *const end = g_linetext + sizeof g_linetext - 1;
+    char *to = g_linetext;
+    unsigned seen = 0;
+    long unstored = 0;  // characters that the file moved by beside those
+    bool atEnd = feof(file) || ferror(file);
+    while (!atEnd) {
+        const int ch = getc_unlocked(file);
+        if (ch <= '\r') {  // most characters are not, and need no further look
+            if (ch == '\n' || ch == '\r')
+                unstored++;
+            if (ch == '\n' && to != g_linetext)
+                break;
+            if (ch == '\n' || ch == '\r')
+                continue;
+            atEnd = ch == EOF;
+            unstored -= atEnd;
+        }
+        if (to == end) {
+            unstored++;
             continue;
-        if (ch == '\n')
-            break;
-        if (length < sizeof line - 1)
-            line[length++] = static_cast<char>(ch);
+        }
+        *to++ = static_cast<char>(ch);
+        seen |= marks[static_cast<unsigned char>(ch)];
     }
-    return length;
+    scan->length = static_cast<size_t>(to - g_linetext);
+    scan->seen = static_cast<unsigned char>(seen);
+    return static_cast<long>(scan->length) + unstored;
 }
 
-// What ReadLine promises, for a scan that goes on.
+// Whether the line may hold what is sought or end the section, or ends the file.
+static bool Matters(const Scan *scan)
+{
+    return (scan->seen & kStarts) || (scan->seen & kBrackets) == kBrackets || scan->length == 0 ||
+           g_linetext[0] == '\0';
+}
+
+// Reads on to the next line that matters and leaves the module's state as ReadLine does.
 static char *NextLine(Scan *scan)
 {
-    long consumed = 0;
-    g_last_line_offset = g_current_line_offset;
-    const size_t length = CollectLine(scan->file, g_linetext, &consumed);
-    if (scan->position >= 0)
-        scan->position += consumed;
-    g_current_line_offset = static_cast<int>(scan->position);
-    if (scan->dirty > length)
-        memset_s(g_linetext + length, scan->dirty - length, 0, scan->dirty - length);
-    scan->dirty = length;
+    do {
+        const long consumed = CollectLine(scan);
+        if (scan->position >= 0)
+            scan->position += consumed;
+        g_last_line_offset = g_current_line_offset;
+        g_current_line_offset = static_cast<int>(scan->position);
+        if (scan->dirty < scan->length)
+            scan->dirty = scan->length;
+    } while (!Matters(scan));
+    const size_t behind = scan->dirty - scan->length;
+    memset_s(g_linetext + scan->length, behind, 0, behind);
+    scan->dirty = scan->length;
     return g_linetext[0] != '\0' ? g_linetext : nullptr;
 }
 
@@ -114,6 +169,7 @@ static bool FindSection(Scan *scan, const char *section)
 {
     char header[kHeaderSize];
     MakeHeader(header, section);
+    Seek(scan, header);
     while (const char *line = NextLine(scan)) {
         if (strstr(line, header))
             return true;
@@ -125,6 +181,7 @@ static bool FindSection(Scan *scan, const char *section)
 static bool FindKey(Scan *scan, const char *key)
 {
     const size_t keyLength = strlen(key);
+    Seek(scan, key);
     while (char *line = NextLine(scan)) {
         if (IsKeyLine(line, key, keyLength))
             return true;
@@ -170,13 +227,16 @@ const char *ReadString(const char *section, const char *key, const char *default
         Log(kSourceFile, "ReadString", "param error.");
         return defaultValue;
     }
+    char block[kBlockSize];
     FILE *file = fopen(g_filename, "rb");
     if (!file) {
         Log(kSourceFile, "ReadString", "open file: %s failed, please check...", g_filename);
         return defaultValue;
     }
+    setvbuf(file, block, _IOFBF, sizeof block);
     const char *value = defaultValue;
-    Scan scan = StartScan(file);
+    Scan scan;
+    StartScan(&scan, file, 0);
     if (!FindSection(&scan, section))
         Log(kSourceFile, "ReadString", "cfg section [%s] not exists...", section);
     else if (!FindKey(&scan, key))
@@ -193,13 +253,16 @@ const char *ReadStringEx(const char *section, const char *key, const char *defau
         Log(kSourceFile, "ReadStringEx", "param error.");
         return defaultValue;
     }
+    char block[kBlockSize];
     FILE *file = fopen(g_filename, "rb");
     if (!file) {
         Log(kSourceFile, "ReadStringEx", "open file: %s failed, please check...\n", g_filename);
         return defaultValue;
     }
+    setvbuf(file, block, _IOFBF, sizeof block);
     const char *value = defaultValue;
-    Scan scan = StartScan(file);
+    Scan scan;
+    StartScan(&scan, file, 0);
     if (FindSection(&scan, section) && FindKey(&scan, key))
         value = ValueInLine();
     fclose(file);
@@ -233,7 +296,8 @@ bool SectionExists(FILE *file, const char *section)
         Log(kSourceFile, "SectionExists", "param error");
         return false;
     }
-    Scan scan = StartScan(file);
+    Scan scan;
+    StartScan(&scan, file, ftell(file));
     return FindSection(&scan, section);
 }
 
@@ -243,7 +307,8 @@ bool KeyExists(FILE *file, const char *key)
         Log(kSourceFile, "KeyExists", "param error");
         return false;
     }
-    Scan scan = StartScan(file);
+    Scan scan;
+    StartScan(&scan, file, ftell(file));
     return FindKey(&scan, key);
 }
 
@@ -272,7 +337,9 @@ char *ReadLine(FILE *file)
         Log(kSourceFile, "ReadLine", "param error");
         return nullptr;
     }
-    Scan scan = StartScan(file);
+    Scan scan;
+    StartScan(&scan, file, ftell(file));
+    Seek(&scan, "");
     return NextLine(&scan);
 }
 

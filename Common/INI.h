@@ -27,7 +27,7 @@
 
 extern char g_filename[1024];      // the configuration file's path
 extern char g_linetext[1024];      // the line read last, zero-filled behind its end
-extern int g_current_line_offset;  // file position after that line, in bytes; -1 on a pipe
+extern int g_current_line_offset;  // file position after that line; -1 when the file has none
 extern int g_last_line_offset;     // file position before it
 extern int g_filesize;             // reserved: neither written nor read
 

@@ -419,6 +419,8 @@ TEST_CASE("a text without arguments is a format as far as that is defined, then 
         {"a%.5.d", ""},
         {"a%5*d", ""},
         {"a%l5d", ""},
+        {"a%214748370d", ""},
+        {"a%.214748370d", ""},
         {"a%2147483690d", ""},
         {"a%.2147483690d", ""},
         {"a%99999999999999999999999d", ""},
