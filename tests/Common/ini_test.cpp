@@ -291,7 +291,7 @@ TEST_CASE("SetIniFileName opens a long path whole and stores its first 1023 char
 {
     LogCapture log;
     const RealFile file("[V]\nname=x\n");
-    for (const size_t length : {1022, 1023, 1024, 1500}) {
+    for (const size_t length : std::initializer_list<size_t>{1022, 1023, 1024, 1500}) {
         CAPTURE(length);
         std::string path = file.folder;
         while (path.size() + strlen("/config") < length)

@@ -339,7 +339,8 @@ TEST_CASE("long names are cut with their line")
 TEST_CASE("an invalid specification empties the message unless it had run over before")
 {
     // The engine has 2048 places and meets the end at the character behind them.
-    for (const size_t length : {0, 1, 2046, 2047, 2048, 2049, 2050, 5000}) {
+    for (const size_t length :
+         std::initializer_list<size_t>{0, 1, 2046, 2047, 2048, 2049, 2050, 5000}) {
         for (const char *const bad : {"%y", "%", "%n tail", "%5*d"}) {
             CAPTURE(length);
             CAPTURE(std::string(bad));
@@ -671,7 +672,7 @@ TEST_CASE("a closed log writes nothing, and numbering goes on when it is enabled
 
 TEST_CASE("a path of 1023 characters is taken, one of 1024 disables logging")
 {
-    for (const size_t length : {1022, 1023, 1024, 1025, 5000}) {
+    for (const size_t length : std::initializer_list<size_t>{1022, 1023, 1024, 1025, 5000}) {
         CAPTURE(length);
         const Folder folder;
         const int number = NextNumber();
