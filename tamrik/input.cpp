@@ -375,11 +375,10 @@ int _whiteout(int *counter, InputSource *source)
 // ---- The text of a floating-point field ----
 
 // Through a volatile pointer the compiler cannot know that this is a store nobody reads.
-static void *(*const volatile g_fill)(void *, int, size_t) = memset;
-
 static void Wipe(char *text, size_t size)
 {
-    g_fill(text, 0, size);
+    void *(*const volatile fill)(void *, int, size_t) = memset;
+    fill(text, 0, size);
 }
 
 int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap)
@@ -394,7 +393,7 @@ int __check_float_string(size_t used, size_t *size, char **buffer, char *localBu
     if (larger == nullptr)
         return 0;
 
-    memset(larger, 0, *size * 2);
+    memset(larger + *size, 0, *size);
     if (*onHeap) {
         memcpy(larger, *buffer, *size);
         Wipe(*buffer, *size);
