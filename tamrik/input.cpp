@@ -387,7 +387,8 @@ int __check_float_string(size_t used, size_t *size, char **buffer, char *localBu
         return 1;
     if (*size > kLargestHeapText / 2)
         return 0;
-    const int savedErrno = errno;
+    // Volatile, as the compiler may believe that malloc leaves errno alone.
+    const volatile int savedErrno = errno;
     char *larger = static_cast<char *>(malloc(*size * 2));
     errno = savedErrno;
     if (larger == nullptr)

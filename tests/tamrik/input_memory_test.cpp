@@ -22,7 +22,17 @@ static std::vector<std::size_t> *g_sizes = nullptr;  // of the blocks taken whil
 static std::vector<Block> *g_held = nullptr;         // those not given back yet
 static bool g_hasFreedText = false;                  // a block was freed that was not all zero
 static long g_goodMallocs = 0;                       // how many more succeed
-static int g_localWipes = 0;                         // memset of the local buffer's size with zero
+static int g_localWipes = 0;  // memset of the local buffer's size with zero, outside of the heap
+
+static bool IsHeld(const void *memory)
+{
+    for (const Block &block : *g_held) {
+        const char *start = static_cast<const char *>(block.at);
+        if (memory >= start && memory < start + block.size)
+            return true;
+    }
+    return false;
+}
 
 extern "C" {
 void *__real_malloc(std::size_t size);
@@ -66,7 +76,7 @@ void __wrap_free(void *memory)
 
 void *__wrap_memset(void *memory, int value, std::size_t size)
 {
-    if (g_isWatching && value == 0 && size == kLocalSize)
+    if (g_isWatching && value == 0 && size == kLocalSize && !IsHeld(memory))
         ++g_localWipes;
     return __real_memset(memory, value, size);
 }
