@@ -186,7 +186,7 @@ TEST_CASE("the rewrite changes three bytes and keeps every other, and the run is
         std::string(1 << 20, '\0') + "\n" + Usual(),
     };
     for (const std::string &before : rows) {
-        const size_t header = before.find(kSection[0] == '[' ? "[SD_THIRDPARTY_SETUP]" : "");
+        const size_t header = before.find("[SD_THIRDPARTY_SETUP]");
         const size_t offset = before.find('=', before.find("SD_THIRD_SETUP", header)) + 1;
         CAPTURE(before.substr(header, 60));
         VolumesReady();
