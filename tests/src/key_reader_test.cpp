@@ -147,6 +147,17 @@ TEST_CASE("a name is a header when brackets stand around it with nothing but spa
     }
 }
 
+TEST_CASE("what stands before the line's start is not looked at")
+{
+    const char bracketBefore[] = "[KEY]";
+    CHECK_FALSE(IsPrimaryKey(bracketBefore + 1, bracketBefore + 1, 3));
+    const char spaceBefore[] = "[  KEY]";
+    CHECK_FALSE(IsPrimaryKey(spaceBefore + 1, spaceBefore + 3, 3));
+    // A block of its own, in which one step before the start is an error under AddressSanitizer.
+    const std::vector<char> line{' ', 'K', 'E', 'Y', ']', '\0'};
+    CHECK_FALSE(IsPrimaryKey(line.data(), line.data() + 1, 3));
+}
+
 TEST_CASE("a missing text, or a length that cannot be, is no header")
 {
     const char line[] = "[KEY]";
