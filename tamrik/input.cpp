@@ -809,9 +809,12 @@ static Outcome ReadText(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
         return kNoMatch;
     if (isEmpty)
         return ch == kEnd ? kInputEnd : kNoMatch;
-    // A "%c" that is full has no terminator; one that the input's end cut short has room for it.
-    if (text->isStored && (spec.type != 'c' || left > 0))
-        Terminate(*text, text->used);
+    if (!text->isStored || (spec.type == 'c' && left == 0))
+        return kDone;
+    // A "%c" that the input's end cuts short is terminated like a string, and must have the room.
+    if (spec.type == 'c' && text->used == text->size)
+        return kNoMatch;
+    Terminate(*text, text->used);
     return kDone;
 }
 
@@ -827,7 +830,6 @@ static Outcome TakeTextSize(Scan<Char> *scan, const Spec<Char> &spec, Text *text
     Terminate(*text, 0);
     if (size == 0)
         return kBadParameter;
-    // The terminator of "%c" is only for a field cut short, which always has room.
     text->size = spec.type == 'c' ? size : size - 1;
     return kDone;
 }

@@ -353,9 +353,9 @@ typedef struct InputSource {
  * written past it. A field that is missing, does not fit with its terminator or has no form in the
  * destination's encoding leaves an empty string (the text read of it is used up, the character that
  * did not fit is not). "%c" stores as many characters as its width says, else 1, and no terminator;
- * when the input ends before, what there is counts as the field and is terminated. Whether a
- * destination is wide is decided alike in both functions: "%s", "%c" and "%[" are narrow, "%S" and
- * "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
+ * when the input ends before, what there is counts as the field and is terminated, for which there
+ * must be room. Whether a destination is wide is decided alike in both functions: "%s", "%c" and "%["
+ * are narrow, "%S" and "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
  *
  * Units. tamrik_input_s reads bytes, and widths and "%n" count bytes; but for wide text it reads whole
  * characters of the locale's encoding, and its width counts those. tamrik_winput_s reads and counts

@@ -393,6 +393,15 @@ TEST_CASE("characters are stored without a terminator, unless the input ends bef
     });
 }
 
+TEST_CASE("characters cut short by the input's end need room for the terminator")
+{
+    CheckTexts({
+        {"%5c", "abc", 4, 1, WithTerminator("abc"), ""},
+        {"%5c", "abcd", 4, 0, '\0' + std::string("bcd"), ""},
+        {"%2c", "a", 1, 0, WithTerminator(""), ""},
+    });
+}
+
 TEST_CASE("sets know ranges, negation and a ']' that comes first")
 {
     CheckTexts({
