@@ -13,6 +13,19 @@ constexpr std::size_t kSizes[] = {1, 2, 4, 8, 12, 16, 24, 32, 48, 64, 128, 256, 
 alignas(64) unsigned char g_dest[kLargest + 64];
 alignas(64) unsigned char g_src[kLargest + 64];
 
+// The least that a function can do that calls the C library and reports a result: no check at all.
+[[gnu::noinline]] int UncheckedFill(void *dest, std::size_t, int c, std::size_t count)
+{
+    std::memset(dest, c, count);
+    return 0;
+}
+
+[[gnu::noinline]] int UncheckedCopy(void *dest, std::size_t, const void *src, std::size_t count)
+{
+    std::memcpy(dest, src, count);
+    return 0;
+}
+
 void AddFills(std::size_t size, std::size_t lead, const std::string &name)
 {
     unsigned char *dest = g_dest + lead;
@@ -20,7 +33,8 @@ void AddFills(std::size_t size, std::size_t lead, const std::string &name)
                           .prepare = [] { std::memset(g_dest, 'x', sizeof g_dest); },
                           .result = [=] { return std::string(dest, dest + size + 1); },
                           .expected = std::string(size, '\0') + 'x'});
-    AddCandidate(fill, "libc", [=] { std::memset(Hidden(dest), 0, Hidden(size)); });
+    AddCandidate(fill, "libc",
+                 [=] { benchmark::DoNotOptimize(std::memset(Hidden(dest), 0, Hidden(size))); });
     AddCandidate(fill, "memset_s", [=] {
         benchmark::DoNotOptimize(memset_s(Hidden(dest), kLargest, 0, Hidden(size)));
     });
@@ -29,6 +43,9 @@ void AddFills(std::size_t size, std::size_t lead, const std::string &name)
     });
     AddCandidate(fill, "memset_sOptTc", [=] {
         benchmark::DoNotOptimize(memset_sOptTc(Hidden(dest), kLargest, 0, Hidden(size)));
+    });
+    AddCandidate(fill, "a call without checks", [=] {
+        benchmark::DoNotOptimize(UncheckedFill(Hidden(dest), kLargest, 0, Hidden(size)));
     });
     if (const SafecTable *safec = Safec())
         AddCandidate(fill, "libsafec", [=, call = safec->fill] {
@@ -44,7 +61,9 @@ void AddCopies(std::size_t size, std::size_t destLead, std::size_t srcLead, cons
                           .prepare = [] { std::memset(g_dest, 'x', sizeof g_dest); },
                           .result = [=] { return std::string(dest, dest + size + 1); },
                           .expected = std::string(src, src + size) + 'x'});
-    AddCandidate(copy, "libc", [=] { std::memcpy(Hidden(dest), Hidden(src), Hidden(size)); });
+    AddCandidate(copy, "libc", [=] {
+        benchmark::DoNotOptimize(std::memcpy(Hidden(dest), Hidden(src), Hidden(size)));
+    });
     AddCandidate(copy, "memcpy_s", [=] {
         benchmark::DoNotOptimize(memcpy_s(Hidden(dest), kLargest, Hidden(src), Hidden(size)));
     });
@@ -53,6 +72,9 @@ void AddCopies(std::size_t size, std::size_t destLead, std::size_t srcLead, cons
     });
     AddCandidate(copy, "memcpy_sOptTc", [=] {
         benchmark::DoNotOptimize(memcpy_sOptTc(Hidden(dest), kLargest, Hidden(src), Hidden(size)));
+    });
+    AddCandidate(copy, "a call without checks", [=] {
+        benchmark::DoNotOptimize(UncheckedCopy(Hidden(dest), kLargest, Hidden(src), Hidden(size)));
     });
     if (const SafecTable *safec = Safec())
         AddCandidate(copy, "libsafec", [=, call = safec->copy] {

@@ -60,37 +60,54 @@ static int ClearAll(void *dest, size_t destMax, int code)
     return RESULT_OK;
 }
 
-// Whether everything but the upper limit of destMax is in order for a copy. Equal pointers overlap.
-static inline bool IsCopyAdmitted(const void *dest, size_t destMax, const void *src, size_t count)
+// A fill that is not small: one that is none, one for the C library, or one that is not in order. With
+// hasLimit, a destMax above the limit is not in order.
+template <bool hasLimit>
+[[gnu::noinline]] static int FillOther(void *dest, size_t destMax, int c, size_t count)
 {
-    return count != 0 && count <= destMax && dest != nullptr && src != nullptr &&
-           Distance(dest, src) >= count;
+    if ((hasLimit && destMax > MAX_BUFFER_SIZE) || dest == nullptr || count > destMax)
+        return FillError(dest, destMax, c, count);
+    if (count != 0)
+        memset(dest, c, count);
+    return RESULT_OK;
 }
 
-// Fills count bytes of a buffer in which they have room.
-static inline int FillAdmitted(void *dest, int c, size_t count)
+// The fill of the Opt variants: what is small and in order is done here, without a call.
+template <bool hasLimit>
+static inline int Fill(void *dest, size_t destMax, int c, size_t count)
 {
-    if (count > kSmallFill) {
-        memset(dest, c, count);
-        return RESULT_OK;
-    }
-    if (count == 0)
-        return RESULT_OK;
+    if (count - 1 >= kSmallFill || count > destMax || dest == nullptr ||
+        (hasLimit && destMax > MAX_BUFFER_SIZE))
+        return FillOther<hasLimit>(dest, destMax, c, count);
 
-    uint64_t word = static_cast<unsigned char>(c) * UINT64_C(0x0101010101010101);
-    if (c == 0xFF)
-        __builtin_memcpy(&word, myStrAllFF, sizeof word);
+    // The all-ones word holds a one in every byte, 255 times.
+    uint64_t ones;
+    __builtin_memcpy(&ones, myStrAllFF, sizeof ones);
+    const uint64_t word = static_cast<unsigned char>(c) * (ones / 0xFF);
     FillSmall(static_cast<unsigned char *>(dest), word, count);
     return RESULT_OK;
 }
 
-// Copies count bytes between regions that were found to be in order.
-static inline int CopyAdmitted(void *dest, const void *src, size_t count)
+// A copy that is not small: one for the C library, or one that is not in order.
+template <bool hasLimit>
+[[gnu::noinline]] static int CopyOther(void *dest, size_t destMax, const void *src, size_t count)
 {
-    if (count > kSmallCopy)
-        memcpy(dest, src, count);
-    else
-        CopySmall(dest, src, count);
+    if ((hasLimit && destMax > MAX_BUFFER_SIZE) || count == 0 || count > destMax ||
+        dest == nullptr || src == nullptr || Distance(dest, src) < count)
+        return CopyError(dest, destMax, src, count);
+    memcpy(dest, src, count);
+    return RESULT_OK;
+}
+
+// The copy of the Opt variants: what is small and in order is done here, without a call.
+template <bool hasLimit>
+static inline int Copy(void *dest, size_t destMax, const void *src, size_t count)
+{
+    if (count - 1 >= kSmallCopy || count > destMax || dest == nullptr || src == nullptr ||
+        IsNear(dest, src, count) || (hasLimit && destMax > MAX_BUFFER_SIZE))
+        return CopyOther<hasLimit>(dest, destMax, src, count);
+
+    CopySmall(dest, src, count);
     return RESULT_OK;
 }
 
@@ -106,22 +123,20 @@ int memset_s(void *dest, size_t destMax, int c, size_t count)
 
 int memset_sOptAsm(void *dest, size_t destMax, int c, size_t count)
 {
-    if (destMax <= MAX_BUFFER_SIZE && dest != nullptr && count <= destMax) [[likely]]
-        return FillAdmitted(dest, c, count);
-    return FillError(dest, destMax, c, count);
+    return Fill<true>(dest, destMax, c, count);
 }
 
+// Intended: the upper limit of destMax is not tested, only where the call fails.
 int memset_sOptTc(void *dest, size_t destMax, int c, size_t count)
 {
-    // Intended: the upper limit of destMax is not tested here, only where the call fails.
-    if (dest != nullptr && count <= destMax) [[likely]]
-        return FillAdmitted(dest, c, count);
-    return FillError(dest, destMax, c, count);
+    return Fill<false>(dest, destMax, c, count);
 }
 
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count)
 {
-    if (destMax <= MAX_BUFFER_SIZE && IsCopyAdmitted(dest, destMax, src, count)) [[likely]] {
+    // A count of 0 wraps round and goes to CopyError with what is too large.
+    if (destMax <= MAX_BUFFER_SIZE && count - 1 < destMax && dest != nullptr && src != nullptr &&
+        !IsNear(dest, src, count)) [[likely]] {
         memcpy(dest, src, count);
         return RESULT_OK;
     }
@@ -130,17 +145,13 @@ int memcpy_s(void *dest, size_t destMax, const void *src, size_t count)
 
 int memcpy_sOptAsm(void *dest, size_t destMax, const void *src, size_t count)
 {
-    if (destMax <= MAX_BUFFER_SIZE && IsCopyAdmitted(dest, destMax, src, count)) [[likely]]
-        return CopyAdmitted(dest, src, count);
-    return CopyError(dest, destMax, src, count);
+    return Copy<true>(dest, destMax, src, count);
 }
 
+// Intended: the upper limit of destMax is not tested, only where the call fails.
 int memcpy_sOptTc(void *dest, size_t destMax, const void *src, size_t count)
 {
-    // Intended: the upper limit of destMax is not tested here, only where the call fails.
-    if (IsCopyAdmitted(dest, destMax, src, count)) [[likely]]
-        return CopyAdmitted(dest, src, count);
-    return CopyError(dest, destMax, src, count);
+    return Copy<false>(dest, destMax, src, count);
 }
 
 int memmove_s(void *dest, size_t destMax, const void *src, size_t count)

@@ -36,20 +36,21 @@ static inline void CopyEnds(unsigned char *dest, const unsigned char *src, size_
 // Fills 1 to kSmallFill bytes of dest with the bytes of word, which are all alike.
 static inline void FillSmall(unsigned char *dest, uint64_t word, size_t count)
 {
-    if (count >= sizeof(TwoWords)) {
+    if (count >= sizeof word) {
+        if (count < sizeof(TwoWords))
+            return StoreEnds(dest, count, word, word);
         const TwoWords words = {word, word};
-        StoreEnds(dest, count, words, words);
-    } else if (count >= sizeof word) {
-        StoreEnds(dest, count, word, word);
-    } else if (count >= sizeof(uint32_t)) {
-        const uint32_t half = static_cast<uint32_t>(word);
-        StoreEnds(dest, count, half, half);
-    } else if (count >= sizeof(uint16_t)) {
-        const uint16_t quarter = static_cast<uint16_t>(word);
-        StoreEnds(dest, count, quarter, quarter);
-    } else {
-        *dest = static_cast<unsigned char>(word);
+        return StoreEnds(dest, count, words, words);
     }
+    if (count >= sizeof(uint32_t)) {
+        const uint32_t half = static_cast<uint32_t>(word);
+        return StoreEnds(dest, count, half, half);
+    }
+    // One to three bytes: the first, the middle and the last one, whichever fall together.
+    const unsigned char byte = static_cast<unsigned char>(word);
+    dest[0] = byte;
+    dest[count / 2] = byte;
+    dest[count - 1] = byte;
 }
 
 // Copies 1 to kSmallCopy bytes from src to dest, which do not overlap.
@@ -57,21 +58,22 @@ static inline void CopySmall(void *to, const void *from, size_t count)
 {
     unsigned char *dest = static_cast<unsigned char *>(to);
     const unsigned char *src = static_cast<const unsigned char *>(from);
-    if (count > 2 * sizeof(TwoWords)) {
+    if (count >= sizeof(uint64_t)) {
         constexpr size_t kHalf = 2 * sizeof(TwoWords);
+        if (count <= sizeof(TwoWords))
+            return CopyEnds<uint64_t>(dest, src, count);
+        if (count <= kHalf)
+            return CopyEnds<TwoWords>(dest, src, count);
         CopyEnds<TwoWords>(dest, src, kHalf);
-        CopyEnds<TwoWords>(dest + count - kHalf, src + count - kHalf, kHalf);
-    } else if (count >= sizeof(TwoWords)) {
-        CopyEnds<TwoWords>(dest, src, count);
-    } else if (count >= sizeof(uint64_t)) {
-        CopyEnds<uint64_t>(dest, src, count);
-    } else if (count >= sizeof(uint32_t)) {
-        CopyEnds<uint32_t>(dest, src, count);
-    } else if (count >= sizeof(uint16_t)) {
-        CopyEnds<uint16_t>(dest, src, count);
-    } else {
-        *dest = *src;
+        return CopyEnds<TwoWords>(dest + count - kHalf, src + count - kHalf, kHalf);
     }
+    if (count >= sizeof(uint32_t))
+        return CopyEnds<uint32_t>(dest, src, count);
+    // One to three bytes: the first, the middle and the last one, whichever fall together.
+    const unsigned char first = src[0], middle = src[count / 2], last = src[count - 1];
+    dest[0] = first;
+    dest[count / 2] = middle;
+    dest[count - 1] = last;
 }
 
 // How far apart two addresses lie, in bytes, whichever is the higher one. Two regions of count bytes
@@ -81,6 +83,15 @@ static inline size_t Distance(const void *one, const void *other)
     const uintptr_t a = reinterpret_cast<uintptr_t>(one);
     const uintptr_t b = reinterpret_cast<uintptr_t>(other);
     return a > b ? a - b : b - a;
+}
+
+// Whether two regions of count bytes each, 1 to half of all addresses, overlap: Distance(one, other)
+// below count in a single comparison. Regions that run into each other across the end of the address
+// space overlap too; no memory lies there.
+static inline bool IsNear(const void *one, const void *other, size_t count)
+{
+    const uintptr_t apart = reinterpret_cast<uintptr_t>(one) - reinterpret_cast<uintptr_t>(other);
+    return apart + (count - 1) < count + (count - 1);
 }
 
 // True for a destination size that no function takes. Zero wraps round and fails with the large ones.
