@@ -9,6 +9,7 @@
 // the platform reads the sub-format of a floating conversion not always as it was written. Both are
 // told where they happen.
 #include "tamrik/tamrik.h"
+#include "tamrik/small.h"
 
 #include <limits.h>
 #include <stdint.h>
@@ -23,8 +24,8 @@ enum class State { Normal, Percent, Flag, Width, Dot, Precision, Size, Type, Inv
 constexpr int kClasses = 9;
 constexpr int kStates = 9;
 constexpr int kReadStates = 7 + 1;  // all but Invalid, which nothing follows
-constexpr int kFirstChar = ' ';
-constexpr int kTableSize = 'z' - kFirstChar + 1;
+constexpr unsigned kFirstChar = ' ';
+constexpr unsigned kTableSize = 'z' - kFirstChar + 1;
 
 // The members of each class. Every character outside ' ' to 'z' is Other too.
 constexpr const char *kClassMembers[kClasses] = {
@@ -66,7 +67,7 @@ static constexpr unsigned char PackedByte(int index)
     int charClass = 0;
     for (int row = 0; row < kClasses; row++) {
         for (const char *member = kClassMembers[row]; *member != '\0'; member++)
-            if (*member == kFirstChar + index)
+            if (*member == static_cast<int>(kFirstChar) + index)
                 charClass = row;
     }
     const int row = index / kStates;
@@ -86,12 +87,12 @@ constinit const unsigned char tamrik__lookuptable_s[kTableSize] = {
     SEVEN_BYTES(70), SEVEN_BYTES(77), SEVEN_BYTES(84)};
 
 template <class Char>
-static State NextState(Char ch, State state)
+static inline State NextState(Char ch, State state)
 {
-    const bool isInTable = ch >= kFirstChar && ch < kFirstChar + kTableSize;
-    const int charClass = isInTable ? tamrik__lookuptable_s[ch - kFirstChar] & 0xF : 0;
-    return static_cast<State>(
-        tamrik__lookuptable_s[charClass * kStates + static_cast<int>(state)] >> 4);
+    const unsigned index = static_cast<unsigned>(ch) - kFirstChar;
+    const int charClass = index < kTableSize ? tamrik__lookuptable_s[index] & 0xF : 0;
+    const int cell = charClass * kStates + static_cast<int>(state);
+    return static_cast<State>(tamrik__lookuptable_s[cell] >> 4);
 }
 
 // ---- Constants ----
@@ -129,6 +130,9 @@ constexpr int kLongDoubleExtra = 4972;
 constexpr int kSubFormatSize = 16;  // a longer specification is copied to the heap
 constexpr int kNumberSize = 10;     // the digits of the largest int
 constexpr int kPrefixSize = 2;
+constexpr int kDecimal = 0;  // as bitsPerDigit; it has no whole number of them
+constexpr int kOctal = 3;
+constexpr int kHexadecimal = 4;
 constexpr int kHexPrefixLetter = 16;  // where the digit tables hold 'x' or 'X'
 
 constexpr char _itoa_upper_digits[] = "0123456789ABCDEFX";
@@ -169,11 +173,22 @@ struct Specification {
     unsigned flags = 0;
     int width = 0;
     int precision = kNoPrecision;
-    int prefixLength = 0;
-    char prefix[kPrefixSize] = {};  // a sign, or "0x"
+};
+
+// What stands before a number: a sign, or "0x".
+struct Prefix {
+    char text[kPrefixSize];
+    int length;
 };
 
 // Text on its way out, by what has to happen to it.
+struct NumberText {  // digits that are not made yet
+    uint64_t value;
+    int digitCount;  // of the value; none for 0
+    int length;      // with the zeros before them
+    int bitsPerDigit;
+    const char *digits;
+};
 struct PlainText {  // of ASCII alone: numbers, prefixes
     const char *text;
     int length;
@@ -186,6 +201,89 @@ struct WideText {
     const wchar_t *text;
     int length;
 };
+
+// ---- Putting, where there is room ----
+
+static int CountDecimal(uint64_t value)
+{
+    for (int count = 0;; count += 4, value /= 10000) {
+        if (value < 10)
+            return count + (value > 0 ? 1 : 0);
+        if (value < 100)
+            return count + 2;
+        if (value < 1000)
+            return count + 3;
+        if (value < 10000)
+            return count + 4;
+    }
+}
+
+static int CountDigits(uint64_t value, int bitsPerDigit)
+{
+    int count = 0;
+    for (; value != 0; value >>= bitsPerDigit)
+        count++;
+    return count;
+}
+
+// Puts the decimal digits of `value`, which are `count` (0 has none or one), and returns where they
+// end.
+template <class Unsigned>
+static char *PutDecimal(char *to, Unsigned value, int count)
+{
+    char *at = to + count;
+    for (; value >= 100; value /= 100) {
+        at -= 2;
+        memcpy(at, kDigitPairs + static_cast<size_t>(value % 100) * 2, 2);
+    }
+    if (value >= 10)
+        memcpy(at - 2, kDigitPairs + static_cast<size_t>(value) * 2, 2);
+    else if (at != to)
+        *--at = static_cast<char>('0' + value);
+    return to + count;
+}
+
+static char *PutRepeated(char *to, char ch, size_t n)
+{
+    if (n > kSmallFill) {
+        memset(to, ch, n);
+    } else if (n > 0) {
+        const uint64_t everyByte = UINT64_C(0x0101010101010101);
+        FillSmall(reinterpret_cast<unsigned char *>(to), static_cast<unsigned char>(ch) * everyByte,
+                  n);
+    }
+    return to + n;
+}
+
+static char *PutBytes(char *to, const char *text, size_t n)
+{
+    if (n > kSmallCopy)
+        memcpy(to, text, n);
+    else if (n > 0)
+        CopySmall(to, text, n);
+    return to + n;
+}
+
+static char *Put(char *to, PlainText text)
+{
+    return PutBytes(to, text.text, static_cast<size_t>(text.length));
+}
+
+static char *Put(char *to, NarrowText text)
+{
+    return PutBytes(to, text.text, static_cast<size_t>(text.length));
+}
+
+static char *Put(char *to, NumberText number)
+{
+    to = PutRepeated(to, '0', static_cast<size_t>(number.length - number.digitCount));
+    if (number.bitsPerDigit == kDecimal)
+        return PutDecimal(to, number.value, number.digitCount);
+    const unsigned mask = (1U << number.bitsPerDigit) - 1;
+    for (char *at = to + number.digitCount; at != to; number.value >>= number.bitsPerDigit)
+        *--at = number.digits[number.value & mask];
+    return to + number.digitCount;
+}
 
 // ---- Writing ----
 
@@ -237,19 +335,6 @@ static void WriteRepeated(Char ch, int n, OutputStream *stream, int *charsOut)
         to += sizeof ch;
     }
     Settle<Char>(stream, fitting, n, charsOut);
-}
-
-// Writes the character that the machine just read and all that follow it up to the next '%': only
-// a '%' leaves the state Normal.
-template <class Char>
-static void WriteLiterals(Call<Char> *call)
-{
-    const Char *first = call->next - 1;
-    const Char *end = call->next;
-    while (*end != '%' && *end != '\0' && end - first < INT_MAX)
-        end++;
-    call->next = end;
-    WriteString(first, static_cast<int>(end - first), call->stream, &call->charsOut);
 }
 
 template <class Char>
@@ -366,6 +451,14 @@ static void WriteText(Call<wchar_t> *call, NarrowText text)
     WriteConverted(call, text);
 }
 
+template <class Char>
+static void WriteText(Call<Char> *call, NumberText number)
+{
+    char text[kTextSize];
+    Put(text, number);
+    WriteText(call, PlainText{text, number.length});
+}
+
 static PlainText AsText(const char *text, int length)
 {
     return {text, length};
@@ -380,18 +473,31 @@ static WideText AsText(const wchar_t *text, int length)
 
 // Lays a converted text out in its field: blanks, prefix, zeros, text, blanks.
 template <class Char, class Text>
-static void WriteField(Call<Char> *call, const Specification<Char> &spec, Text text)
+static void WriteField(Call<Char> *call, const Specification<Char> &spec, Text text,
+                       Prefix signOrRadix = {{}, 0})
 {
-    const int64_t padding = int64_t{spec.width} - spec.prefixLength - text.length;
-    const unsigned side = spec.flags & (kLeftJustify | kZeroPad);
-    if (side == 0)
-        WritePadding(call, ' ', padding);
-    WriteText(call, PlainText{spec.prefix, spec.prefixLength});
-    if (side == kZeroPad)
-        WritePadding(call, '0', padding);
+    const int64_t length = int64_t{signOrRadix.length} + text.length;
+    const int64_t padding = spec.width > length ? spec.width - length : 0;
+    const int64_t left = (spec.flags & kLeftJustify) != 0 ? padding : 0;
+    const int64_t zeros = left == 0 && (spec.flags & kZeroPad) != 0 ? padding : 0;
+    const int64_t blanks = padding - zeros - left;
+    const PlainText prefix = {signOrRadix.text, signOrRadix.length};
+    if constexpr (requires(char *to, Call<char> *own) { Put(to, text), own = call; }) {
+        if (length + padding < call->stream->count) {
+            char *to = PutRepeated(call->stream->cur, ' ', static_cast<size_t>(blanks));
+            to = PutRepeated(Put(to, prefix), '0', static_cast<size_t>(zeros));
+            PutRepeated(Put(to, text), ' ', static_cast<size_t>(left));
+            const int written = static_cast<int>(length + padding);
+            Settle<Char>(call->stream, written, written, &call->charsOut);
+            return;
+        }
+    }
+    WritePadding(call, ' ', blanks);
+    WriteText(call, prefix);
+    WritePadding(call, '0', zeros);
     WriteText(call, text);
-    if ((side & kLeftJustify) != 0 && call->charsOut >= 0)
-        WritePadding(call, ' ', padding);
+    if (call->charsOut >= 0)
+        WritePadding(call, ' ', left);
 }
 
 // Takes an integer of the size that the flags ask for; the first match of the list wins. A signed
@@ -417,111 +523,79 @@ static uint64_t TakeInteger(Arguments *arguments, unsigned flags)
     return isSigned ? static_cast<uint64_t>(value) : static_cast<unsigned>(value);
 }
 
-// The digits of `value` up to `end`, none for zero. Returns where they begin.
-static char *PutDecimal(char *end, uint64_t value)
+static int BitsPerDigit(char conversion)
 {
-    while (value >= 10) {
-        end -= 2;
-        memcpy(end, kDigitPairs + value % 100 * 2, 2);
-        value /= 100;
+    switch (conversion) {
+    case 'o': return kOctal;
+    case 'x':
+    case 'X':
+    case 'p': return kHexadecimal;
+    default: return kDecimal;
     }
-    if (value > 0)
-        *--end = static_cast<char>('0' + value);
-    return end;
 }
 
-static char *PutDigits(char *end, uint64_t value, unsigned bitsPerDigit, const char *digits)
+static Prefix PrefixOf(unsigned flags, uint64_t value, int bitsPerDigit, const char *digits)
 {
-    const unsigned mask = (1U << bitsPerDigit) - 1;
-    for (; value != 0; value >>= bitsPerDigit)
-        *--end = digits[value & mask];
-    return end;
-}
-
-static unsigned BitsPerDigit(char conversion)
-{
-    return conversion == 'o' ? 3 : 4;
-}
-
-template <class Char>
-static void PutPrefix(Specification<Char> *spec, uint64_t value, char conversion,
-                      const char *digits)
-{
-    char sign = '\0';
-    if ((spec->flags & kSigned) != 0) {
-        if ((spec->flags & kNegative) != 0)
-            sign = '-';
-        else if ((spec->flags & kForceSign) != 0)
-            sign = '+';
-        else if ((spec->flags & kSpaceForSign) != 0)
-            sign = ' ';
+    if ((flags & kSigned) != 0) {
+        if ((flags & kNegative) != 0)
+            return {{'-'}, 1};
+        if ((flags & kForceSign) != 0)
+            return {{'+'}, 1};
+        return {{' '}, (flags & kSpaceForSign) != 0 ? 1 : 0};
     }
-    if (sign != '\0') {
-        spec->prefix[0] = sign;
-        spec->prefixLength = 1;
-        return;
-    }
-    const bool isHex = conversion == 'x' || conversion == 'X' || conversion == 'p';
-    if (isHex && (spec->flags & kAlternate) != 0 && value != 0) {
-        spec->prefix[0] = '0';
-        spec->prefix[1] = digits[kHexPrefixLetter];
-        spec->prefixLength = kPrefixSize;
-    }
+    const bool isPrefixed = bitsPerDigit == kHexadecimal && (flags & kAlternate) != 0 && value != 0;
+    return {{'0', digits[kHexPrefixLetter]}, isPrefixed ? kPrefixSize : 0};
 }
 
 // 'd', 'i', 'u', 'o', 'x', 'X' and 'p'.
 template <class Char>
-static void ConvertInteger(Call<Char> *call, Specification<Char> *spec, char conversion)
+static void ConvertInteger(Call<Char> *call, Specification<Char> spec, char conversion)
 {
     if (conversion == 'd' || conversion == 'i')
-        spec->flags |= kSigned;
+        spec.flags |= kSigned;
     if (conversion == 'p') {
-        spec->flags |= kPointer | kPointerSized | kAlternate;
-        spec->precision = 0;
+        spec.flags |= kPointer | kPointerSized | kAlternate;
+        spec.precision = 0;
     }
-    if (conversion == 'o' && (spec->flags & kAlternate) != 0)
-        spec->flags |= kOctalZero;
+    if (conversion == 'o' && (spec.flags & kAlternate) != 0)
+        spec.flags |= kOctalZero;
 
     // 1. The magnitude.
-    uint64_t value = TakeInteger(call->arguments, spec->flags);
-    if ((spec->flags & kSigned) != 0 && static_cast<int64_t>(value) < 0) {
-        spec->flags |= kNegative;
+    uint64_t value = TakeInteger(call->arguments, spec.flags);
+    if ((spec.flags & kSigned) != 0 && static_cast<int64_t>(value) < 0) {
+        spec.flags |= kNegative;
         value = -value;
     }
-    if ((spec->flags & (kPointerSized | kIntMax | kSizeT | kPtrDiff | kLongLong | kLong)) == 0)
+    if ((spec.flags & (kPointerSized | kIntMax | kSizeT | kPtrDiff | kLongLong | kLong)) == 0)
         value &= 0xFFFFFFFFU;
 
     // 2. The precision.
-    int precision = spec->precision;
+    int precision = spec.precision;
     if (precision < 0) {
         precision = 1;
     } else {
-        spec->flags &= (spec->flags & kPointer) != 0 ? ~0U : ~static_cast<unsigned>(kZeroPad);
+        spec.flags &= (spec.flags & kPointer) != 0 ? ~0U : ~static_cast<unsigned>(kZeroPad);
         precision = precision < kIntegerPrecision ? precision : kIntegerPrecision;
     }
 
     // 3. The prefix, which a zero does not have.
     const char *digits = conversion == 'X' ? _itoa_upper_digits : _itoa_lower_digits;
-    PutPrefix(spec, value, conversion, digits);
+    const int bits = BitsPerDigit(conversion);
+    const Prefix prefix = PrefixOf(spec.flags, value, bits, digits);
 
     // 4. to 6. The digits, as many zeros as the precision asks for, and the octal zero.
-    char text[kTextSize];
-    char *end = text + sizeof text;
-    const bool isDecimal = conversion == 'd' || conversion == 'i' || conversion == 'u';
-    char *first = isDecimal ? PutDecimal(end, value)
-                            : PutDigits(end, value, BitsPerDigit(conversion), digits);
-    while (end - first < precision)
-        *--first = '0';
-    if ((spec->flags & kOctalZero) != 0 && (first == end || *first != '0'))
-        *--first = '0';
+    const int count = bits == kDecimal ? CountDecimal(value) : CountDigits(value, bits);
+    int length = count > precision ? count : precision;
+    if ((spec.flags & kOctalZero) != 0 && length == count)
+        length++;
 
     // 7. A null pointer, the only one without a digit, has a name.
-    if (conversion == 'p' && first == end) {
-        spec->flags &= ~static_cast<unsigned>(kZeroPad);
-        WriteField(call, *spec, PlainText{kNilText, sizeof kNilText - 1});
+    if (conversion == 'p' && length == 0) {
+        spec.flags &= ~static_cast<unsigned>(kZeroPad);
+        WriteField(call, spec, PlainText{kNilText, sizeof kNilText - 1});
         return;
     }
-    WriteField(call, *spec, PlainText{first, static_cast<int>(end - first)});
+    WriteField(call, spec, NumberText{value, count, length, bits, digits}, prefix);
 }
 
 // 'S' and 'C' without a size of their own.
@@ -535,14 +609,14 @@ static bool IsWideText(const Call<Char> *call, unsigned flags, bool isCapital)
 
 // 'c' and 'C'. A character that cannot be converted prints nothing, no padding either.
 template <class Char>
-static void ConvertCharacter(Call<Char> *call, Specification<Char> *spec, bool isCapital)
+static void ConvertCharacter(Call<Char> *call, Specification<Char> spec, bool isCapital)
 {
-    spec->flags &= ~static_cast<unsigned>(kZeroPad);
+    spec.flags &= ~static_cast<unsigned>(kZeroPad);
     const int value = va_arg(call->arguments->list, int);
     Char own[MB_LEN_MAX];
     int used = 0;
     int length = 0;
-    if (IsWideText(call, spec->flags, isCapital)) {
+    if (IsWideText(call, spec.flags, isCapital)) {
         const wchar_t wide = static_cast<wchar_t>(value);
         length = ToOwnWidth(call, WideText{&wide, 1}, own, &used);
     } else {
@@ -550,24 +624,24 @@ static void ConvertCharacter(Call<Char> *call, Specification<Char> *spec, bool i
         length = ToOwnWidth(call, NarrowText{&narrow, 1}, own, &used);
     }
     if (length >= 0)
-        WriteField(call, *spec, AsText(own, length));
+        WriteField(call, spec, AsText(own, length));
 }
 
 // 's' and 'S'. Reads no further than the precision.
 template <class Char>
-static void ConvertString(Call<Char> *call, Specification<Char> *spec, bool isCapital)
+static void ConvertString(Call<Char> *call, Specification<Char> spec, bool isCapital)
 {
-    spec->flags &= ~static_cast<unsigned>(kZeroPad);
-    const size_t most = spec->precision < 0 ? INT_MAX : static_cast<size_t>(spec->precision);
-    if (IsWideText(call, spec->flags, isCapital)) {
+    spec.flags &= ~static_cast<unsigned>(kZeroPad);
+    const size_t most = spec.precision < 0 ? INT_MAX : static_cast<size_t>(spec.precision);
+    if (IsWideText(call, spec.flags, isCapital)) {
         const wchar_t *text = va_arg(call->arguments->list, const wchar_t *);
         text = text != nullptr ? text : WSTR_NULL_STRING;
-        WriteField(call, *spec, WideText{text, static_cast<int>(wcsnlen(text, most))});
+        WriteField(call, spec, WideText{text, static_cast<int>(wcsnlen(text, most))});
         return;
     }
     const char *text = va_arg(call->arguments->list, const char *);
     text = text != nullptr ? text : STR_NULL_STRING;
-    WriteField(call, *spec, NarrowText{text, static_cast<int>(strnlen(text, most))});
+    WriteField(call, spec, NarrowText{text, static_cast<int>(strnlen(text, most))});
 }
 
 // ---- Floating conversions ----
@@ -585,11 +659,8 @@ template <class Char>
 static char *PutWrittenNumber(char *to, WrittenNumber<Char> written, int value)
 {
     if (written.length > 1 && written.text[0] == '*') {
-        char digits[kNumberSize];
-        char *end = digits + sizeof digits;
-        char *first = PutDecimal(end, static_cast<uint64_t>(value > 0 ? value : 0));
-        memcpy(to, first, static_cast<size_t>(end - first));
-        return to + (end - first);
+        const unsigned number = value > 0 ? static_cast<unsigned>(value) : 0;
+        return PutDecimal(to, number, CountDecimal(number));
     }
     for (int i = 0; i < written.length; i++)
         *to++ = static_cast<char>(written.text[i]);
@@ -604,8 +675,8 @@ template <class Char>
 static int PutSubFormat(const Call<Char> &call, const Specification<Char> &spec, char *to)
 {
     *to++ = '%';
-    WrittenNumber<Char> width = {nullptr, 0};
-    WrittenNumber<Char> precision = {nullptr, 0};
+    WrittenNumber<Char> width = {spec.start, 0};
+    WrittenNumber<Char> precision = {spec.start, 0};
     bool hasPrecision = false;
     State state = State::Percent;
     const Char *at = spec.start + 1;
@@ -825,7 +896,7 @@ static State TakeSize(Call<Char> *call, Specification<Char> *spec, Char ch)
     case 'I':
         if (!TakePointerSize(call, spec)) {
             // Intended: the specification is dropped and its rest is text, the 'I' included.
-            WriteLiterals(call);
+            call->next--;
             return State::Normal;
         }
         break;
@@ -835,7 +906,7 @@ static State TakeSize(Call<Char> *call, Specification<Char> *spec, Char ch)
 }
 
 template <class Char>
-static void Convert(Call<Char> *call, Specification<Char> *spec, Char ch)
+static void Convert(Call<Char> *call, const Specification<Char> &spec, Char ch)
 {
     switch (ch) {
     case 'c': ConvertCharacter(call, spec, false); return;
@@ -848,103 +919,248 @@ static void Convert(Call<Char> *call, Specification<Char> *spec, Char ch)
     case 'F':
     case 'g':
     case 'G':
-        if ((spec->flags & kLongDouble) != 0) {
+        if ((spec.flags & kLongDouble) != 0) {
             const long double value = va_arg(call->arguments->list, long double);
-            ConvertFloat(call, *spec, value, kLongDoubleExtra);
+            ConvertFloat(call, spec, value, kLongDoubleExtra);
         } else {
-            ConvertFloat(call, *spec, va_arg(call->arguments->list, double), kDoubleExtra);
+            ConvertFloat(call, spec, va_arg(call->arguments->list, double), kDoubleExtra);
         }
         return;
     default: ConvertInteger(call, spec, static_cast<char>(ch)); return;
     }
 }
 
+// ---- Pieces that need no machine ----
+
+// Only a '%' leaves the state Normal: the characters from call->next to it, or to the format's end,
+// are written in one go.
+template <class Char>
+static void WriteLiterals(Call<Char> *call)
+{
+    const Char *end = call->next;
+    while (*end != '%' && *end != '\0' && end - call->next < INT_MAX)
+        end++;
+    WriteString(call->next, static_cast<int>(end - call->next), call->stream, &call->charsOut);
+    call->next = end;
+}
+
+// Copies a format's text up to its next '%', its end or the end of the room.
+static char *PutLiterals(char *to, const char *end, const char **next)
+{
+    constexpr int kShortRun = 8;
+    const char *from = *next;
+    for (int i = 0; i < kShortRun; i++, from++, to++) {
+        if (*from == '%' || *from == '\0' || to == end) {
+            *next = from;
+            return to;
+        }
+        *to = *from;
+    }
+    const size_t length = strcspn(from, "%");
+    const size_t room = static_cast<size_t>(end - to);
+    const size_t fitting = length < room ? length : room;
+    *next = from + fitting;
+    return PutBytes(to, from, fitting);
+}
+
+// A specification of the common kind: "%d", "%s", "%lld", "%10d", "%-20s".
+struct PlainField {
+    int width = 0;
+    bool isLeft = false;
+    bool isLong = false;
+};
+
+// Reads what stands between a '%' and its conversion if it is of the common kind, and returns where it
+// ends: a conversion that is no plain one means that it was not.
+static const char *ReadPlainField(const char *at, PlainField *field, Call<char> *call)
+{
+    constexpr int kWidestPlain = 100;
+    field->isLeft = *at == '-';
+    at += field->isLeft ? 1 : 0;
+    if (*at == '0')
+        return at;
+    for (; *at >= '0' && *at <= '9' && field->width < kWidestPlain; at++) {
+        field->width = field->width * 10 + (*at - '0');
+        call->widthFromArgs = false;
+    }
+    field->isLong = *at == 'l';
+    at += field->isLong ? 1 : 0;
+    return field->isLong && *at == 'l' ? at + 1 : at;
+}
+
+// Puts blanks around a text, whose length is known, while `put` puts the text itself.
+template <class Put>
+static inline char *PutPadded(char *to, const PlainField &field, size_t length, Put put)
+{
+    const size_t width = static_cast<size_t>(field.width);
+    const size_t blanks = width > length ? width - length : 0;
+    to = put(PutRepeated(to, ' ', field.isLeft ? 0 : blanks));
+    return PutRepeated(to, ' ', field.isLeft ? blanks : 0);
+}
+
+static inline char *PutSigned(char *to, const PlainField &field, int64_t value)
+{
+    const uint64_t bits = static_cast<uint64_t>(value);
+    const uint64_t magnitude = value < 0 ? 0 - bits : bits;
+    const int count = magnitude < 10 ? 1 : CountDecimal(magnitude);
+    const int length = value < 0 ? count + 1 : count;
+    return PutPadded(to, field, static_cast<size_t>(length), [=](char *at) {
+        *at = '-';
+        return PutDecimal(at + (length - count), magnitude, count);
+    });
+}
+
+// The same without a field, for "%d".
+static inline char *PutInt(char *to, int value)
+{
+    unsigned magnitude = static_cast<unsigned>(value);
+    if (value < 0) {
+        *to++ = '-';
+        magnitude = 0 - magnitude;
+    }
+    if (magnitude < 10) {
+        *to = static_cast<char>('0' + magnitude);
+        return to + 1;
+    }
+    return PutDecimal(to, magnitude, CountDecimal(magnitude));
+}
+
+// Where the plain pieces stand: in the format, in the output, and whether a string was too long.
+struct Plain {
+    const char *next;  // null when what comes is not plain
+    char *to;
+    const char *cut;  // the string that does not fit, which nothing was put of
+};
+
+[[gnu::always_inline]] static inline Plain PutString(const char *next, char *to, const char *end,
+                                                     const PlainField &field, Arguments *arguments)
+{
+    const char *text = va_arg(arguments->list, const char *);
+    text = text != nullptr ? text : STR_NULL_STRING;
+    const size_t length = strnlen(text, INT_MAX);
+    if (length > static_cast<size_t>(end - to))
+        return {next, to, text};
+    to = PutPadded(to, field, length, [=](char *at) { return PutBytes(at, text, length); });
+    return {next, to, nullptr};
+}
+
+// Puts a specification of the common kind, other than "%d" and "%s" themselves.
+[[gnu::noinline]] static Plain PutField(const char *next, char *to, const char *end,
+                                        Call<char> *call)
+{
+    constexpr int kLongestSigned = 20;  // -9223372036854775808
+    PlainField field;
+    const char *conversion = ReadPlainField(next + 1, &field, call);
+    if (end - to < field.width + kLongestSigned)
+        return {nullptr, to, nullptr};
+    if (*conversion == 's' && !field.isLong)
+        return PutString(conversion + 1, to, end, field, call->arguments);
+    if (*conversion != 'd')
+        return {nullptr, to, nullptr};
+    const int64_t value =
+        field.isLong ? va_arg(call->arguments->list, int64_t) : va_arg(call->arguments->list, int);
+    return {conversion + 1, PutSigned(to, field, value), nullptr};
+}
+
+// Writes text, and the specifications of the common kind, as long as they fit. The rest is left to the
+// machine, which does the same with all checks.
+static inline void WritePlainPieces(Call<char> *call)
+{
+    OutputStream *stream = call->stream;
+    if (stream->count < 1)
+        return;
+    char *const end = stream->cur + stream->count;
+    Plain plain = {call->next, stream->cur, nullptr};
+    while (plain.cut == nullptr) {
+        plain.to = PutLiterals(plain.to, end, &plain.next);
+        if (*plain.next != '%')
+            break;
+        if (plain.next[1] == 'd' && end - plain.to > kNumberSize) {
+            plain.to = PutInt(plain.to, va_arg(call->arguments->list, int));
+            plain.next += 2;
+        } else if (plain.next[1] == 's') {
+            plain = PutString(plain.next + 2, plain.to, end, {}, call->arguments);
+        } else {
+            const Plain behind = PutField(plain.next, plain.to, end, call);
+            if (behind.next == nullptr)
+                break;
+            plain = behind;
+        }
+    }
+    call->next = plain.next;
+    const int written = static_cast<int>(plain.to - stream->cur);
+    Settle<char>(stream, written, written, &call->charsOut);
+    if (plain.cut != nullptr)
+        WriteString(plain.cut, stream->count + 1, stream, &call->charsOut);
+}
+
+static void WritePlainPieces(Call<wchar_t> *call)
+{
+    WriteLiterals(call);
+}
+
 // ---- The engine ----
 
-template <class Char>
-static int Format(OutputStream *stream, const Char *format, Arguments *arguments)
+// Whether the machine is outside of any specification.
+static bool IsOutside(State state)
 {
-    Call<Char> call = {.next = format, .stream = stream, .arguments = arguments};
+    return state == State::Normal || state == State::Type;
+}
+
+// Runs the machine over one specification, or over one character that found no room. False when the
+// specification is invalid or the format ends inside it.
+template <class Char>
+[[gnu::noinline]] static bool RunMachine(Call<Char> *call)
+{
     Specification<Char> spec;
     State state = State::Normal;
-    while (*call.next != '\0' && call.charsOut >= 0) {
-        const Char ch = *call.next++;
+    do {
+        const Char ch = *call->next++;
         const State previous = state;
         state = NextState(ch, state);
         switch (state) {
-        case State::Normal: WriteLiterals(&call); break;
-        case State::Percent:
-            spec = {};
-            spec.start = call.next - 1;
-            break;
+        case State::Normal: WriteString(&ch, 1, call->stream, &call->charsOut); break;
+        case State::Percent: spec.start = call->next - 1; break;
         case State::Flag: TakeFlag(&spec, ch); break;
         case State::Width:
-            if (!TakeWidth(&call, &spec, ch, previous != State::Width))
-                return -1;
+            if (!TakeWidth(call, &spec, ch, previous != State::Width))
+                return false;
             break;
         case State::Dot: spec.precision = 0; break;
         case State::Precision:
-            if (!TakePrecision(&call, &spec, ch))
-                return -1;
+            if (!TakePrecision(call, &spec, ch))
+                return false;
             break;
-        case State::Size: state = TakeSize(&call, &spec, ch); break;
-        case State::Type: Convert(&call, &spec, ch); break;
-        case State::Invalid: return -1;
+        case State::Size: state = TakeSize(call, &spec, ch); break;
+        case State::Type: Convert(call, Specification<Char>(spec), ch); break;
+        case State::Invalid: return false;
         }
-    }
-    const bool isComplete = state == State::Normal || state == State::Type;
-    return isComplete ? call.charsOut : -1;
+    } while (!IsOutside(state));
+    return true;
 }
 
 template <class Char>
-static int FormatList(OutputStream *stream, const Char *format, va_list argList)
+static inline int Format(OutputStream *stream, const Char *format, Arguments *arguments)
 {
-    Arguments arguments;
-    va_copy(arguments.list, argList);
-    const int result = Format(stream, format, &arguments);
-    va_end(arguments.list);
-    return result;
+    Call<Char> call = {.next = format, .stream = stream, .arguments = arguments};
+    do {
+        WritePlainPieces(&call);
+        if (*call.next == '\0' || call.charsOut < 0)
+            break;
+        if (!RunMachine(&call))
+            return -1;
+    } while (call.charsOut >= 0);
+    return call.charsOut;
 }
 
-// ---- Public functions ----
+// ---- The bounded calls ----
 
-int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...)
-{
-    va_list argList;
-    va_start(argList, format);
-    const int result = vsnprintf_s(strDest, destMax, count, format, argList);
-    va_end(argList);
-    return result;
-}
-
-int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList)
-{
-    const bool isCountGood = count < MAX_BUFFER_SIZE || count == SIZE_MAX;
-    if (destMax - 1 >= MAX_BUFFER_SIZE || strDest == nullptr || format == nullptr || !isCountGood) {
-        if (strDest != nullptr && destMax != 0)
-            strDest[0] = '\0';
-        return -1;
-    }
-
-    const bool isTruncating = destMax > count;
-    const int result =
-        vsnprintf_helper(strDest, isTruncating ? count + 1 : destMax, format, argList);
-    if (!isTruncating) {
-        // Intended: the last byte is cleared even behind a text that ends long before it.
-        strDest[destMax - 1] = '\0';
-    }
-    if (result >= 0)
-        return result;
-    if (!isTruncating || result != kDoesNotFit)
-        strDest[0] = '\0';
-    return -1;
-}
-
-int vsnprintf_helper(char *dest, size_t size, const char *format, va_list argList)
+static inline int FormatTerminated(char *dest, size_t size, const char *format,
+                                   Arguments *arguments)
 {
     const size_t room = size < MAX_BUFFER_SIZE ? size : MAX_BUFFER_SIZE;
     OutputStream stream = {dest != nullptr ? static_cast<int>(room) : 0, dest};
-    const int result = FormatList(&stream, format, argList);
+    const int result = Format(&stream, format, arguments);
     if (result >= 0) {
         const int left = stream.count--;
         if (left > 0) {
@@ -957,14 +1173,76 @@ int vsnprintf_helper(char *dest, size_t size, const char *format, va_list argLis
     return stream.count < 0 ? kDoesNotFit : -1;
 }
 
+[[gnu::always_inline]] static inline int FormatBounded(char *dest, size_t destMax, size_t count,
+                                                       const char *format, Arguments *arguments)
+{
+    const bool isCountGood = count < MAX_BUFFER_SIZE || count == SIZE_MAX;
+    if (IsBadSize(destMax, MAX_BUFFER_SIZE) || dest == nullptr || format == nullptr ||
+        !isCountGood) {
+        if (dest != nullptr && destMax != 0)
+            dest[0] = '\0';
+        return -1;
+    }
+
+    const bool isTruncating = destMax > count;
+    const int result =
+        FormatTerminated(dest, isTruncating ? count + 1 : destMax, format, arguments);
+    if (!isTruncating) {
+        // Intended: the last byte is cleared even behind a text that ends long before it.
+        dest[destMax - 1] = '\0';
+    }
+    if (result >= 0)
+        return result;
+    if (!isTruncating || result != kDoesNotFit)
+        dest[0] = '\0';
+    return -1;
+}
+
+// ---- Public functions ----
+
+int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...)
+{
+    Arguments arguments;
+    va_start(arguments.list, format);
+    const int result = FormatBounded(strDest, destMax, count, format, &arguments);
+    va_end(arguments.list);
+    return result;
+}
+
+int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList)
+{
+    Arguments arguments;
+    va_copy(arguments.list, argList);
+    const int result = FormatBounded(strDest, destMax, count, format, &arguments);
+    va_end(arguments.list);
+    return result;
+}
+
+int vsnprintf_helper(char *dest, size_t size, const char *format, va_list argList)
+{
+    Arguments arguments;
+    va_copy(arguments.list, argList);
+    const int result = FormatTerminated(dest, size, format, &arguments);
+    va_end(arguments.list);
+    return result;
+}
+
 int tamrik_output_s(OutputStream *stream, const char *format, va_list argList)
 {
-    return FormatList(stream, format, argList);
+    Arguments arguments;
+    va_copy(arguments.list, argList);
+    const int result = Format(stream, format, &arguments);
+    va_end(arguments.list);
+    return result;
 }
 
 int tamrik_woutput_s(OutputStream *stream, const wchar_t *format, va_list argList)
 {
-    return FormatList(stream, format, argList);
+    Arguments arguments;
+    va_copy(arguments.list, argList);
+    const int result = Format(stream, format, &arguments);
+    va_end(arguments.list);
+    return result;
 }
 
 int indirectSprintf(char *buffer, const char *format, ...)
