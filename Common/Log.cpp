@@ -245,6 +245,10 @@ void Log(const char *sourceFile, const char *functionName, const char *text)
 {
     if (IsRefused(sourceFile, functionName, text))
         return;
+    if (!strchr(text, '%')) {  // it is its own message; the line cuts it where the message would
+        WriteLine(sourceFile, functionName, text);
+        return;
+    }
     char message[kLineSize];
     memset_s(message, sizeof message, 0, sizeof message);
     FormatText(message, text);
