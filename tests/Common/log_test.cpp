@@ -876,6 +876,21 @@ TEST_CASE("a file that is truncated from outside goes on at its start, with noth
     CHECK(CloseAndRead(folder / "log") == Line(number + 2, "three") + Line(number + 3, "four"));
 }
 
+TEST_CASE(
+    "after the log emptied its file, a truncation from outside leaves zeros before the next line")
+{
+    const Folder folder;
+    const int number = NextNumber();
+    MakeFile(folder / "log", kCap + 1);
+    StartLog(folder / "log");
+    LogUsual("one");
+    LogUsual("two");
+    REQUIRE(truncate((folder / "log").c_str(), 0) == 0);
+    LogUsual("three");
+    CHECK(CloseAndRead(folder / "log") == std::string(Line(number, "one").size(), '\0') +
+                                              Line(number + 1, "two") + Line(number + 2, "three"));
+}
+
 // Lines are whole or missing in a log that ran out of room, but for the one that the room cut.
 static void CheckLastLine(const std::string &content, const std::string &last)
 {
