@@ -158,12 +158,12 @@ struct Call {
     const Char *next;  // the format character to be read next
     OutputStream *stream;
     Arguments *arguments;
-    int charsOut = 0;  // characters produced; negative once the call has failed
     // Intended: once set by a '*' these stay set in the specifications that follow, until a digit of
     // a width or a precision clears them; a later floating conversion depends on it.
     bool widthFromArgs = false;
     bool precisionFromArgs = false;
     bool isShiftStateReset = false;
+    int charsOut = 0;  // characters produced; negative once the call has failed
 };
 
 // Begins anew at every '%'.
@@ -204,18 +204,20 @@ struct WideText {
 
 // ---- Putting, where there is room ----
 
-static int CountDecimal(uint64_t value)
+// How many decimal digits `value` has; none for 0.
+static inline int CountDecimal(uint64_t value)
 {
-    for (int count = 0;; count += 4, value /= 10000) {
-        if (value < 10)
-            return count + (value > 0 ? 1 : 0);
-        if (value < 100)
-            return count + 2;
-        if (value < 1000)
-            return count + 3;
-        if (value < 10000)
-            return count + 4;
-    }
+    // clang-format off
+    static constexpr uint64_t kPowersOfTen[] = {
+        1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000, 10000000000,
+        100000000000, 1000000000000, 10000000000000, 100000000000000, 1000000000000000,
+        10000000000000000, 100000000000000000, 1000000000000000000, 10000000000000000000U,
+    };
+    // clang-format on
+    // 1233 / 4096 is the logarithm of 2 to the base 10: the estimate is right or one too low.
+    const int bits = 64 - __builtin_clzll(value | 1);
+    const int estimate = bits * 1233 >> 12;
+    return estimate + (value >= kPowersOfTen[estimate] ? 1 : 0);
 }
 
 static int CountDigits(uint64_t value, int bitsPerDigit)
@@ -675,6 +677,12 @@ template <class Char>
 static int PutSubFormat(const Call<Char> &call, const Specification<Char> &spec, char *to)
 {
     *to++ = '%';
+    if (call.next - spec.start == 2) {
+        // A conversion alone, "%f": nothing has to be brought into order.
+        *to++ = static_cast<char>(call.next[-1]);
+        *to = '\0';
+        return 0;
+    }
     WrittenNumber<Char> width = {spec.start, 0};
     WrittenNumber<Char> precision = {spec.start, 0};
     bool hasPrecision = false;
@@ -956,7 +964,8 @@ static char *PutLiterals(char *to, const char *end, const char **next)
         }
         *to = *from;
     }
-    const size_t length = strcspn(from, "%");
+    const char *percent = strchr(from, '%');
+    const size_t length = percent != nullptr ? static_cast<size_t>(percent - from) : strlen(from);
     const size_t room = static_cast<size_t>(end - to);
     const size_t fitting = length < room ? length : room;
     *next = from + fitting;
@@ -975,17 +984,20 @@ struct PlainField {
 static const char *ReadPlainField(const char *at, PlainField *field, Call<char> *call)
 {
     constexpr int kWidestPlain = 100;
-    field->isLeft = *at == '-';
-    at += field->isLeft ? 1 : 0;
+    if (*at == '-') {
+        field->isLeft = true;
+        at++;
+    }
     if (*at == '0')
         return at;
     for (; *at >= '0' && *at <= '9' && field->width < kWidestPlain; at++) {
         field->width = field->width * 10 + (*at - '0');
         call->widthFromArgs = false;
     }
-    field->isLong = *at == 'l';
-    at += field->isLong ? 1 : 0;
-    return field->isLong && *at == 'l' ? at + 1 : at;
+    if (*at != 'l')
+        return at;
+    field->isLong = true;
+    return at[1] == 'l' ? at + 2 : at + 1;
 }
 
 // Puts blanks around a text, whose length is known, while `put` puts the text itself.
