@@ -4,6 +4,7 @@
 #include "benchmarks/peers/safec.h"
 #include "tamrik/tamrik.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -25,8 +26,8 @@ char g_buffer[kSize];
 // The same arguments for every candidate. The format is hidden from the compiler, so that none of
 // them is worked out before the program runs; fmtFormat says the same in fmt's language.
 template <typename... Arguments>
-void AddFormat(const std::string &name, const char *format, [[maybe_unused]] const char *fmtFormat,
-               Arguments... arguments)
+Case &AddFormat(const std::string &name, const char *format, [[maybe_unused]] const char *fmtFormat,
+                Arguments... arguments)
 {
     char expected[kSize];
     std::snprintf(expected, sizeof expected, Hidden(format), arguments...);
@@ -63,6 +64,18 @@ void AddFormat(const std::string &name, const char *format, [[maybe_unused]] con
         std::memcpy(g_buffer, text.c_str(), text.size() + 1);
     });
 #endif
+    return work;
+}
+
+// The least that a floating conversion can do: one variadic call that hands its value on to the
+// platform by another.
+[[gnu::noinline]] int PlatformAlone(char *buffer, const char *format, ...)
+{
+    va_list argList;
+    va_start(argList, format);
+    const int result = indirectSprintf(buffer, format, va_arg(argList, double));
+    va_end(argList);
+    return result;
 }
 
 }  // namespace
@@ -88,7 +101,10 @@ void AddOutputCases()
     AddFormat("setup command", "%s%s%s/%s\"", "{}{}{}/{}\"", "open \"", "/Volumes/", "Orvanta",
               "ThirdPartySetup.dmg");
     AddFormat("plain message", "DiskMountApproval exit success", "DiskMountApproval exit success");
-    AddFormat("float", "%f", "{:f}", 3.14159265358979);
+    Case &floating = AddFormat("float", "%f", "{:f}", 3.14159265358979);
+    AddCandidate(floating, "two calls and vsprintf", [] {
+        benchmark::DoNotOptimize(PlatformAlone(g_buffer, Hidden("%f"), 3.14159265358979));
+    });
     AddFormat("hexadecimal", "%x", "{:x}", 0xDEADBEEFu);
     AddFormat("long number", "%lld", "{}", -1234567890123456789LL);
     AddFormat("fields", "%-20s|%10d", "{:<20}|{:>10}", "Orvanta", 123456);

@@ -80,7 +80,8 @@ GOALS = [
 ]
 
 # Hand-written lower bounds: the candidate that does the least that ours can do, in the same cases.
-BOUNDS = {"memset_s": "a call without checks", "memcpy_s": "a call without checks"}
+BOUNDS = {"memset_s": "a call without checks", "memcpy_s": "a call without checks",
+          "snprintf_s": "two calls and vsprintf"}
 
 # What is measured of the daemon: the key in DAEMON, the work, the unit, the value to stay under.
 DAEMON_GOALS = [
