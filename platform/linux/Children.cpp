@@ -8,12 +8,15 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 static constexpr int kSignalStatus = 128;
+
+// What a shell says of a program that it cannot run.
+static constexpr int kNotRunStatus = 127;
 
 static int WaitFor(pid_t pid)
 {
@@ -33,51 +36,46 @@ static void HasEnded(LoopSource *source)
 }
 
 // The child's signals are as in a fresh process, whatever the daemon's are.
-static bool SetAttributes(posix_spawnattr_t *attributes)
+static void ResetSignals()
 {
+    for (int number = 1; number < NSIG; number++)
+        signal(number, SIG_DFL);  // fails for the two that have no other action
     sigset_t none;
-    sigset_t all;
     sigemptyset(&none);
-    sigfillset(&all);
-    return posix_spawnattr_setsigmask(attributes, &none) == 0 &&
-           posix_spawnattr_setsigdefault(attributes, &all) == 0 &&
-           posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) ==
-               0;
+    sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-static bool SetFiles(posix_spawn_file_actions_t *files)
+// A program that must not outlive the daemon is killed with it.
+[[noreturn]] static void Run(const char *const argv[], Lifetime lifetime, pid_t parent)
 {
-    return posix_spawn_file_actions_addopen(files, STDIN_FILENO, "/dev/null", O_RDONLY, 0) == 0 &&
-           posix_spawn_file_actions_addopen(files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0) == 0;
-}
-
-static bool Spawn(pid_t *pid, const char *const argv[])
-{
-    posix_spawn_file_actions_t files;
-    if (posix_spawn_file_actions_init(&files) != 0)
-        return false;
-    posix_spawnattr_t attributes;
-    if (posix_spawnattr_init(&attributes) != 0) {
-        posix_spawn_file_actions_destroy(&files);
-        return false;
+    if (lifetime == Lifetime::WithParent) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(kNotRunStatus);
     }
-    const bool spawned = SetFiles(&files) && SetAttributes(&attributes) &&
-                         posix_spawnp(pid, argv[0], &files, &attributes,
-                                      const_cast<char *const *>(argv), environ) == 0;
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return spawned;
+    ResetSignals();
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (null >= 0) {
+        dup2(null, STDIN_FILENO);
+        dup2(null, STDOUT_FILENO);
+    }
+    execvp(argv[0], const_cast<char *const *>(argv));
+    _exit(kNotRunStatus);
 }
 
-bool StartChild(Child *child, const char *const argv[], void (*ended)(Child *child, int status),
-                void *owner)
+bool StartChild(Child *child, const char *const argv[], Lifetime lifetime,
+                void (*ended)(Child *child, int status), void *owner)
 {
     child->source = {-1, false, 0, HasEnded, child, false, nullptr};
     child->ended = ended;
     child->owner = owner;
     if (!RunLoopAddSource(&child->source))
         return false;
-    if (!Spawn(&child->pid, argv)) {
+    const pid_t parent = getpid();
+    child->pid = fork();
+    if (child->pid == 0)
+        Run(argv, lifetime, parent);
+    if (child->pid < 0) {
         RunLoopRemoveSource(&child->source);
         return false;
     }

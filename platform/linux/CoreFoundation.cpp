@@ -122,7 +122,7 @@ static __CFString *StringOfUtf8(const char *utf8)
     char *text = nullptr;
     __CFString *string = NewString(length, &text);
     if (string != nullptr)
-        memcpy(text, utf8, length);
+        memcpy(text, utf8, length + 1);
     return string;
 }
 

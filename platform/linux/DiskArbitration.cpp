@@ -62,7 +62,7 @@ static void DestroySession(Object *object)
             continue;
         }
         *at = peek->next;
-        CFRelease(peek->match);
+        Release(peek->match);
         free(peek);
     }
     free(session);
@@ -108,7 +108,7 @@ void DASessionUnscheduleFromRunLoop(DASessionRef session, CFRunLoopRef runLoop,
         at = &(*at)->next;
     *at = session->next;
     session->scheduled = false;
-    CFRelease(session);
+    Release(session);
     if (g_scheduled == nullptr)
         StopWatchingDisks();
 }
@@ -121,7 +121,7 @@ void DARegisterDiskPeekCallback(DASessionRef session, CFDictionaryRef match, CFI
     CFDictionaryRef copy = CFDictionaryCreateCopy(kCFAllocatorDefault, match);
     PeekCallback *peek = static_cast<PeekCallback *>(malloc(sizeof *peek));
     if (peek == nullptr || (copy == nullptr && match != nullptr)) {
-        CFRelease(copy);
+        Release(copy);
         free(peek);
         return;
     }
@@ -144,7 +144,7 @@ CFDictionaryRef DADiskCopyDescription(DADiskRef disk)
     CFStringRef label = CreateString(disk->label);
     if (label != nullptr)
         CFDictionarySetValue(description, kDADiskDescriptionVolumeNameKey, label);
-    CFRelease(label);
+    Release(label);
     return description;
 }
 
@@ -213,7 +213,7 @@ static void OfferDisk(DADiskRef disk)
     }
     if ((disk->options & kDADiskOptionMountAutomatic) != 0 && access(kAutomountFile, F_OK) == 0)
         RequestMount(disk, nullptr, nullptr, nullptr, kDAReturnSuccess);
-    CFRelease(disk);
+    Release(disk);
 }
 
 void SignalWork()

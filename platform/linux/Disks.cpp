@@ -323,7 +323,7 @@ static void RemoveGoneDisks(const Look &look)
         disk->gone = true;
         SetNodeWatch(disk, false);
         UnmountDisk(disk);
-        CFRelease(disk);
+        Release(disk);
     }
 }
 
@@ -350,13 +350,16 @@ static bool AddNewDisks(const Look &look)
 
 // ---- What an earlier process left ----
 
-// Takes over what is mounted of the disks that are there, and unmounts what is of others.
+// Takes over what is mounted of the disks that are there, and unmounts what is of others. False if
+// mountinfo cannot be read.
 static bool CleanUp()
 {
     for (__DADisk *disk = g_disks; disk != nullptr; disk = disk->next) {
         if (FindPlaceOf(disk->identity, disk->place, sizeof disk->place) == Found::Unknown)
             return false;
     }
+    if (!IsMounting())
+        RemoveStalePlaces();
     return ForEachLeftover(IsKnown, UnmountLeftover);
 }
 
@@ -431,7 +434,7 @@ void StopWatchingDisks()
         g_disks = disk->next;
         disk->next = nullptr;
         disk->nodeWatch = -1;
-        CFRelease(disk);
+        Release(disk);
     }
     ForgetSuspects(true);
 }

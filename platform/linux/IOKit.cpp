@@ -107,12 +107,12 @@ CFMutableDictionaryRef IOServiceMatching(const char *name)
                                              &kCFTypeDictionaryValueCallBacks);
         CFDictionarySetValue(matching, key, className);
         if (CFDictionaryGetCount(matching) == 0) {
-            CFRelease(matching);
+            Release(matching);
             matching = nullptr;
         }
     }
-    CFRelease(key);
-    CFRelease(className);
+    Release(key);
+    Release(className);
     return matching;
 }
 
@@ -123,8 +123,8 @@ static bool HasText(CFDictionaryRef dictionary, const char *key, const char *exp
     CFStringRef expectedString = CreateString(expected);
     const bool has = keyString != nullptr && expectedString != nullptr &&
                      CFEqual(CFDictionaryGetValue(dictionary, keyString), expectedString);
-    CFRelease(keyString);
-    CFRelease(expectedString);
+    Release(keyString);
+    Release(expectedString);
     return has;
 }
 
@@ -163,7 +163,7 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t /*mainPort*/, CFDictionar
 {
     const bool forSerialPorts = matching != nullptr && IsForSerialPorts(matching);
     const bool complete = matching != nullptr && existing != nullptr;
-    CFRelease(matching);
+    Release(matching);
     if (existing != nullptr)
         *existing = IO_OBJECT_NULL;
     if (!complete)

@@ -6,16 +6,22 @@
 
 #include "MountPoints.h"
 
+#include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 static constexpr char kMountInfo[] = "/proc/self/mountinfo";
 static constexpr mode_t kFolderMode = 0755;
+
+// The sticky bit marks a folder that this layer has made, from its first moment on.
+static constexpr mode_t kPlaceMode = kFolderMode | S_ISVTX;
 
 // ---- Names ----
 
@@ -44,7 +50,7 @@ int TakePlace(const char *label, char *place, size_t size)
     for (int number = 0; number <= kLastPlaceNumber; number++) {
         if (!PlaceName(label, number, place, size))
             return ENAMETOOLONG;
-        if (mkdir(place, kFolderMode) == 0)
+        if (mkdir(place, kPlaceMode) == 0)
             return 0;
         if (errno == EEXIST)
             continue;
@@ -53,6 +59,21 @@ int TakePlace(const char *label, char *place, size_t size)
     }
     place[0] = '\0';
     return EEXIST;
+}
+
+void RemoveStalePlaces()
+{
+    DIR *folder = opendir(VOLUMES_FOLDER);
+    if (folder == nullptr)
+        return;
+    for (const dirent *entry = readdir(folder); entry != nullptr; entry = readdir(folder)) {
+        struct stat status = {};
+        if (fstatat(dirfd(folder), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0 &&
+            status.st_uid == geteuid())
+            unlinkat(dirfd(folder), entry->d_name, AT_REMOVEDIR);
+    }
+    closedir(folder);
 }
 
 // ---- mountinfo ----
@@ -87,7 +108,7 @@ bool ParseMountLine(char *line, MountLine *mount)
     char *root = NextField(&rest);
     char *point = NextField(&rest);
     const char *options = NextField(&rest);
-    if (options == nullptr)
+    if (device == nullptr || root == nullptr || point == nullptr || options == nullptr)
         return false;
     const char *separator = NextField(&rest);
     while (separator != nullptr && strcmp(separator, "-") != 0)
@@ -122,7 +143,7 @@ bool HasOption(const char *options, const char *option)
 static void VolumesPath(char path[PATH_MAX])
 {
     if (realpath(VOLUMES_FOLDER, path) == nullptr)
-        strcpy(path, VOLUMES_FOLDER);
+        memcpy(path, VOLUMES_FOLDER, sizeof VOLUMES_FOLDER);
 }
 
 // The name in /Volumes of a mount directly in it; null for any other.

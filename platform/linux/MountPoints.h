@@ -24,6 +24,10 @@ bool PlaceName(const char *label, int number, char *place, size_t size);
 // path: EEXIST when all names are taken.
 int TakePlace(const char *label, char *place, size_t size);
 
+// Removes the folders that TakePlace made and that are empty now, with nothing mounted there: a
+// process that was killed has left them.
+void RemoveStalePlaces();
+
 // One line of /proc/self/mountinfo. The texts lie in the line that was parsed.
 struct MountLine {
     dev_t device;

@@ -1,7 +1,7 @@
 // Mounting.cpp - mount requests, one after the other for each disk, and unmounts.
 //
-// A request waits until those made before it for the same disk are done, and until nothing is being
-// unmounted that stands where it would go: a disk that replaces another then finds its name free.
+// A request waits until those made before it for the same disk are done, and until nothing is on its
+// way out of the place where it would go: a disk that replaces another finds its name free.
 // The mount and umount programs are given argument vectors; a label is a stranger's text and never
 // meets a shell. Success is the exit status.
 
@@ -110,7 +110,7 @@ static void ForgetUnmount(Unmount *unmount)
     while (*at != unmount)
         at = &(*at)->next;
     *at = unmount->next;
-    CFRelease(unmount->disk);
+    Release(unmount->disk);
     free(unmount);
 }
 
@@ -147,7 +147,8 @@ static void UnmountHasEnded(Child *child, int status)
 static void StartUnmount(Unmount *unmount)
 {
     const char *const argv[] = {"umount", "-l", "--", unmount->place, nullptr};
-    unmount->running = StartChild(&unmount->child, argv, UnmountHasEnded, unmount);
+    unmount->running =
+        StartChild(&unmount->child, argv, Lifetime::ItsOwn, UnmountHasEnded, unmount);
 }
 
 static void AddUnmount(const char *place, dev_t device, DADiskRef disk)
@@ -160,7 +161,8 @@ static void AddUnmount(const char *place, dev_t device, DADiskRef disk)
     snprintf(unmount->place, sizeof unmount->place, "%s", place);
     unmount->device = device;
     unmount->disk = disk;
-    CFRetain(disk);
+    if (disk != nullptr)
+        CFRetain(disk);
     unmount->next = g_unmounts;
     g_unmounts = unmount;
     StartUnmount(unmount);
@@ -199,6 +201,15 @@ void RetryUnmounts()
         unmount->tries = 0;
         StartUnmount(unmount);
     }
+}
+
+bool IsMounting()
+{
+    for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
+        if (request->stage == Stage::Running)
+            return true;
+    }
+    return false;
 }
 
 bool IsInUse(const Identity &disk)
@@ -262,7 +273,7 @@ static char *MakeOptions(CFStringRef const arguments[])
 
 static void FreeRequest(MountRequest *request)
 {
-    CFRelease(request->disk);
+    Release(request->disk);
     free(request->options);
     free(request);
 }
@@ -333,7 +344,8 @@ static const char *KindOptions(DiskKind kind)
     return "";
 }
 
-// Runs mount for the request, whose place has been made.
+// Runs mount for the request, whose place has been made. It ends with this process: what is mounted
+// after the next one has looked for leftovers would stay.
 static bool RunMount(MountRequest *request)
 {
     const char *kind = KindOptions(request->disk->identity.kind);
@@ -344,7 +356,8 @@ static bool RunMount(MountRequest *request)
     snprintf(options, size, "%s%s", kind, request->options);
     const char *const argv[] = {"mount",        "-o",   options, "--", request->disk->node,
                                 request->place, nullptr};
-    const bool started = StartChild(&request->child, argv, MountHasEnded, request);
+    const bool started =
+        StartChild(&request->child, argv, Lifetime::WithParent, MountHasEnded, request);
     free(options);
     return started;
 }
@@ -373,14 +386,20 @@ static void StartRequest(MountRequest *request)
     Finish(request, kDAReturnError);
 }
 
-static bool MustWaitForUnmount(const __DADisk *disk)
+// True while something is on its way out of the disk's place, or of its device: what is being
+// unmounted, and the mount of a disk that has gone.
+static bool MustWaitForPlace(const __DADisk *disk)
 {
     char place[kPlaceSize];
     PlaceName(disk->label, 0, place, sizeof place);
     for (const Unmount *unmount = g_unmounts; unmount != nullptr; unmount = unmount->next) {
-        if (!unmount->running)
-            continue;
-        if (unmount->device == disk->identity.device || strcmp(unmount->place, place) == 0)
+        if (unmount->running &&
+            (unmount->device == disk->identity.device || strcmp(unmount->place, place) == 0))
+            return true;
+    }
+    for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
+        if (request->stage == Stage::Running && request->disk->gone &&
+            strcmp(request->place, place) == 0)
             return true;
     }
     return false;
@@ -400,7 +419,7 @@ void ProceedWithMounts()
 {
     for (MountRequest *request = g_requests; request != nullptr; request = request->next) {
         if (request->stage == Stage::Waiting && !MustWaitForRequest(request) &&
-            !MustWaitForUnmount(request->disk))
+            !MustWaitForPlace(request->disk))
             StartRequest(request);
     }
 }

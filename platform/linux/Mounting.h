@@ -26,6 +26,9 @@ void UnmountLeftover(const char *place, dev_t device);
 // Tries again what could not be unmounted before.
 void RetryUnmounts();
 
+// True while a mount program runs.
+bool IsMounting();
+
 // True while the disk is being mounted or unmounted.
 bool IsInUse(const Identity &disk);
 

@@ -2,8 +2,8 @@
 //
 // It wakes for a descriptor and for a source's deadline; nothing has a deadline while nothing
 // happens, so an idle process sleeps without end. What the outside did is looked at before what
-// waits inside: signalled sources are performed, one at a time, when no descriptor is ready, so each
-// callback sees the newest state of things.
+// waits inside: one signalled source is performed at a time, behind all descriptors that are ready,
+// so each callback sees the newest state of things.
 
 #include "Runtime.h"
 
@@ -129,22 +129,21 @@ static LoopSource *NextSignalled()
     return nullptr;
 }
 
-// Performs what Wait found to be due, or else one source that is signalled. True if anything was.
+// Performs what Wait found to be due, and then one source that is signalled: neither keeps the other
+// waiting. True if anything was.
 static bool Perform()
 {
-    LoopSource *source = NextDue();
-    if (source == nullptr) {
-        source = NextSignalled();
-        if (source == nullptr)
-            return false;
-        source->signalled = false;
-        source->perform(source);
-        return true;
-    }
-    for (; source != nullptr; source = NextDue()) {
+    bool performed = false;
+    for (LoopSource *source = NextDue(); source != nullptr; source = NextDue()) {
         source->due = false;
         source->perform(source);
+        performed = true;
     }
+    LoopSource *signalled = g_loop.stopped ? nullptr : NextSignalled();
+    if (signalled == nullptr)
+        return performed;
+    signalled->signalled = false;
+    signalled->perform(signalled);
     return true;
 }
 

@@ -30,6 +30,13 @@ struct Object {
 // caller's; null when memory runs out.
 void *NewObject(const ObjectType *type, size_t size);
 
+// Gives one reference back; null is left alone, which CFRelease elsewhere would not do.
+inline void Release(CFTypeRef cf)
+{
+    if (cf != nullptr)
+        CFRelease(cf);
+}
+
 // A string. `text` stands behind the object in the same memory, or is a literal.
 struct __CFString {  // NOLINT(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
     Object object;

@@ -357,9 +357,10 @@ DASessionRef Watch(const char *label, DADiskPeekCallback callback, void *context
     return session;
 }
 
-void Forget(DASessionRef session)
+void Forget(DASessionRef session, bool isLast)
 {
     DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     CFRelease(session);
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, false);
+    if (isLast)
+        CHECK(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, false) == kCFRunLoopRunFinished);
 }

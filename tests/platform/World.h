@@ -79,8 +79,8 @@ DASessionRef Watch(const char *label, DADiskPeekCallback callback, void *context
 void Register(DASessionRef session, const char *label, CFIndex order, DADiskPeekCallback callback,
               void *context = nullptr);
 
-// Unschedules and releases it, and waits until nothing is under way.
-void Forget(DASessionRef session);
+// Unschedules and releases it; if it is the last one, waits until nothing is under way.
+void Forget(DASessionRef session, bool isLast = true);
 
 // The open descriptors of this process.
 int CountDescriptors();

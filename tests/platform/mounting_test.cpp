@@ -1,0 +1,675 @@
+// Mount requests: what is run for them, what comes of them, and what goes with the disk.
+#include "World.h"
+
+#include <doctest/doctest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using Events = std::vector<std::string>;
+
+static const char kFails[] = "#!/bin/sh\nexit 32\n";
+
+static Events Await(size_t count)
+{
+    RunUntil([count] { return g_events.size() >= count; });
+    Settle();
+    return g_events;
+}
+
+// The command's output without its last line feed; its status in *status.
+static std::string Output(const std::string &command, int *status = nullptr)
+{
+    std::string text;
+    FILE *pipe = popen(command.c_str(), "r");
+    REQUIRE(pipe != nullptr);
+    for (int c; (c = std::fgetc(pipe)) != EOF;)
+        text += static_cast<char>(c);
+    const int result = pclose(pipe);
+    if (status != nullptr)
+        *status = result;
+    if (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
+}
+
+static void SetArguments(std::vector<const char *> arguments)
+{
+    size_t i = 0;
+    for (const char *argument : arguments)
+        g_arguments[i++] = CFStringCreateWithCString(nullptr, argument, kCFStringEncodingUTF8);
+    g_arguments[i] = nullptr;
+}
+
+TEST_CASE("mount is given its options, two dashes, the source and the place")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram(kRecordingScript, "");
+    struct Row {
+        std::vector<const char *> arguments;
+        const char *options;
+    };
+    const Row rows[] = {
+        {{"rdonly"}, "nosuid,nodev,ro,x-gvfs-show"},
+        {{"nobrowse"}, "nosuid,nodev,x-gvfs-hide"},
+        {{}, "nosuid,nodev"},
+        {{"rdonly", "nobrowse"}, "nosuid,nodev,ro,x-gvfs-show,x-gvfs-hide"},
+        {{"noatime"}, "nosuid,nodev,noatime,nosuid,nodev"},
+        {{"suid,dev", "nobrowse"}, "nosuid,nodev,suid,dev,x-gvfs-hide,nosuid,nodev"},
+        {{"Rdonly"}, "nosuid,nodev,Rdonly,nosuid,nodev"},
+        {{"-o exec; rm $x"}, "nosuid,nodev,-o exec; rm $x,nosuid,nodev"},
+        {{""}, "nosuid,nodev,nosuid,nodev"},
+    };
+    for (const Row &row : rows) {
+        CAPTURE(row.options);
+        g_events.clear();
+        fs::remove("/run/mount-log");
+        SetArguments(row.arguments);
+        DASessionRef session = Watch(nullptr, RecordAndMount);
+        const std::string folder = NewFolder();
+        Plug("Orvanta", folder);
+        CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+        CHECK(ReadFile("/run/mount-log") == "-o\nbind," + std::string(row.options) + "\n--\n" +
+                                                folder + "\n/Volumes/Orvanta\n.\n");
+        Unplug("Orvanta");
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+        Forget(session);
+        for (CFStringRef &argument : g_arguments) {
+            CFRelease(argument);
+            argument = nullptr;
+        }
+    }
+}
+
+static void MountWithoutArguments(DADiskRef disk, void *context)
+{
+    RecordPeek(disk, context);
+    DADiskMountWithArguments(disk, nullptr, kDADiskMountOptionDefault, RecordMount, context,
+                             nullptr);
+}
+
+TEST_CASE("a request without arguments has the options that are never left out")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram(kRecordingScript, "");
+    DASessionRef session = Watch(nullptr, MountWithoutArguments);
+    const std::string folder = NewFolder();
+    Plug("Orvanta", folder);
+    CHECK(Await(2).size() == 2);
+    CHECK(ReadFile("/run/mount-log") ==
+          "-o\nbind,nosuid,nodev\n--\n" + folder + "\n/Volumes/Orvanta\n.\n");
+    Forget(session);
+}
+
+TEST_CASE("a stranger's label is the name of a folder and nothing else")
+{
+    if (!EnterWorld())
+        return;
+    struct Row {
+        const char *link;
+        const char *place;
+    };
+    const Row rows[] = {
+        {"Orvanta\\x20Plus", "Orvanta Plus"},
+        {"-o", "-o"},
+        {"a\\x2f..\\x2fb\\x25n\\x5cx2f", "a:..:b%n\\x2f"},
+        {"\\x24\\x28touch\\x20\\x2fx\\x29\\x3b\\x60", "$(touch :x);`"},
+        {"Orv\xC3\xA4nta", "Orv\xC3\xA4nta"},
+        {"\\xff\\x0a", "\xFF\n"},
+    };
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    for (const Row &row : rows) {
+        CAPTURE(row.link);
+        g_events.clear();
+        Plug(row.link, NewFolder());
+        CHECK(RunUntil([] { return g_events.size() == 2; }));
+        CHECK(g_events[1].rfind("mounted", 0) == 0);
+        CHECK(NamesIn("/Volumes") == Events{row.place});
+        CHECK(ReadFile(std::string("/Volumes/") + row.place + "/app") == "app");
+        Unplug(row.link);
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    }
+    const std::string longest(255, 'x');
+    g_events.clear();
+    symlink(NewFolder().c_str(), ("/dev/disk/by-label/" + longest).c_str());
+    fs::create_directories("/dev/disk/by-label");
+    symlink(NewFolder().c_str(), ("/dev/disk/by-label/" + longest).c_str());
+    CHECK(Await(2).back() == "mounted " + longest);
+    CHECK(NamesIn("/Volumes") == Events{longest});
+    Unplug(longest);
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE("the mount has the options that were asked for")
+{
+    if (!EnterWorld())
+        return;
+    struct Row {
+        const char *argument;
+        bool readOnly;
+    };
+    for (const Row &row : {Row{"rdonly", true}, Row{"nobrowse", false}}) {
+        CAPTURE(row.argument);
+        g_events.clear();
+        g_arguments[0] = CFStringCreateWithCString(nullptr, row.argument, kCFStringEncodingUTF8);
+        DASessionRef session = Watch(nullptr, RecordAndMount);
+        Plug("Orvanta", NewFolder());
+        CHECK(Await(2).back() == "mounted Orvanta");
+        REQUIRE(Mounts().size() == 1);
+        const std::string options = "," + Mounts()[0].options + ",";
+        CHECK(options.find(",nosuid,") != std::string::npos);
+        CHECK(options.find(",nodev,") != std::string::npos);
+        CHECK((options.find(",ro,") != std::string::npos) == row.readOnly);
+        Unplug("Orvanta");
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+        Forget(session);
+        CFRelease(g_arguments[0]);
+    }
+}
+
+TEST_CASE("a mount that fails is refused, and its folder goes")
+{
+    if (!EnterWorld())
+        return;
+    const char *const scripts[] = {
+        kFails,
+        "#!/bin/sh\nexit 1\n",
+        "#!/bin/sh\nkill -9 $$\n",
+        "#!/bin/sh\necho mounted; echo error >&2; exit 64\n",
+    };
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    for (const char *script : scripts) {
+        CAPTURE(script);
+        g_events.clear();
+        UseMountProgram(script, "");
+        Plug("Orvanta", NewFolder());
+        CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta error"});
+        CHECK(NamesIn("/Volumes").empty());
+        Unplug("Orvanta");
+        Settle(0.05);
+    }
+    g_events.clear();
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", "/run/bin-that-is-not-there", 1);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta error"});
+    CHECK(NamesIn("/Volumes").empty());
+    setenv("PATH", path.c_str(), 1);
+    Forget(session);
+}
+
+TEST_CASE("what mount says is not looked at, only its status")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\necho 'mount: failed, unknown filesystem type'\nexit 0\n", "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE("a mount program that mounts and fails leaves nothing behind")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\n/bin/mount \"$@\"\nexit 16\n", "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta error"});
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(MountPoints().empty());
+    Forget(session);
+}
+
+static void MountTwice(DADiskRef disk, void *context)
+{
+    RecordAndMount(disk, context);
+    DADiskMountWithArguments(disk, nullptr, kDADiskMountOptionDefault, RecordMount,
+                             const_cast<char *>("again"), g_arguments);
+}
+
+TEST_CASE("of two requests for one disk the second finds it busy")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, MountTwice);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(3) == Events{"peek Orvanta", "mounted Orvanta", "refused Orvanta busy (again)"});
+    CHECK(static_cast<unsigned int>(kDAReturnBusy) == 0xF8DA0002U);
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+    Forget(session);
+}
+
+TEST_CASE("a request that follows one that failed is tried")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\n[ -e /run/tried ] && exec /bin/mount \"$@\"\n"
+                    ": > /run/tried\nexit 32\n",
+                    "");
+    DASessionRef session = Watch(nullptr, MountTwice);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(3) == Events{"peek Orvanta", "refused Orvanta error", "mounted Orvanta (again)"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Forget(session);
+}
+
+TEST_CASE("two disks are mounted beside each other")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\ncase $5 in */slow) sleep 0.5;; esac\nexec /bin/mount \"$@\"\n", "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("slow", NewFolder());
+    Plug("quick", NewFolder());
+    CHECK(Await(4) == Events{"peek quick", "peek slow", "mounted quick", "mounted slow"});
+    Forget(session);
+}
+
+TEST_CASE("a request with a path or an option that is not provided is refused")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram(kRecordingScript, "");
+    DASessionRef session = Watch(nullptr, [](DADiskRef disk, void *) {
+        int url = 0;
+        DADiskMountWithArguments(disk, reinterpret_cast<CFURLRef>(&url), 0, RecordMount, nullptr,
+                                 g_arguments);
+        DADiskMountWithArguments(disk, nullptr, 1, RecordMount, nullptr, g_arguments);
+        DADiskMountWithArguments(disk, nullptr, 1, nullptr, nullptr, g_arguments);
+        DADiskMountWithArguments(nullptr, nullptr, 0, RecordMount, nullptr, g_arguments);
+        g_events.push_back("asked");
+    });
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(3) ==
+          Events{"asked", "refused Orvanta unsupported", "refused Orvanta unsupported"});
+    CHECK(!Exists("/run/mount-log"));
+    Forget(session);
+}
+
+TEST_CASE("a disk's options are set and cleared bit by bit")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, [](DADiskRef disk, void *) {
+        CHECK(kDADiskOptionMountAutomatic == 0x10);
+        CHECK(DADiskGetOptions(disk) == 0x10);
+        CHECK(DADiskSetOptions(disk, 0x101, true) == kDAReturnSuccess);
+        CHECK(DADiskGetOptions(disk) == 0x111);
+        CHECK(DADiskSetOptions(disk, 16, false) == kDAReturnSuccess);
+        CHECK(DADiskGetOptions(disk) == 0x101);
+        CHECK(DADiskSetOptions(nullptr, 16, false) == kDAReturnBadArgument);
+        CHECK(DADiskGetOptions(nullptr) == 0);
+        CHECK(DADiskCopyDescription(nullptr) == nullptr);
+        CHECK(DADissenterGetStatus(nullptr) == kDAReturnSuccess);
+        g_events.push_back("asked");
+    });
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(1).size() == 1);
+    Forget(session);
+}
+
+TEST_CASE("the layer mounts by itself where it is told to, unless a callback switches it off")
+{
+    if (!EnterWorld())
+        return;
+    const auto turnOff = [](DADiskRef disk, void *) {
+        DADiskSetOptions(disk, kDADiskOptionMountAutomatic, false);
+    };
+    DASessionRef session = Watch("switched off", turnOff);
+    Register(session, "asked for", 0, RecordAndMount);
+    Register(session, nullptr, 0, RecordPeek);
+    Plug("before", NewFolder());
+    CHECK(Await(1) == Events{"peek before"});
+    CHECK(MountPoints().empty());
+
+    fs::create_directories("/run/kestrun");
+    WriteFile("/run/kestrun/automount", "");
+    Plug("switched\\x20off", NewFolder());
+    Plug("left", NewFolder());
+    CHECK(RunUntil([] { return MountPoints().size() == 1; }));
+    CHECK(MountPoints() == Events{"/Volumes/left"});
+    const std::string options = "," + Mounts()[0].options + ",";
+    CHECK(options.find(",nosuid,") != std::string::npos);
+    CHECK(options.find(",rw,") != std::string::npos);
+    Unplug("left");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE("the layer's own mount comes behind those that the callbacks ask for")
+{
+    if (!EnterWorld())
+        return;
+    fs::create_directories("/run/kestrun");
+    WriteFile("/run/kestrun/automount", "");
+    UseMountProgram("#!/bin/sh\necho \"$2\" >> /run/options\nexec /bin/mount \"$@\"\n", "");
+    DASessionRef session = Watch(nullptr, [](DADiskRef disk, void *context) {
+        DADiskMountWithArguments(disk, nullptr, 0, RecordMount, context, g_arguments);
+    });
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(1) == Events{"mounted Orvanta"});
+    CHECK(ReadFile("/run/options") == "bind,nosuid,nodev,ro,x-gvfs-show\n");
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+    Forget(session);
+}
+
+TEST_CASE("a name that is taken gets a number, and without a free one the mount is refused")
+{
+    if (!EnterWorld())
+        return;
+    fs::create_directory("/Volumes/Orvanta");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta 1"});
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes") == Events{"Orvanta"}; }));
+    for (int number = 1; number <= 99; number++)
+        WriteFile("/Volumes/Orvanta " + std::to_string(number), "");
+    g_events.clear();
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta error"});
+    CHECK(NamesIn("/Volumes").size() == 100);
+    Forget(session);
+}
+
+TEST_CASE("a disk that vanishes during its mount gives one completion and no folder")
+{
+    if (!EnterWorld())
+        return;
+    const char *const scripts[] = {
+        "#!/bin/sh\nsleep 0.4\nexec /bin/mount \"$@\"\n",
+        "#!/bin/sh\n/bin/mount \"$@\"\nsleep 0.4\n",
+        "#!/bin/sh\nsleep 0.4\nexit 32\n",
+    };
+    for (const char *script : scripts) {
+        CAPTURE(script);
+        g_events.clear();
+        UseMountProgram(script, "");
+        DASessionRef session = Watch(nullptr, RecordAndMount);
+        Plug("Orvanta", NewFolder());
+        CHECK(RunUntil([] { return NamesIn("/Volumes") == Events{"Orvanta"}; }));
+        Settle(0.15);
+        Unplug("Orvanta");
+        CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta not found"});
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+        CHECK(MountPoints().empty());
+        Forget(session);
+    }
+}
+
+TEST_CASE("a replug during the mount waits for its end, and finds the name free")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\nsleep 0.3\nexec /bin/mount \"$@\"\n", "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(RunUntil([] { return g_events.size() == 1; }));
+    Settle(0.1);
+    Unplug("Orvanta");
+    Settle(0.05);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(4) ==
+          Events{"peek Orvanta", "peek Orvanta", "refused Orvanta not found", "mounted Orvanta"});
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE("a removal is content when somebody else has unmounted the disk")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    REQUIRE(umount2("/Volumes/Orvanta", 0) == 0);
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE(
+    "a removal unmounts what stands in layers, and leaves a folder that has become somebody's")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    REQUIRE(mount("over", "/Volumes/Orvanta", "tmpfs", 0, nullptr) == 0);
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(MountPoints().empty());
+    g_events.clear();
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    REQUIRE(umount2("/Volumes/Orvanta", 0) == 0);
+    WriteFile("/Volumes/Orvanta/mine", "");
+    Unplug("Orvanta");
+    Settle(0.3);
+    CHECK(Exists("/Volumes/Orvanta/mine"));
+    Forget(session);
+}
+
+TEST_CASE("an unmount that fails is tried again at the next change")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    UseMountProgram("", kFails);
+    Unplug("Orvanta");
+    Settle(0.3);
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    UseMountProgram("", "");
+    Plug("wakes", "/nowhere");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(MountPoints().empty());
+    Forget(session);
+}
+
+TEST_CASE("umount is called lazily, with two dashes before the place")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("", kRecordingScript);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta\\x20Plus", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta Plus");
+    Unplug("Orvanta\\x20Plus");
+    CHECK(RunUntil([] { return Exists("/run/mount-log"); }));
+    Settle();
+    CHECK(ReadFile("/run/mount-log").rfind("-l\n--\n/Volumes/Orvanta Plus\n.\n", 0) == 0);
+    UseMountProgram("", "");
+    Forget(session);
+}
+
+static void UseTheShell(DADiskRef disk, void *context)
+{
+    RecordAndMount(disk, context);
+    CHECK(WEXITSTATUS(std::system("sleep 0.3; exit 3")) == 3);
+    int status = 0;
+    CHECK(Output("echo hello; exit 4", &status) == "hello");
+    CHECK(WEXITSTATUS(status) == 4);
+}
+
+TEST_CASE("system and popen keep working while programs of the layer run")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, [](DADiskRef disk, void *context) {
+        if (LabelOf(disk) == "first")
+            RecordAndMount(disk, context);
+        else
+            UseTheShell(disk, context);
+    });
+    UseMountProgram("#!/bin/sh\nsleep 0.2\nexec /bin/mount \"$@\"\n", "");
+    Plug("first", NewFolder());
+    CHECK(RunUntil([] { return NamesIn("/Volumes").size() == 1; }));
+    Plug("second", NewFolder());
+    CHECK(Await(4) == Events{"peek first", "peek second", "mounted first", "mounted second"});
+    struct sigaction action = {};
+    sigaction(SIGCHLD, nullptr, &action);
+    CHECK((action.sa_handler == SIG_DFL));
+    Forget(session);
+}
+
+TEST_CASE("where nobody may wait for children a mount is judged by what is mounted")
+{
+    if (!EnterWorld())
+        return;
+    signal(SIGCHLD, SIG_IGN);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).back() == "mounted Orvanta");
+    UseMountProgram(kFails, "");
+    Plug("other", NewFolder());
+    CHECK(Await(4).back() == "refused other error");
+    signal(SIGCHLD, SIG_DFL);
+    Forget(session);
+}
+
+TEST_CASE("a child inherits no descriptor of the layer, and no blocked or ignored signal")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\nls -l /proc/$$/fd > /run/files\ngrep -E 'Sig(Blk|Ign)' "
+                    "/proc/self/status > /run/signals\n",
+                    "");
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("a", NewFolder());
+    Plug("b", NewFolder());
+    CHECK(Await(4).size() == 4);
+    signal(SIGPIPE, SIG_DFL);
+    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+    CHECK(ReadFile("/run/files").find("anon_inode") == std::string::npos);
+    CHECK(ReadFile("/run/files").find("/dev/disk") == std::string::npos);
+    CHECK(ReadFile("/run/signals") == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+    Forget(session);
+}
+
+// ---- Images and block devices, which need loop devices ----
+
+// False, with a message, where there are none.
+static bool HasLoopDevices()
+{
+    if (!NewImage("probe").empty() && Output("losetup -f 2>&1").rfind("/dev/loop", 0) == 0)
+        return true;
+    MESSAGE("skipped: no loop devices or no mkfs.ext4 here");
+    return false;
+}
+
+TEST_CASE("an image is mounted through a loop device, which goes with it")
+{
+    if (!EnterWorld() || !HasLoopDevices())
+        return;
+    DASessionRef session = Watch(nullptr, MountTwice);
+    const std::string image = NewImage("Orvanta");
+    Plug("Orvanta", image);
+    CHECK(Await(3) == Events{"peek Orvanta", "mounted Orvanta", "refused Orvanta busy (again)"});
+    CHECK(Exists("/Volumes/Orvanta/lost+found"));
+    const std::string device = Output("losetup -nO NAME -j " + image);
+    CHECK(device.rfind("/dev/loop", 0) == 0);
+
+    SUBCASE("and whose own link is no arrival")
+    {
+        Plug("Orvanta", device);
+        Settle();
+        CHECK(g_events.size() == 3);
+        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    }
+    SUBCASE("and the image stays busy")
+    {
+    }
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(RunUntil([&] { return Output("losetup -j " + image).empty(); }));
+    Settle();
+    CHECK(g_events.size() == 3);
+    Forget(session);
+}
+
+TEST_CASE("a block device is told from its next medium by the kernel's number alone")
+{
+    if (!EnterWorld() || !HasLoopDevices())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
+    REQUIRE(device.rfind("/dev/loop", 0) == 0);
+    Plug("Orvanta", device);
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    Plug("Orvanta", device);
+    Settle();
+    CHECK(g_events.size() == 2);
+
+    // The disk is changed: same device, same label.
+    REQUIRE(umount2("/Volumes/Orvanta", MNT_DETACH) == 0);
+    REQUIRE(std::system(("losetup -d " + device).c_str()) == 0);
+    REQUIRE(std::system(("losetup " + device + " " + NewImage("Orvanta")).c_str()) == 0);
+    Plug("Orvanta", device);
+    CHECK(Await(4).back() == "mounted Orvanta");
+    CHECK(g_events.size() == 4);
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+
+    // A drive without a disk: the device is there, its link dangles for a while or is gone.
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(RunUntil([&] {
+        Output("losetup -d " + device + " 2>&1");
+        return Output("losetup -nO NAME").find(device) == std::string::npos;
+    }));
+    Plug("Orvanta", device);
+    Settle();
+    CHECK(g_events.size() == 4);
+    Forget(session);
+}
+
+TEST_CASE("a block device that somebody else has mounted is busy")
+{
+    if (!EnterWorld() || !HasLoopDevices())
+        return;
+    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
+    REQUIRE(device.rfind("/dev/loop", 0) == 0);
+    fs::create_directory("/run/elsewhere");
+    REQUIRE(mount(device.c_str(), "/run/elsewhere", "ext4", MS_RDONLY, nullptr) == 0);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", device);
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta busy"});
+    CHECK(NamesIn("/Volumes").empty());
+    Unplug("Orvanta");
+    Settle();
+    CHECK(Exists("/run/elsewhere/lost+found"));
+    umount2("/run/elsewhere", 0);
+    CHECK(std::system(("losetup -d " + device).c_str()) == 0);
+    Forget(session);
+}

@@ -1,0 +1,177 @@
+// What a daemon that is started again finds of the one before it.
+#include "World.h"
+
+#include <doctest/doctest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using Events = std::vector<std::string>;
+
+static constexpr unsigned long kOwnFlags = MS_NOSUID | MS_NODEV;
+
+static bool NothingIsLeft()
+{
+    return NamesIn("/Volumes").empty() && MountPoints().empty();
+}
+
+// A mount as a process before this one has left it.
+static void LeaveMounted(const std::string &folder, const std::string &place)
+{
+    REQUIRE(mkdir(place.c_str(), 01755) == 0);
+    REQUIRE(mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0);
+    REQUIRE(mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_BIND | kOwnFlags, nullptr) == 0);
+}
+
+TEST_CASE("a disk that is still there keeps its mount until it goes")
+{
+    if (!EnterWorld())
+        return;
+    const std::string folder = NewFolder();
+    Plug("Orvanta", folder);
+    LeaveMounted(folder, "/Volumes/Orvanta");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Settle();
+    CHECK(g_events.empty());
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil(NothingIsLeft));
+    Forget(session);
+}
+
+TEST_CASE("what is left of a disk that went meanwhile is cleaned up, and its name is free")
+{
+    if (!EnterWorld())
+        return;
+    const std::string gone = NewFolder();
+    LeaveMounted(gone, "/Volumes/Orvanta");
+    LeaveMounted(NewFolder(), "/Volumes/Orvanta 1");
+    SUBCASE("while its folder is there")
+    {
+    }
+    SUBCASE("while its folder is gone")
+    {
+        fs::remove_all(gone);
+    }
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(RunUntil([] { return g_events.size() == 2; }));
+    CHECK(g_events == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(RunUntil([] { return NamesIn("/Volumes") == Events{"Orvanta"}; }));
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Forget(session);
+}
+
+TEST_CASE("an empty folder of the layer's is removed, anybody else's stays")
+{
+    if (!EnterWorld())
+        return;
+    mkdir("/Volumes/Orvanta", 01755);
+    mkdir("/Volumes/mine", 0755);
+    mkdir("/Volumes/full", 01755);
+    WriteFile("/Volumes/full/file", "");
+    symlink("/run", "/Volumes/link");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    CHECK(NamesIn("/Volumes") == Events{"full", "link", "mine"});
+    Forget(session);
+}
+
+TEST_CASE("mounts that the layer has not made stay")
+{
+    if (!EnterWorld())
+        return;
+    const std::string folder = NewFolder();
+    for (const char *name : {"tmpfs", "bound", "deep", "deep/below"})
+        fs::create_directory("/Volumes/" + std::string(name));
+    REQUIRE(mount("t", "/Volumes/tmpfs", "tmpfs", kOwnFlags, nullptr) == 0);
+    REQUIRE(mount(folder.c_str(), "/Volumes/bound", nullptr, MS_BIND, nullptr) == 0);
+    REQUIRE(mount(folder.c_str(), "/Volumes/deep/below", nullptr, MS_BIND, nullptr) == 0);
+    REQUIRE(mount(nullptr, "/Volumes/deep/below", nullptr, MS_REMOUNT | MS_BIND | kOwnFlags,
+                  nullptr) == 0);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(RunUntil([] { return g_events.size() == 2; }));
+    Unplug("Orvanta");
+    Settle(0.3);
+    CHECK(MountPoints() == Events{"/Volumes/tmpfs", "/Volumes/bound", "/Volumes/deep/below"});
+    Forget(session);
+}
+
+TEST_CASE("a mount that was under way when the watch began anew is completed")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\nsleep 0.3\nexec /bin/mount \"$@\"\n", "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(RunUntil([] { return NamesIn("/Volumes").size() == 1; }));
+    DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    CHECK(RunUntil([] { return g_events.size() == 2; }));
+    CHECK(g_events == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil(NothingIsLeft));
+    Forget(session);
+}
+
+// A daemon in a process of its own, which watches and mounts for ever.
+static pid_t StartDaemon()
+{
+    const pid_t child = fork();
+    REQUIRE(child >= 0);
+    if (child != 0)
+        return child;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    Watch("Orvanta", RecordAndMount);
+    CFRunLoopRun();
+    _exit(1);
+}
+
+static void Kill(pid_t daemon)
+{
+    kill(daemon, SIGKILL);
+    CHECK(waitpid(daemon, nullptr, 0) == daemon);
+}
+
+TEST_CASE(
+    "a daemon that is killed at any moment leaves nothing that the next one does not clean up")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram("#!/bin/sh\nsleep 0.0$(($$ % 3))\nexec /bin/mount \"$@\"\n",
+                    "#!/bin/sh\nsleep 0.0$(($$ % 3))\nexec /bin/umount \"$@\"\n");
+    std::mt19937 random(20261120);
+    for (int round = 0; round < 60; round++) {
+        CAPTURE(round);
+        const pid_t daemon = StartDaemon();
+        usleep(static_cast<useconds_t>(random() % 20000));
+        Plug("Orvanta", NewFolder());
+        usleep(static_cast<useconds_t>(random() % 50000));
+        if (random() % 2 == 0)
+            Unplug("Orvanta");
+        usleep(static_cast<useconds_t>(random() % 30000));
+        Kill(daemon);
+        if (Exists("/dev/disk/by-label/Orvanta"))
+            Unplug("Orvanta");
+
+        g_events.clear();
+        DASessionRef session = Watch("Orvanta", RecordAndMount);
+        Plug("Orvanta", NewFolder());
+        REQUIRE(RunUntil([] { return g_events.size() == 2; }));
+        CHECK(g_events.back() == "mounted Orvanta");
+        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+        Unplug("Orvanta");
+        CHECK(RunUntil(NothingIsLeft));
+        Forget(session);
+    }
+}
