@@ -68,6 +68,17 @@ void MaskPid(std::string *line)
         line->replace(start, end - start, "<pid>");
 }
 
+void MaskErrno(std::string *line)
+{
+    const char kBegin[] = "), err = (";
+    const size_t begin = line->rfind(kBegin);
+    const bool failed = line->find(" --- system failed ") != std::string::npos;
+    if (failed && begin != std::string::npos && line->ends_with(")\n")) {
+        const size_t start = begin + strlen(kBegin);
+        line->replace(start, line->size() - start - 2, "<errno>");
+    }
+}
+
 std::vector<std::string> LinesOf(const std::string &text)
 {
     std::vector<std::string> lines;
@@ -121,6 +132,7 @@ std::string MaskLog(const std::string &log)
         if (FindTime(line, &timeStart, &timeEnd))
             line.replace(timeStart, timeEnd - timeStart, "<time>");
         MaskPid(&line);
+        MaskErrno(&line);
         masked += line;
     }
     return masked;

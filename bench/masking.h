@@ -8,7 +8,8 @@ namespace bench
 {
 
 // The log with the time of each record replaced by "<time>" and the process id in the command
-// "ps aux | awk -v PID=..." by "<pid>". Every other byte stays.
+// "ps aux | awk -v PID=..." by "<pid>", and the text of errno at the end of a "system failed" line,
+// which is whatever an earlier call left there, by "<errno>". Every other byte stays.
 std::string MaskLog(const std::string &log);
 
 // Empty when both are the same; else the first line that differs in both, with its number and the

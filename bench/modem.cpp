@@ -10,7 +10,7 @@
 #include <filesystem>
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -134,11 +134,39 @@ bool MakeMedium(Hardware *hardware, Disk *disk, std::string *why)
     return made;
 }
 
-// A pulled disk shows nothing any more, even where it is still mounted.
+// A pulled disk is gone at once, and shows nothing any more even where it is still mounted. The
+// rename is what a watch on the device notices: a mounted folder that is removed tells nobody.
 void DestroyMedium(const Disk &disk)
 {
     std::error_code ignored;
-    (void)fs::remove_all(disk.device, ignored);
+    const std::string pulled = disk.device + "-pulled";
+    (void)rename(disk.device.c_str(), pulled.c_str());
+    (void)fs::remove_all(pulled, ignored);
+}
+
+// Where nothing can be mounted, the content is copied and the table of mounts is kept by hand, as
+// bench/bin/mount does.
+bool BindFolder(const World &world, const std::string &folder, const std::string &place)
+{
+    if (world.kind != WorldKind::Real)
+        return mount(folder.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    std::error_code error;
+    fs::copy(folder, place, fs::copy_options::recursive, error);
+    const std::string table = world.stateDir + "/mounted";
+    return !error && WriteFile(table, ReadFile(table) + place + std::string(1, '\0'));
+}
+
+// The system unmounts what it mounted itself when the disk is pulled.
+void SystemUnmount(const World &world, const std::string &place)
+{
+    if (world.kind == WorldKind::Real) {
+        std::error_code ignored;
+        (void)fs::remove_all(place, ignored);
+        (void)unlink((world.stateDir + "/mounted").c_str());
+        return;
+    }
+    (void)umount2(place.c_str(), MNT_DETACH);
+    (void)rmdir(place.c_str());
 }
 
 void NameNewest(Hardware *hardware, const std::string &label)
@@ -173,6 +201,18 @@ std::string EscapeLabel(const std::string &label)
     return name;
 }
 
+bool SystemMount(Hardware *hardware, const std::string &name, std::string *why)
+{
+    Disk &disk = hardware->disks[name];
+    const std::string place = "/Volumes/" + disk.label;
+    if (disk.image || !MakeFolders(place) || !BindFolder(*hardware->world, disk.device, place)) {
+        *why = "the system could not mount " + disk.device + " at " + place;
+        return false;
+    }
+    disk.systemPlace = place;
+    return true;
+}
+
 bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, bool image,
               std::string *why)
 {
@@ -203,6 +243,8 @@ void UnplugDisk(Hardware *hardware, const std::string &name)
     (void)usleep(kPullGap);
     if (linked)
         NameNewest(hardware, disk.label);
+    if (!disk.systemPlace.empty())
+        SystemUnmount(*hardware->world, disk.systemPlace);
 }
 
 bool ChangeMedium(Hardware *hardware, const std::string &name, std::string *why)

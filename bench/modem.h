@@ -16,8 +16,9 @@ struct Disk {
     std::string label;
     std::string device;  // "/dev/sr0": a folder or a disk image
     bool image = false;
-    bool modem = false;     // pulled together with the modem's port
-    unsigned long age = 0;  // of several disks with one label the link names the last that came
+    bool modem = false;       // pulled together with the modem's port
+    std::string systemPlace;  // where the system itself mounted it; empty when it did not
+    unsigned long age = 0;    // of several disks with one label the link names the last that came
 };
 
 struct Hardware {
@@ -39,6 +40,10 @@ std::string EscapeLabel(const std::string &label);
 // the reason in `why`.
 bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, bool image,
               std::string *why);
+
+// The system mounts the disk at /Volumes/<label>, as it does at boot, and unmounts it when the disk is
+// pulled. A disk image it does not mount.
+bool SystemMount(Hardware *hardware, const std::string &name, std::string *why);
 
 // Pulls a disk: first the device is gone (its link dangles), then the link, then empty folders. When
 // another disk has the same label, the link names that one from then on.

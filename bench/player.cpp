@@ -113,12 +113,13 @@ void SeekUnwrittenLine(Player *player)
 
 void LookAround(Player *player)
 {
+    // The calls first: the log speaks of them when they are over.
+    player->observed.mounts = MountsUnder(player->world, kVolumes);
+    TakeNewCalls(player);
     (void)FollowLog(&player->observed.log);
     CheckProcess(&player->daemon);
     SeekUnwrittenLine(player);
     ShowNewLines(player);
-    player->observed.mounts = MountsUnder(player->world, kVolumes);
-    TakeNewCalls(player);
 }
 
 bool WaitFor(Player *player, const std::string &what, double within, bool stopWhenIdle,
@@ -302,27 +303,13 @@ void PlayUnplug(Player *player, const Step &step)
     UnplugDisk(&player->hardware, step.name);
 }
 
-bool RecordSystemMount(Player *player, const std::string &device, const std::string &place)
-{
-    if (player->world.kind != WorldKind::Real)
-        return mount(device.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0;
-    std::error_code error;
-    fs::copy(device, place, fs::copy_options::recursive, error);
-    const std::string table = player->world.stateDir + "/mounted";
-    return !error && WriteFile(table, ReadFile(table) + place + std::string(1, '\0'));
-}
-
 // At boot the system mounts what it finds, before the daemon is there to object.
 void PlaySystemMounts(Player *player, const Step &step)
 {
-    const Disk &disk = player->hardware.disks[step.name];
-    const std::string place = std::string(kVolumes) + "/" + disk.label;
-    Outside(player, "the system mounts it at " + place);
-    if (disk.image) {
-        FailScenario(player, "the system mounts no disk image here");
-    } else if (!MakeFolders(place) || !RecordSystemMount(player, disk.device, place)) {
-        FailScenario(player, "could not mount " + place + ": " + strerror(errno));
-    }
+    std::string why;
+    Outside(player, "the system mounts the disk " + step.name);
+    if (!SystemMount(&player->hardware, step.name, &why))
+        FailScenario(player, why);
 }
 
 void PlayWhenOpened(Player *player, const Step &step)

@@ -128,8 +128,10 @@ void CheckFolders(Player *player)
 
 bool ComeToRest(Player *player)
 {
-    return WaitFor(player, "waiting until the daemon has worked it all off", kRestWithin, false,
-                   [&] { return IsIdle(player->daemon); });
+    const bool idle = WaitFor(player, "waiting until the daemon has worked it all off", kRestWithin,
+                              false, [&] { return IsIdle(player->daemon); });
+    LookAround(player);  // what came between the last look and the rest
+    return idle;
 }
 
 struct Held {
@@ -176,7 +178,8 @@ void PlayStorm(Player *player, long events)
     CheckFolders(player);
     const Held after = WhatItHolds(*player);
     Say(&player->timeLine, Kind::Note,
-        "before: " + HeldText(before) + "; after: " + HeldText(after));
+        std::to_string(CountInLog(player->observed.log, "Device inserted!")) +
+            " arrivals; before: " + HeldText(before) + "; after: " + HeldText(after));
     if (after.descriptors != before.descriptors || after.children != before.children)
         FailScenario(player, "the daemon holds other things than before the storm");
     ++player->expectations;

@@ -19,6 +19,10 @@ TEST_CASE("only the time of a record and the process id of the owner command are
         {"a\nline 1===2026-11-20 23:59:59   K:m --- b\nc", "a\nline 1===<time>   K:m --- b\nc"},
         {"line 1===2026-1-1 0:0:0   K:m --- ps aux | awk -v PID=4711 '$2 == PID { print $1 }'\n",
          "line 1===<time>   K:m --- ps aux | awk -v PID=<pid> '$2 == PID { print $1 }'\n"},
+        {"line 4===2026-1-1 0:0:0   Process:RunShellProgram --- system failed 0 time, return 256[Unknown error 256]:(open \"x\"), err = (Invalid argument)\n",
+         "line 4===<time>   Process:RunShellProgram --- system failed 0 time, return 256[Unknown error 256]:(open \"x\"), err = (<errno>)\n"},
+        {"line 4===2026-1-1 0:0:0   K:m --- x), err = (y)\n",
+         "line 4===<time>   K:m --- x), err = (y)\n"},
         // A log of another form stays as it is, so that it differs.
         {"line 2===2026-11-20 09:5:3   K:m --- x\n", "line 2===2026-11-20 09:5:3   K:m --- x\n"},
         {"line 2===2026-11-20 9:5:3  K:m --- x\n", "line 2===2026-11-20 9:5:3  K:m --- x\n"},

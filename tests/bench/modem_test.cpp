@@ -30,10 +30,10 @@ TEST_CASE("a label becomes a file name in udev's way")
 TEST_CASE("of several disks with one label the link names the one that came last")
 {
     bench::Hardware hardware;
-    hardware.disks["a"] = {"Orvanta", "/dev/sr0", false, false, 1};
-    hardware.disks["b"] = {"Orvanta", "/dev/sr1", false, false, 3};
-    hardware.disks["c"] = {"Orvanta", "/dev/sr2", false, false, 2};
-    hardware.disks["d"] = {"Other", "/dev/sr3", false, false, 4};
+    hardware.disks["a"] = {"Orvanta", "/dev/sr0", false, false, "", 1};
+    hardware.disks["b"] = {"Orvanta", "/dev/sr1", false, false, "", 3};
+    hardware.disks["c"] = {"Orvanta", "/dev/sr2", false, false, "", 2};
+    hardware.disks["d"] = {"Other", "/dev/sr3", false, false, "", 4};
     CHECK(bench::LinkedDisk(hardware, "Orvanta") == "b");
     hardware.disks.erase("b");
     CHECK(bench::LinkedDisk(hardware, "Orvanta") == "c");
