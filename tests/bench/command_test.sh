@@ -1,0 +1,122 @@
+#!/usr/bin/env bash
+# command_test.sh BENCH DAEMON SCENARIOS - what the bench's command line promises: plans, mistakes
+# with line and column, failures that show what came, exit statuses, and the other kinds of worlds.
+set -euo pipefail
+bench=$1
+daemon=$2
+scenarios=$3
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+failed=0
+
+# check STATUS TEXT ARGUMENTS...: the bench ends with STATUS, and TEXT is in what it says.
+check() {
+    local wanted=$1 text=$2 status=0
+    shift 2
+    "$bench" "$@" >"$here/said" 2>&1 || status=$?
+    if [ "$status" -ne "$wanted" ] || ! grep -qF -- "$text" "$here/said"; then
+        echo "kestrun-bench $*: status $status, expected $wanted and \"$text\"; it said:"
+        sed 's/^/    /' "$here/said"
+        failed=1
+    fi
+}
+
+for scenario in "$scenarios"/*.scenario; do
+    check 0 'start daemon' run "$scenario" --dry-run
+done
+check 0 'plug modem [label STRING]' words
+while IFS= read -r statement; do
+    grep -qxF -- "  $statement" "$scenarios/../../docs/bench.md" || {
+        echo "docs/bench.md does not list: $statement"
+        failed=1
+    }
+done <"$here/said"
+check 0 'usage: kestrun-bench run FILE' --help
+check 2 'usage: kestrun-bench run FILE'
+check 2 'usage: kestrun-bench run FILE' run
+check 2 'usage: kestrun-bench run FILE' run a b
+check 2 'usage: kestrun-bench run FILE' run a --speed 0
+check 2 'usage: kestrun-bench run FILE' run a --world moon
+check 2 'No such file or directory' run "$here/none"
+
+printf 'logout\n\n  plug disc "Orvanta"\n' >"$here/mistake"
+check 2 "$here/mistake:3:8: expected \"disk\", \"modem\" or \"port\"; here stands \"disc\"" \
+    run "$here/mistake"
+
+cat >"$here/fails" <<'END'
+start daemon
+expect log "Kestrun started"
+expect log "nobody says this"
+END
+check 1 'line 3: expect log "nobody says this"' run "$here/fails" --speed 50 --daemon "$daemon"
+for shown in 'came: the log does not say it' '> line 2===' 'TOOL-BrelmarkV100R001B035'; do
+    grep -qF -- "$shown" "$here/said" || {
+        echo "a failed expectation does not show \"$shown\""
+        failed=1
+    }
+done
+
+cat >"$here/mounted" <<'END'
+start daemon
+expect mounted "/Volumes/Orvanta" within 1 s
+END
+check 1 'came: nothing is mounted' run "$here/mounted" --speed 50 --daemon "$daemon"
+
+# A daemon that ends by itself is a failure, whatever was expected.
+printf 'start daemon\nwait 100 s\n' >"$here/ends"
+check 1 'the daemon ended with exit status 0' run "$here/ends" --speed 50 --daemon /bin/true
+
+if unshare -Urm true 2>/dev/null; then
+    check 0 'user and mount namespace' \
+        run "$scenarios/plugged-in-later.scenario" --speed 50 --daemon "$daemon" --world user
+fi
+
+# At the real paths, in a world of the bench's own making: it must leave nothing behind.
+if unshare -m true 2>/dev/null; then
+    cat >"$here/real" <<'END'
+set -e
+mount -t tmpfs tmpfs "$1/root"
+mkdir "$1/root/old" "$1/root/dev"
+for entry in /*; do
+    case $entry in
+    /dev | /Volumes | /Library | /Applications | /run) ;;
+    *) if [ -L "$entry" ]; then
+           cp -P "$entry" "$1/root/"
+       elif [ -d "$entry" ]; then
+           mkdir "$1/root$entry"
+           mount --rbind "$entry" "$1/root$entry"
+       fi ;;
+    esac
+done
+mkdir "$1/root/run" "$1/root/dev/pts"
+for node in null zero tty urandom; do
+    touch "$1/root/dev/$node"
+    mount --bind "/dev/$node" "$1/root/dev/$node"
+done
+mount -t devpts -o newinstance,ptmxmode=0666 devpts "$1/root/dev/pts"
+ln -s pts/ptmx "$1/root/dev/ptmx"
+pivot_root "$1/root" "$1/root/old"
+mount -t tmpfs tmpfs /usr/local
+umount -l /old
+shift
+status=0
+"$@" || status=$?
+for left in /Volumes /Library /Applications /usr/local/Tarnwell /run/kestrun /dev/disk /dev/serial /dev/sr0; do
+    if [ -e "$left" ]; then
+        echo "left behind: $left"
+        exit 3
+    fi
+done
+exit "$status"
+END
+    mkdir "$here/root"
+    status=0
+    unshare -m sh "$here/real" "$here" "$bench" run "$scenarios/replugged.scenario" --speed 50 \
+        --daemon "$daemon" --world real >"$here/said" 2>&1 || status=$?
+    if [ "$status" -ne 0 ] || ! grep -qF 'real paths' "$here/said"; then
+        echo "at the real paths: status $status; it said:"
+        sed 's/^/    /' "$here/said"
+        failed=1
+    fi
+fi
+exit "$failed"
