@@ -34,15 +34,15 @@ enum class Result {
     NotPlayable,  // this machine cannot play it
 };
 
-struct Player {
+// The random numbers are predictable on purpose: --seed plays the same again.
+struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
     const PlayOptions *options = nullptr;
     World world;
     Hardware hardware;
     Process daemon;
     Observed observed;
     TimeLine timeLine;
-    // Predictable on purpose: --seed plays the same again.
-    std::mt19937_64 random;  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+    std::mt19937_64 random;
     size_t linesShown = 0;
     size_t callsRead = 0;   // how much of the record of calls was taken
     long soughtNumber = 0;  // the unwritten line that was looked for last, and how often
