@@ -9,6 +9,7 @@
 #include "tamrik/tamrik.h"
 
 #include <ctype.h>
+#include <float.h>
 #include <langinfo.h>
 #include <limits.h>
 #include <stdint.h>
@@ -160,11 +161,15 @@ void _un_inc(int ch, InputSource *source)
 
 // ---- The reader: bytes and characters of a source ----
 
-// The bytes that were given back to a file or to standard input and are to be read again, the next
-// one first. A scan gives back at most the character that it has just read, so they never are more
-// than one character has.
+// A string is read from at to end, and its source is told when the scan is over; for the other sources
+// the three pointers are equal. What waits are bytes that were given back to a file or to standard
+// input and are to be read again, the next one first. A scan gives back at most the character that it
+// has just read, so they never are more than one character has.
 struct Reader {
     InputSource *source;
+    const char *begin;
+    const char *at;
+    const char *end;
     char waiting[MB_LEN_MAX];
     int waitingCount;
     char last[MB_LEN_MAX];  // the bytes of the last whole character
@@ -184,26 +189,26 @@ static int TakeWaiting(Reader *reader)
     return byte;
 }
 
-// The end of a string leaves its source as it is, so that what was read can be given back.
+// At the end of a string, or from a source that is none.
+[[gnu::noinline]] static int ReadByteOfStream(Reader *reader)
+{
+    if (IsPlainString(reader->source))
+        return EOF;
+    return reader->waitingCount > 0 ? TakeWaiting(reader) : _inc(reader->source);
+}
+
 static inline int ReadByte(Reader *reader)
 {
-    InputSource *source = reader->source;
-    if (IsPlainString(source)) {
-        if (source->count <= 0)
-            return EOF;
-        --source->count;
-        return static_cast<unsigned char>(*source->cur++);
-    }
-    return reader->waitingCount > 0 ? TakeWaiting(reader) : _inc(source);
+    if (reader->at != reader->end)
+        return static_cast<unsigned char>(*reader->at++);
+    return ReadByteOfStream(reader);
 }
 
 // Gives back the last count bytes that were read.
 static void UnreadBytes(Reader *reader, const char *bytes, int count)
 {
-    InputSource *source = reader->source;
-    if (IsPlainString(source)) {
-        source->cur -= count;
-        source->count += count;
+    if (reader->at != reader->begin) {
+        reader->at -= count;
         return;
     }
     const size_t size = static_cast<size_t>(count);
@@ -214,6 +219,10 @@ static void UnreadBytes(Reader *reader, const char *bytes, int count)
 
 static inline void UnreadByte(Reader *reader, Unit ch)
 {
+    if (reader->at != reader->begin) {
+        --reader->at;
+        return;
+    }
     const char byte = static_cast<char>(ch);
     UnreadBytes(reader, &byte, 1);
 }
@@ -266,11 +275,10 @@ static Unit ReadWide(Reader *reader)
         return ReadCharacter(reader);
 
     wchar_t wide = L'\0';
-    if (source->count < static_cast<int>(sizeof wide))
+    if (reader->end - reader->at < static_cast<ptrdiff_t>(sizeof wide))
         return kEnd;
-    memcpy(&wide, source->cur, sizeof wide);
-    source->cur += sizeof wide;
-    source->count -= static_cast<int>(sizeof wide);
+    memcpy(&wide, reader->at, sizeof wide);
+    reader->at += sizeof wide;
     return static_cast<Unit>(static_cast<wint_t>(wide));
 }
 
@@ -282,8 +290,7 @@ static void UnreadWide(Reader *reader, Unit ch)
     } else if (source->kind & kFile) {
         UnreadCharacter(reader);
     } else {
-        source->cur -= sizeof(wchar_t);
-        source->count += static_cast<int>(sizeof(wchar_t));
+        reader->at -= sizeof(wchar_t);
     }
 }
 
@@ -329,12 +336,28 @@ static void LeaveStandardInput(Reader *reader, bool isWide)
     UngetBytes(reader->waiting, reader->waitingCount, stdin);
 }
 
+static void EnterSource(Reader *reader, InputSource *source)
+{
+    const bool isString = IsPlainString(source) && source->count > 0;
+    reader->source = source;
+    reader->begin = isString ? source->cur : nullptr;
+    reader->at = reader->begin;
+    reader->end = isString ? source->cur + source->count : nullptr;
+    reader->waitingCount = 0;
+    reader->lastCount = 0;
+}
+
 static void LeaveSource(Reader *reader, bool isWide)
 {
-    if (reader->source->kind & kStandardInput)
+    InputSource *source = reader->source;
+    if (source->kind & kStandardInput) {
         LeaveStandardInput(reader, isWide);
-    else if (reader->source->kind & kFile)
+    } else if (source->kind & kFile) {
         LeaveFile(reader);
+    } else if (reader->begin != nullptr) {
+        source->cur = reader->at;
+        source->count -= static_cast<int>(reader->at - reader->begin);
+    }
 }
 
 static bool IsUsable(const InputSource *source)
@@ -441,7 +464,7 @@ template <typename Char>
 struct Scan {
     Reader reader;
     va_list arguments;
-    int64_t charsRead;
+    int64_t charsOfStream;  // read from a source that is no string
     int assigned;
     bool hasConverted;  // some conversion has been completed, a suppressed one included
     bool isAtEnd;       // a read has met the end of the input
@@ -459,7 +482,7 @@ struct Set {
     const Char *begin;
     const Char *end;
     bool isNegated;
-    unsigned char low[32];  // a bit for each member below 256
+    uint64_t low[4];  // a bit for each character below 256 that matches
 };
 
 // What one '%' asks for.
@@ -487,19 +510,45 @@ struct Text {
 
 // ---- Reading characters of the format's width ----
 
+static inline Unit AsUnit(char ch)
+{
+    return static_cast<unsigned char>(ch);
+}
+
+static inline Unit AsUnit(wchar_t ch)
+{
+    return static_cast<Unit>(static_cast<wint_t>(ch));
+}
+
+template <typename Char>
+static inline int64_t CharsRead(const Scan<Char> &scan)
+{
+    const ptrdiff_t bytes = scan.reader.at - scan.reader.begin;
+    return scan.charsOfStream + bytes / static_cast<ptrdiff_t>(sizeof(Char));
+}
+
+template <typename Char>
+static inline bool IsFromString(const Scan<Char> *scan)
+{
+    return scan->reader.begin != nullptr;
+}
+
 template <typename Char>
 static inline Unit CountRead(Scan<Char> *scan, Unit ch)
 {
-    if (ch >= 0)
-        ++scan->charsRead;
-    else
+    if (ch < 0)
         scan->isAtEnd = true;
+    else if (!IsFromString(scan))
+        ++scan->charsOfStream;
     return ch;
 }
 
 static inline Unit Next(Scan<char> *scan)
 {
-    return CountRead(scan, ReadByte(&scan->reader));
+    Reader *reader = &scan->reader;
+    if (reader->at != reader->end)
+        return static_cast<unsigned char>(*reader->at++);
+    return CountRead(scan, ReadByteOfStream(reader));
 }
 
 static inline Unit Next(Scan<wchar_t> *scan)
@@ -513,7 +562,7 @@ static inline void GiveBack(Scan<char> *scan, Unit ch)
     if (ch < 0)
         return;
     UnreadByte(&scan->reader, ch);
-    --scan->charsRead;
+    scan->charsOfStream -= IsFromString(scan) ? 0 : 1;
 }
 
 static inline void GiveBack(Scan<wchar_t> *scan, Unit ch)
@@ -521,17 +570,55 @@ static inline void GiveBack(Scan<wchar_t> *scan, Unit ch)
     if (ch < 0)
         return;
     UnreadWide(&scan->reader, ch);
-    --scan->charsRead;
+    scan->charsOfStream -= IsFromString(scan) ? 0 : 1;
 }
 
-// The next character of a field that may have *left more.
+// A field of a number while it is read. As long as it is open it has the string's place for itself,
+// so that the compiler can keep that in a register.
 template <typename Char>
-static inline Unit Take(Scan<Char> *scan, int64_t *left)
+struct Field {
+    Scan<Char> *scan;
+    const char *at;
+    const char *end;
+    int64_t left;        // how many characters more it may have
+    Unit ch;             // the next character, kEnd or kFieldFull
+    bool isOutOfMemory;  // a float's text could not grow: the field ends there
+};
+
+static inline void Advance(Field<char> *field)
 {
-    if (*left == 0)
-        return kFieldFull;
-    --*left;
-    return Next(scan);
+    if (field->left == 0) {
+        field->ch = kFieldFull;
+        return;
+    }
+    --field->left;
+    if (field->at != field->end) {
+        field->ch = static_cast<unsigned char>(*field->at++);
+        return;
+    }
+    field->scan->reader.at = field->at;
+    field->ch = Next(field->scan);
+}
+
+static inline void Advance(Field<wchar_t> *field)
+{
+    if (field->left == 0) {
+        field->ch = kFieldFull;
+        return;
+    }
+    --field->left;
+    field->ch = Next(field->scan);
+}
+
+static inline void LeaveField(const Field<char> &field)
+{
+    field.scan->reader.at = field.at;
+    GiveBack(field.scan, field.ch);
+}
+
+static inline void LeaveField(const Field<wchar_t> &field)
+{
+    GiveBack(field.scan, field.ch);
 }
 
 template <typename Char>
@@ -541,12 +628,19 @@ static inline int64_t FieldWidth(const Spec<Char> &spec)
 }
 
 template <typename Char>
-static void SkipBlanks(Scan<Char> *scan)
+static inline Field<Char> EnterField(Scan<Char> *scan, const Spec<Char> &spec)
 {
-    Unit ch = kEnd;
-    do {
+    Field<Char> field = {scan, scan->reader.at, scan->reader.end, FieldWidth(spec), kEnd, false};
+    Advance(&field);
+    return field;
+}
+
+template <typename Char>
+static inline void SkipBlanks(Scan<Char> *scan)
+{
+    Unit ch = Next(scan);
+    while (IsSpace(Char{}, ch))
         ch = Next(scan);
-    } while (IsSpace(Char{}, ch));
     GiveBack(scan, ch);
 }
 
@@ -592,16 +686,6 @@ static Outcome MatchLiteral(Scan<wchar_t> *scan, const wchar_t **format)
 
 // ---- Sets ----
 
-static inline Unit AsUnit(char ch)
-{
-    return static_cast<unsigned char>(ch);
-}
-
-static inline Unit AsUnit(wchar_t ch)
-{
-    return static_cast<Unit>(static_cast<wint_t>(ch));
-}
-
 // Finds the ']' that closes the set whose '[' stands just before text; null when there is none. One
 // that comes first, behind the '^' if there is one, is a member.
 template <typename Char>
@@ -629,6 +713,17 @@ static void NextMembers(const Char **text, const Char *end, Unit *low, Unit *hig
     ++*text;
 }
 
+static const Unit kLowest = 256;  // the first character that the bits do not tell
+
+static void AddLow(uint64_t *bits, Unit low, Unit high)
+{
+    for (Unit word = low / 64; word <= high / 64; ++word) {
+        const Unit first = low > word * 64 ? low - word * 64 : 0;
+        const Unit last = high < word * 64 + 63 ? high - word * 64 : 63;
+        bits[word] |= (UINT64_MAX >> (63 - last)) & (UINT64_MAX << first);
+    }
+}
+
 // Reads the set whose '[' stands at *format, and leaves *format at its ']'.
 template <typename Char>
 static bool ReadSet(const Char **format, Set<Char> *set)
@@ -643,37 +738,35 @@ static bool ReadSet(const Char **format, Set<Char> *set)
         ++set->begin;
 
     memset(set->low, 0, sizeof set->low);
-    const Unit lowest = static_cast<Unit>(sizeof set->low * CHAR_BIT);
     for (const Char *at = set->begin; at < set->end;) {
         Unit low = 0;
         Unit high = 0;
         NextMembers(&at, set->end, &low, &high);
-        for (Unit ch = low; ch <= high && ch < lowest; ++ch)
-            set->low[ch / CHAR_BIT] |= static_cast<unsigned char>(1U << (ch % CHAR_BIT));
+        if (low < kLowest)
+            AddLow(set->low, low, high < kLowest ? high : kLowest - 1);
     }
+    for (uint64_t &word : set->low)
+        word = set->isNegated ? ~word : word;
     return true;
 }
 
 template <typename Char>
-static bool IsFarMember(const Set<Char> &set, Unit ch)
+static bool IsInFarSet(const Set<Char> &set, Unit ch)
 {
     for (const Char *at = set.begin; at < set.end;) {
         Unit low = 0;
         Unit high = 0;
         NextMembers(&at, set.end, &low, &high);
         if (ch >= low && ch <= high)
-            return true;
+            return !set.isNegated;
     }
-    return false;
+    return set.isNegated;
 }
 
 template <typename Char>
 static inline bool IsInSet(const Set<Char> &set, Unit ch)
 {
-    const bool isNear = ch < static_cast<Unit>(sizeof set.low * CHAR_BIT);
-    const bool isMember =
-        isNear ? (set.low[ch / CHAR_BIT] >> (ch % CHAR_BIT)) & 1U : IsFarMember(set, ch);
-    return isMember != set.isNegated;
+    return ch < kLowest ? ((set.low[ch / 64] >> (ch % 64)) & 1U) != 0 : IsInFarSet(set, ch);
 }
 
 // ---- Strings, characters and sets ----
@@ -739,8 +832,8 @@ static inline Unit NextOfText(Scan<char> *scan, const Text &text)
     const Unit ch = ReadCharacter(&scan->reader);
     if (ch == kEnd)
         scan->isAtEnd = true;
-    if (ch >= 0)
-        scan->charsRead += scan->reader.lastCount;
+    if (ch >= 0 && !IsFromString(scan))
+        scan->charsOfStream += scan->reader.lastCount;
     return ch;
 }
 
@@ -756,7 +849,7 @@ static inline void GiveBackOfText(Scan<char> *scan, const Text &text, Unit ch)
         return;
     }
     UnreadCharacter(&scan->reader);
-    scan->charsRead -= scan->reader.lastCount;
+    scan->charsOfStream -= IsFromString(scan) ? 0 : scan->reader.lastCount;
 }
 
 static inline void GiveBackOfText(Scan<wchar_t> *scan, const Text & /*tag*/, Unit ch)
@@ -783,13 +876,59 @@ static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec<wchar
     return Belongs(spec, ch);
 }
 
+// Copies up to most characters as long as they pass; returns how many did.
+template <typename Test>
+static inline int64_t CopyWhile(char *dest, const char *at, int64_t most, Test passes)
+{
+    int64_t count = 0;
+    for (; count < most && passes(AsUnit(at[count])); ++count)
+        dest[count] = at[count];
+    return count;
+}
+
+// Stores as much of a string's field as needs no second look: narrow text that is there, belongs to
+// the field and has room. What comes then, ReadText finds out. Returns how many characters it was.
+static inline int64_t StoreRun(Scan<char> *scan, const Spec<char> &spec, Text *text, int64_t left)
+{
+    if (text->isWide || !text->isStored)
+        return 0;
+    const char *at = scan->reader.at;
+    const int64_t there = scan->reader.end - at;
+    const int64_t room = static_cast<int64_t>(text->size);
+    int64_t most = left < there ? left : there;
+    most = most < room ? most : room;
+    if (most == 0)
+        return 0;
+
+    int64_t count = most;
+    if (spec.type == 's') {
+        count = CopyWhile(text->dest, at, most, [](Unit ch) { return !IsSpace(char{}, ch); });
+    } else if (spec.type == 'c') {
+        memcpy(text->dest, at, static_cast<size_t>(most));
+    } else {
+        const Set<char> set = spec.set;
+        count = CopyWhile(text->dest, at, most, [&set](Unit ch) { return IsInSet(set, ch); });
+    }
+    scan->reader.at += count;
+    text->used = static_cast<size_t>(count);
+    return count;
+}
+
+static inline int64_t StoreRun(Scan<wchar_t> * /*tag*/, const Spec<wchar_t> & /*tag*/,
+                               Text * /*tag*/, int64_t /*tag*/)
+{
+    return 0;
+}
+
 // Reads the field into the destination, which is left empty when the field is missing, does not fit
 // or cannot be converted.
 template <typename Char>
 static Outcome ReadText(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
 {
     int64_t left = spec.type == 'c' && !spec.hasWidth ? 1 : FieldWidth(spec);
-    bool isEmpty = true;
+    const int64_t run = StoreRun(scan, spec, text, left);
+    left -= run;
+    bool isEmpty = run == 0;
     Unit ch = kFieldFull;
     for (; left > 0; --left) {
         ch = NextOfText(scan, *text);
@@ -894,14 +1033,19 @@ static void StoreInteger(void *dest, IntegerSize size, uint64_t value)
     }
 }
 
-// Matches the rest of a word, whose first character is *ch, in either case; *ch is then what follows.
-template <typename Char>
-static bool MatchWord(Scan<Char> *scan, int64_t *left, const char *word, Unit *ch)
+static inline bool IsLetter(Unit ch, char lower)
 {
-    for (; *word != '\0'; ++word) {
-        if (*ch != *word && (*ch < 'A' || *ch > 'Z' || (*ch | 0x20) != *word))
+    return ch == lower || (lower >= 'a' && lower <= 'z' && ch == lower - 'a' + 'A');
+}
+
+// Goes past "(nil)", in either case.
+template <typename Char>
+static inline bool PassNull(Field<Char> *field)
+{
+    for (const char *word = "(nil)"; *word != '\0'; ++word) {
+        if (!IsLetter(field->ch, *word))
             return false;
-        *ch = Take(scan, left);
+        Advance(field);
     }
     return true;
 }
@@ -909,14 +1053,13 @@ static bool MatchWord(Scan<Char> *scan, int64_t *left, const char *word, Unit *c
 // Reads the "0x" that base 16 may have, and finds the base that a base of 0 stands for. A zero that no
 // 'x' follows is a digit.
 template <typename Char>
-static unsigned int ReadPrefix(Scan<Char> *scan, int64_t *left, unsigned int base, Integer *value,
-                               Unit *ch)
+static inline unsigned int ReadPrefix(Field<Char> *field, unsigned int base, Integer *value)
 {
-    if (*ch != '0' || (base != 0 && base != 16))
+    if (field->ch != '0' || (base != 0 && base != 16))
         return base == 0 ? 10 : base;
-    *ch = Take(scan, left);
-    if (*ch == 'x' || *ch == 'X') {
-        *ch = Take(scan, left);
+    Advance(field);
+    if (IsLetter(field->ch, 'x')) {
+        Advance(field);
         return 16;
     }
     value->hasDigits = true;
@@ -927,24 +1070,24 @@ template <typename Char>
 static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned int base,
                            bool isSigned)
 {
-    int64_t left = FieldWidth(spec);
     Integer value = {};
-    Unit ch = Take(scan, &left);
-    if (ch == kEnd)
+    Field<Char> field = EnterField(scan, spec);
+    if (field.ch == kEnd)
         return kInputEnd;
-    if (spec.type == 'p' && ch == '(') {
-        value.hasDigits = MatchWord(scan, &left, "(nil)", &ch);
+    if (spec.type == 'p' && field.ch == '(') {
+        value.hasDigits = PassNull(&field);
     } else {
-        value.isNegative = ch == '-';
-        if (ch == '-' || ch == '+')
-            ch = Take(scan, &left);
-        base = ReadPrefix(scan, &left, base, &value, &ch);
-        for (unsigned int digit = DigitValue(ch); digit < base; digit = DigitValue(ch)) {
+        value.isNegative = field.ch == '-';
+        if (field.ch == '-' || field.ch == '+')
+            Advance(&field);
+        base = ReadPrefix(&field, base, &value);
+        for (unsigned int digit = DigitValue(field.ch); digit < base;
+             digit = DigitValue(field.ch)) {
             AddDigit(&value, base, digit);
-            ch = Take(scan, &left);
+            Advance(&field);
         }
     }
-    GiveBack(scan, ch);
+    LeaveField(field);
     if (!value.hasDigits)
         return kNoMatch;
     if (!spec.isSuppressed)
@@ -955,38 +1098,58 @@ static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned in
 
 // ---- Floating point ----
 
-// A field on its way into the text buffer. When that cannot grow the field ends there, in failure.
-template <typename Char>
-struct FloatField {
-    Scan<Char> *scan;
-    int64_t left;
-    Unit ch;  // the next character, not kept yet
-    bool isOutOfMemory;
-};
-
 // Keeps text in place of the next character, and goes on to the one behind it.
 template <typename Char>
-static inline void Keep(FloatField<Char> *field, char text)
+static inline void Keep(Field<Char> *field, char text)
 {
-    field->isOutOfMemory = !Append(&field->scan->number, text);
-    field->ch = field->isOutOfMemory ? kFieldFull : Take(field->scan, &field->left);
+    if (Append(&field->scan->number, text)) {
+        Advance(field);
+        return;
+    }
+    field->isOutOfMemory = true;
+    field->ch = kFieldFull;
 }
 
 template <typename Char>
-static inline void KeepNext(FloatField<Char> *field)
+static inline void KeepNext(Field<Char> *field)
 {
     Keep(field, static_cast<char>(field->ch));
 }
 
-static inline bool IsLetter(Unit ch, char lower)
+// Keeps as many digits of a string as there are and as have room in the text buffer, at once. What
+// comes then, KeepDigits finds out. Returns how many digits it was.
+static inline int64_t KeepRun(Field<char> *field, unsigned int base)
 {
-    return ch == lower || ch == lower - 'a' + 'A';
+    FloatText *number = &field->scan->number;
+    const char *at = field->at;
+    const int64_t room = static_cast<int64_t>(number->size - number->used) - 1;
+    int64_t most = field->end - at;
+    most = most < field->left ? most : field->left;
+    most = most < room ? most : room;
+
+    char *to = number->text + number->used;
+    Unit ch = field->ch;
+    int64_t count = 0;
+    for (; count < most && DigitValue(ch) < base; ++count) {
+        to[count] = static_cast<char>(ch);
+        ch = AsUnit(at[count]);
+    }
+    field->ch = ch;
+    field->at += count;
+    field->left -= count;
+    number->used += static_cast<size_t>(count);
+    return count;
+}
+
+static inline int64_t KeepRun(Field<wchar_t> * /*tag*/, unsigned int /*tag*/)
+{
+    return 0;
 }
 
 template <typename Char>
-static bool KeepDigits(FloatField<Char> *field, unsigned int base)
+static inline bool KeepDigits(Field<Char> *field, unsigned int base)
 {
-    bool hasDigits = false;
+    bool hasDigits = KeepRun(field, base) > 0;
     while (DigitValue(field->ch) < base) {
         hasDigits = true;
         KeepNext(field);
@@ -995,14 +1158,14 @@ static bool KeepDigits(FloatField<Char> *field, unsigned int base)
 }
 
 template <typename Char>
-static void KeepSign(FloatField<Char> *field)
+static void KeepSign(Field<Char> *field)
 {
     if (field->ch == '-' || field->ch == '+')
         KeepNext(field);
 }
 
 template <typename Char>
-static bool KeepWord(FloatField<Char> *field, const char *word)
+static bool KeepWord(Field<Char> *field, const char *word)
 {
     for (; *word != '\0'; ++word) {
         if (!IsLetter(field->ch, *word))
@@ -1013,7 +1176,7 @@ static bool KeepWord(FloatField<Char> *field, const char *word)
 }
 
 template <typename Char>
-static bool KeepNan(FloatField<Char> *field)
+static bool KeepNan(Field<Char> *field)
 {
     if (!KeepWord(field, "nan"))
         return false;
@@ -1030,7 +1193,7 @@ static bool KeepNan(FloatField<Char> *field)
 }
 
 // Keeps the locale's decimal point if it is next; false when only its first bytes are there.
-static bool KeepPoint(FloatField<char> *field)
+static bool KeepPoint(Field<char> *field)
 {
     const char *point = nl_langinfo(RADIXCHAR);
     if (field->ch != AsUnit(*point))
@@ -1043,7 +1206,7 @@ static bool KeepPoint(FloatField<char> *field)
     return true;
 }
 
-static bool KeepPoint(FloatField<wchar_t> *field)
+static bool KeepPoint(Field<wchar_t> *field)
 {
     const char *point = nl_langinfo(RADIXCHAR);
     wchar_t wide = L'\0';
@@ -1052,17 +1215,16 @@ static bool KeepPoint(FloatField<wchar_t> *field)
     if (mbrtowc(&wide, point, length, &state) != length || field->ch != AsUnit(wide))
         return true;
     for (size_t i = 0; i + 1 < length; ++i) {
-        if (!Append(&field->scan->number, point[i]))
-            field->isOutOfMemory = true;
+        field->isOutOfMemory = !Append(&field->scan->number, point[i]);
+        if (field->isOutOfMemory)
+            return false;
     }
-    if (field->isOutOfMemory)
-        return false;
     Keep(field, point[length - 1]);
     return true;
 }
 
 template <typename Char>
-static bool KeepNumber(FloatField<Char> *field)
+static bool KeepNumber(Field<Char> *field)
 {
     bool isHex = false;
     bool hasDigits = field->ch == '0';
@@ -1086,6 +1248,38 @@ static bool KeepNumber(FloatField<Char> *field)
     return KeepDigits(field, 10);
 }
 
+// What strtod makes of a plain decimal number that a double can hold without its point, without asking
+// it: up to 15 digits are an exact double, and so is each of these powers, so that the one division
+// rounds as strtod does. False for any other text.
+static bool ConvertPlainDecimal(const char *text, double *value)
+{
+    static const double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                     1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const int kMostDigits = 15;
+    if (FLT_EVAL_METHOD != 0)
+        return false;
+    const bool isNegative = *text == '-';
+    if (*text == '-' || *text == '+')
+        ++text;
+    int64_t number = 0;
+    int digits = 0;
+    int behindPoint = 0;
+    bool hasPoint = false;
+    for (; *text != '\0'; ++text) {
+        if (*text == '.' && !hasPoint) {
+            hasPoint = true;
+            continue;
+        }
+        if (*text < '0' || *text > '9' || ++digits > kMostDigits)
+            return false;
+        number = number * 10 + (*text - '0');
+        behindPoint += hasPoint ? 1 : 0;
+    }
+    const double signedNumber = static_cast<double>(isNegative ? -number : number);
+    *value = (number == 0 && isNegative ? -0.0 : signedNumber) / kPowers[behindPoint];
+    return true;
+}
+
 template <typename Char>
 static void StoreFloat(const Spec<Char> &spec, const char *text)
 {
@@ -1094,7 +1288,9 @@ static void StoreFloat(const Spec<Char> &spec, const char *text)
         memcpy(spec.dest, &value, sizeof value);
         return;
     }
-    const double value = strtod(text, nullptr);
+    double value = 0;
+    if (!ConvertPlainDecimal(text, &value))
+        value = strtod(text, nullptr);
     if (spec.size == kLongSize || spec.size == k64BitSize) {
         memcpy(spec.dest, &value, sizeof value);
         return;
@@ -1108,8 +1304,7 @@ static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
 {
     FloatText *number = &scan->number;
     number->used = 0;
-    FloatField<Char> field = {scan, FieldWidth(spec), kEnd, false};
-    field.ch = Take(scan, &field.left);
+    Field<Char> field = EnterField(scan, spec);
     if (field.ch == kEnd)
         return kInputEnd;
     KeepSign(&field);
@@ -1121,7 +1316,7 @@ static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
         isNumber = KeepNan(&field);
     else
         isNumber = KeepNumber(&field);
-    GiveBack(scan, field.ch);
+    LeaveField(field);
     if (!isNumber || field.isOutOfMemory)
         return kNoMatch;
     number->text[number->used] = '\0';
@@ -1187,16 +1382,6 @@ static const Char *ReadSizeLetter(const Char *format, Spec<Char> *spec)
     }
 }
 
-template <typename Char>
-static inline bool IsOneOf(Char ch, const char *list)
-{
-    for (; *list != '\0'; ++list) {
-        if (ch == static_cast<Char>(*list))
-            return true;
-    }
-    return false;
-}
-
 // Reads all between a '%' and the conversion character; returns where that stands, or null when the
 // letters make no sense.
 template <typename Char>
@@ -1210,18 +1395,66 @@ static const Char *ReadSpec(const Char *format, Spec<Char> *spec)
     spec->isLongDouble = false;
     spec->dest = nullptr;
     while (format != nullptr) {
-        if (*format == '*') {
+        switch (*format) {
+        case '*':
             spec->isSuppressed = true;
             ++format;
-        } else if (*format >= '0' && *format <= '9') {
-            format = ReadWidth(format, spec);
-        } else if (IsOneOf(*format, "hlwLqjtzIFN")) {
-            format = ReadSizeLetter(format, spec);
-        } else {
             break;
+        case '0':
+        case '1':
+        case '2':
+        case '3':
+        case '4':
+        case '5':
+        case '6':
+        case '7':
+        case '8':
+        case '9': format = ReadWidth(format, spec); break;
+        case 'h':
+        case 'l':
+        case 'w':
+        case 'L':
+        case 'q':
+        case 'j':
+        case 't':
+        case 'z':
+        case 'I':
+        case 'F':
+        case 'N': format = ReadSizeLetter(format, spec); break;
+        default: return format;
         }
     }
-    return format;
+    return nullptr;
+}
+
+enum Family { kNoFamily, kPercent, kTextFamily, kNumberFamily, kPosition };
+
+static Family FamilyOf(Unit type)
+{
+    switch (type) {
+    case '%': return kPercent;
+    case 's':
+    case 'S':
+    case 'c':
+    case 'C':
+    case '[': return kTextFamily;
+    case 'd':
+    case 'i':
+    case 'u':
+    case 'o':
+    case 'x':
+    case 'X':
+    case 'p':
+    case 'a':
+    case 'A':
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'g':
+    case 'G': return kNumberFamily;
+    case 'n': return kPosition;
+    default: return kNoFamily;
+    }
 }
 
 // "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with the
@@ -1300,7 +1533,7 @@ static Outcome ConvertPosition(Scan<Char> *scan, const Spec<Char> &spec)
     if (spec.hasWidth && spec.width == 0)
         return kNoMatch;
     if (!spec.isSuppressed)
-        StoreInteger(spec.dest, spec.size, static_cast<uint64_t>(scan->charsRead));
+        StoreInteger(spec.dest, spec.size, static_cast<uint64_t>(CharsRead(*scan)));
     return kDone;
 }
 
@@ -1312,13 +1545,14 @@ static Outcome Convert(Scan<Char> *scan, const Char **format)
     *format = ReadSpec(*format, &spec);
     if (*format == nullptr)
         return kNoMatch;
-    if (**format == '%') {
+    spec.type = AsUnit(**format);
+    const Family family = FamilyOf(spec.type);
+    if (family == kNoFamily)
+        return kNoMatch;
+    if (family == kPercent) {
         ++*format;
         return ConvertPercent(scan);
     }
-    if (!IsOneOf(**format, "sScC[ndiuoxXpaAeEfgG"))
-        return kNoMatch;
-    spec.type = AsUnit(**format);
     if (!spec.isSuppressed) {
         spec.dest = va_arg(scan->arguments, void *);
         if (spec.dest == nullptr)
@@ -1326,13 +1560,13 @@ static Outcome Convert(Scan<Char> *scan, const Char **format)
     }
 
     Outcome outcome = kDone;
-    if (spec.type == 'n')
+    if (family == kPosition)
         outcome = ConvertPosition(scan, spec);
-    else if (IsOneOf(**format, "sScC["))
+    else if (family == kTextFamily)
         outcome = ConvertText(scan, &spec, format);
     else
         outcome = ConvertNumber(scan, spec);
-    if (outcome == kDone && spec.type != 'n') {
+    if (outcome == kDone && family != kPosition) {
         scan->hasConverted = true;
         scan->assigned += spec.isSuppressed ? 0 : 1;
     }
@@ -1381,10 +1615,8 @@ static int RunScan(InputSource *source, const Char *format, va_list argList)
         return kBadParameterResult;
     const int savedErrno = errno;
     Scan<Char> scan;
-    scan.reader.source = source;
-    scan.reader.waitingCount = 0;
-    scan.reader.lastCount = 0;
-    scan.charsRead = 0;
+    EnterSource(&scan.reader, source);
+    scan.charsOfStream = 0;
     scan.assigned = 0;
     scan.hasConverted = false;
     scan.isAtEnd = false;
@@ -1428,10 +1660,11 @@ static Spec<Char> FirstTextSpec(const Char *format)
     ++format;
     while (*format >= '0' && *format <= '9')
         ++format;
-    while (IsOneOf(*format, "lwh"))
+    while (*format == 'l' || *format == 'w' || *format == 'h')
         format = ReadSizeLetter(format, &spec);
-    if (IsOneOf(*format, "sScC") || (*format == '[' && EndOfSet(format + 1) != nullptr))
-        spec.type = AsUnit(*format);
+    const Unit type = AsUnit(*format);
+    if (FamilyOf(type) == kTextFamily && (type != '[' || EndOfSet(format + 1) != nullptr))
+        spec.type = type;
     return spec;
 }
 
