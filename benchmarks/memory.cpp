@@ -1,5 +1,6 @@
 // Fills and copies of 1 to 1024 bytes, aligned and not, beside the C library's own and libsafec's.
 #include "benchmarks/harness.h"
+#include "benchmarks/peers/bounds.h"
 #include "benchmarks/peers/safec.h"
 #include "tamrik/tamrik.h"
 
@@ -12,19 +13,6 @@ constexpr std::size_t kLargest = 1024;
 constexpr std::size_t kSizes[] = {1, 2, 4, 8, 12, 16, 24, 32, 48, 64, 128, 256, 512, 1024};
 alignas(64) unsigned char g_dest[kLargest + 64];
 alignas(64) unsigned char g_src[kLargest + 64];
-
-// The least that a function can do that calls the C library and reports a result: no check at all.
-[[gnu::noinline]] int UncheckedFill(void *dest, std::size_t, int c, std::size_t count)
-{
-    std::memset(dest, c, count);
-    return 0;
-}
-
-[[gnu::noinline]] int UncheckedCopy(void *dest, std::size_t, const void *src, std::size_t count)
-{
-    std::memcpy(dest, src, count);
-    return 0;
-}
 
 void AddFills(std::size_t size, std::size_t lead, const std::string &name)
 {
