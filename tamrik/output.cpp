@@ -320,8 +320,8 @@ static void WriteString(const Char *text, int n, OutputStream *stream, int *char
     if (n < 1)
         return;
     const int fitting = Fitting<Char>(stream, n);
-    if (fitting > 0)
-        memcpy(stream->cur, text, static_cast<size_t>(fitting) * sizeof(Char));
+    PutBytes(stream->cur, reinterpret_cast<const char *>(text),
+             static_cast<size_t>(fitting) * sizeof(Char));
     Settle<Char>(stream, fitting, n, charsOut);
 }
 
@@ -475,13 +475,13 @@ static WideText AsText(const wchar_t *text, int length)
 
 // Lays a converted text out in its field: blanks, prefix, zeros, text, blanks.
 template <class Char, class Text>
-static void WriteField(Call<Char> *call, const Specification<Char> &spec, Text text,
+static void WriteField(Call<Char> *call, unsigned flags, int width, Text text,
                        Prefix signOrRadix = {{}, 0})
 {
     const int64_t length = int64_t{signOrRadix.length} + text.length;
-    const int64_t padding = spec.width > length ? spec.width - length : 0;
-    const int64_t left = (spec.flags & kLeftJustify) != 0 ? padding : 0;
-    const int64_t zeros = left == 0 && (spec.flags & kZeroPad) != 0 ? padding : 0;
+    const int64_t padding = width > length ? width - length : 0;
+    const int64_t left = (flags & kLeftJustify) != 0 ? padding : 0;
+    const int64_t zeros = left == 0 && (flags & kZeroPad) != 0 ? padding : 0;
     const int64_t blanks = padding - zeros - left;
     const PlainText prefix = {signOrRadix.text, signOrRadix.length};
     if constexpr (requires(char *to, Call<char> *own) { Put(to, text), own = call; }) {
@@ -551,53 +551,54 @@ static Prefix PrefixOf(unsigned flags, uint64_t value, int bitsPerDigit, const c
 
 // 'd', 'i', 'u', 'o', 'x', 'X' and 'p'.
 template <class Char>
-static void ConvertInteger(Call<Char> *call, Specification<Char> spec, char conversion)
+static void ConvertInteger(Call<Char> *call, const Specification<Char> &spec, char conversion)
 {
+    unsigned flags = spec.flags;
+    int precision = spec.precision;
     if (conversion == 'd' || conversion == 'i')
-        spec.flags |= kSigned;
+        flags |= kSigned;
     if (conversion == 'p') {
-        spec.flags |= kPointer | kPointerSized | kAlternate;
-        spec.precision = 0;
+        flags |= kPointer | kPointerSized | kAlternate;
+        precision = 0;
     }
-    if (conversion == 'o' && (spec.flags & kAlternate) != 0)
-        spec.flags |= kOctalZero;
+    if (conversion == 'o' && (flags & kAlternate) != 0)
+        flags |= kOctalZero;
 
     // 1. The magnitude.
-    uint64_t value = TakeInteger(call->arguments, spec.flags);
-    if ((spec.flags & kSigned) != 0 && static_cast<int64_t>(value) < 0) {
-        spec.flags |= kNegative;
+    uint64_t value = TakeInteger(call->arguments, flags);
+    if ((flags & kSigned) != 0 && static_cast<int64_t>(value) < 0) {
+        flags |= kNegative;
         value = -value;
     }
-    if ((spec.flags & (kPointerSized | kIntMax | kSizeT | kPtrDiff | kLongLong | kLong)) == 0)
+    if ((flags & (kPointerSized | kIntMax | kSizeT | kPtrDiff | kLongLong | kLong)) == 0)
         value &= 0xFFFFFFFFU;
 
     // 2. The precision.
-    int precision = spec.precision;
     if (precision < 0) {
         precision = 1;
     } else {
-        spec.flags &= (spec.flags & kPointer) != 0 ? ~0U : ~static_cast<unsigned>(kZeroPad);
+        flags &= (flags & kPointer) != 0 ? ~0U : ~static_cast<unsigned>(kZeroPad);
         precision = precision < kIntegerPrecision ? precision : kIntegerPrecision;
     }
 
     // 3. The prefix, which a zero does not have.
     const char *digits = conversion == 'X' ? _itoa_upper_digits : _itoa_lower_digits;
     const int bits = BitsPerDigit(conversion);
-    const Prefix prefix = PrefixOf(spec.flags, value, bits, digits);
+    const Prefix prefix = PrefixOf(flags, value, bits, digits);
 
     // 4. to 6. The digits, as many zeros as the precision asks for, and the octal zero.
     const int count = bits == kDecimal ? CountDecimal(value) : CountDigits(value, bits);
     int length = count > precision ? count : precision;
-    if ((spec.flags & kOctalZero) != 0 && length == count)
+    if ((flags & kOctalZero) != 0 && length == count)
         length++;
 
     // 7. A null pointer, the only one without a digit, has a name.
     if (conversion == 'p' && length == 0) {
-        spec.flags &= ~static_cast<unsigned>(kZeroPad);
-        WriteField(call, spec, PlainText{kNilText, sizeof kNilText - 1});
+        flags &= ~static_cast<unsigned>(kZeroPad);
+        WriteField(call, flags, spec.width, PlainText{kNilText, sizeof kNilText - 1});
         return;
     }
-    WriteField(call, spec, NumberText{value, count, length, bits, digits}, prefix);
+    WriteField(call, flags, spec.width, NumberText{value, count, length, bits, digits}, prefix);
 }
 
 // 'S' and 'C' without a size of their own.
@@ -611,14 +612,14 @@ static bool IsWideText(const Call<Char> *call, unsigned flags, bool isCapital)
 
 // 'c' and 'C'. A character that cannot be converted prints nothing, no padding either.
 template <class Char>
-static void ConvertCharacter(Call<Char> *call, Specification<Char> spec, bool isCapital)
+static void ConvertCharacter(Call<Char> *call, const Specification<Char> &spec, bool isCapital)
 {
-    spec.flags &= ~static_cast<unsigned>(kZeroPad);
+    const unsigned flags = spec.flags & ~static_cast<unsigned>(kZeroPad);
     const int value = va_arg(call->arguments->list, int);
     Char own[MB_LEN_MAX];
     int used = 0;
     int length = 0;
-    if (IsWideText(call, spec.flags, isCapital)) {
+    if (IsWideText(call, flags, isCapital)) {
         const wchar_t wide = static_cast<wchar_t>(value);
         length = ToOwnWidth(call, WideText{&wide, 1}, own, &used);
     } else {
@@ -626,24 +627,24 @@ static void ConvertCharacter(Call<Char> *call, Specification<Char> spec, bool is
         length = ToOwnWidth(call, NarrowText{&narrow, 1}, own, &used);
     }
     if (length >= 0)
-        WriteField(call, spec, AsText(own, length));
+        WriteField(call, flags, spec.width, AsText(own, length));
 }
 
 // 's' and 'S'. Reads no further than the precision.
 template <class Char>
-static void ConvertString(Call<Char> *call, Specification<Char> spec, bool isCapital)
+static void ConvertString(Call<Char> *call, const Specification<Char> &spec, bool isCapital)
 {
-    spec.flags &= ~static_cast<unsigned>(kZeroPad);
+    const unsigned flags = spec.flags & ~static_cast<unsigned>(kZeroPad);
     const size_t most = spec.precision < 0 ? INT_MAX : static_cast<size_t>(spec.precision);
-    if (IsWideText(call, spec.flags, isCapital)) {
+    if (IsWideText(call, flags, isCapital)) {
         const wchar_t *text = va_arg(call->arguments->list, const wchar_t *);
         text = text != nullptr ? text : WSTR_NULL_STRING;
-        WriteField(call, spec, WideText{text, static_cast<int>(wcsnlen(text, most))});
+        WriteField(call, flags, spec.width, WideText{text, static_cast<int>(wcsnlen(text, most))});
         return;
     }
     const char *text = va_arg(call->arguments->list, const char *);
     text = text != nullptr ? text : STR_NULL_STRING;
-    WriteField(call, spec, NarrowText{text, static_cast<int>(strnlen(text, most))});
+    WriteField(call, flags, spec.width, NarrowText{text, static_cast<int>(strnlen(text, most))});
 }
 
 // ---- Floating conversions ----
@@ -677,12 +678,6 @@ template <class Char>
 static int PutSubFormat(const Call<Char> &call, const Specification<Char> &spec, char *to)
 {
     *to++ = '%';
-    if (call.next - spec.start == 2) {
-        // A conversion alone, "%f": nothing has to be brought into order.
-        *to++ = static_cast<char>(call.next[-1]);
-        *to = '\0';
-        return 0;
-    }
     WrittenNumber<Char> width = {spec.start, 0};
     WrittenNumber<Char> precision = {spec.start, 0};
     bool hasPrecision = false;
@@ -979,6 +974,11 @@ struct PlainField {
     bool isLong = false;
 };
 
+static inline bool BeginsField(char ch)
+{
+    return ch == '-' || ch == 'l' || (ch >= '1' && ch <= '9');
+}
+
 // Reads what stands between a '%' and its conversion if it is of the common kind, and returns where it
 // ends: a conversion that is no plain one means that it was not.
 static const char *ReadPlainField(const char *at, PlainField *field, Call<char> *call)
@@ -989,7 +989,7 @@ static const char *ReadPlainField(const char *at, PlainField *field, Call<char> 
         at++;
     }
     if (*at == '0')
-        return at;
+        return at;  // a flag
     for (; *at >= '0' && *at <= '9' && field->width < kWidestPlain; at++) {
         field->width = field->width * 10 + (*at - '0');
         call->widthFromArgs = false;
@@ -1092,6 +1092,8 @@ static inline void WritePlainPieces(Call<char> *call)
             plain.next += 2;
         } else if (plain.next[1] == 's') {
             plain = PutString(plain.next + 2, plain.to, end, {}, call->arguments);
+        } else if (!BeginsField(plain.next[1])) {
+            break;
         } else {
             const Plain behind = PutField(plain.next, plain.to, end, call);
             if (behind.next == nullptr)
@@ -1144,7 +1146,7 @@ template <class Char>
                 return false;
             break;
         case State::Size: state = TakeSize(call, &spec, ch); break;
-        case State::Type: Convert(call, Specification<Char>(spec), ch); break;
+        case State::Type: Convert(call, spec, ch); break;
         case State::Invalid: return false;
         }
     } while (!IsOutside(state));
