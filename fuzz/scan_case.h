@@ -5,6 +5,7 @@
 
 #include "tamrik/tamrik.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
