@@ -34,7 +34,7 @@ const char kUsage[] =
     "options:\n"
     "  --speed N         the daemon sleeps N times shorter (1 to 1000, may be fractional)\n"
     "  --dry-run         checks the scenario and prints what would be done\n"
-    "  --daemon PATH     the daemon (else the one built beside this program)\n"
+    "  --daemon PATH     the daemon (else the one built beside this program, or the installed one)\n"
     "  --keep            keeps the log and the world's other files in /tmp\n"
     "  --seed N          the random numbers' start (else 1)\n"
     "  --world KIND      root, user or real (else the first that this machine allows)\n"
@@ -115,7 +115,7 @@ bool TakeOption(int option, Arguments *arguments)
     }
 }
 
-// What was built beside this program.
+// What was built, or installed, beside this program.
 void FindBuild(bench::PlayOptions *play)
 {
     std::error_code ignored;
@@ -124,6 +124,8 @@ void FindBuild(bench::PlayOptions *play)
     play->toolsDir = folder / "bin";
     play->speedLibrary = folder / "libkestrun-speed.so";
     play->daemonProgram = folder.parent_path() / "src" / "Kestrun";
+    if (!fs::exists(play->daemonProgram, ignored))
+        play->daemonProgram = "/usr/sbin/kestrun";
 }
 
 bool ReadScenario(const std::string &path, bench::Scenario *scenario)
@@ -157,7 +159,8 @@ int Run(const Arguments &arguments)
     }
     for (const std::string &needed : {arguments.play.daemonProgram, arguments.play.speedLibrary,
                                       arguments.play.toolsDir + "/open"}) {
-        if (access(needed.c_str(), R_OK | X_OK) != 0) {
+        const int mode = needed == arguments.play.speedLibrary ? R_OK : R_OK | X_OK;
+        if (access(needed.c_str(), mode) != 0) {
             std::cerr << "kestrun-bench: " << needed << ": " << strerror(errno) << "\n";
             return kExitMistake;
         }
