@@ -107,16 +107,14 @@ static bool Enter()
         return false;
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return Fail("no private mounts");
-    char root[] = "/tmp/kestrun-world-XXXXXX";
-    if (mkdtemp(root) == nullptr)
+    // One empty folder for all: each process sees its own root there, and it stays for the next.
+    const char *const root = "/tmp/kestrun-world";
+    if (mkdir(root, 0755) != 0 && errno != EEXIST)
         return Fail("no temporary folder");
-    const std::string folder = root;
-    if (!BuildRoot(folder))
+    if (!BuildRoot(root))
         return false;
     if (chroot(root) != 0 || chdir("/") != 0)
         return Fail("no root of its own");
-    // The folder that the root hides outside is empty there.
-    rmdir(root);
     prctl(PR_SET_DUMPABLE, 1);
     return true;
 }
@@ -262,6 +260,21 @@ void UseMountProgram(const std::string &mountScript, const std::string &umountSc
 int CountDescriptors()
 {
     return static_cast<int>(NamesIn("/proc/self/fd").size());
+}
+
+std::string Output(const std::string &command, int *status)
+{
+    std::string text;
+    FILE *pipe = popen(command.c_str(), "r");
+    REQUIRE(pipe != nullptr);
+    for (int c; (c = std::fgetc(pipe)) != EOF;)
+        text += static_cast<char>(c);
+    const int result = pclose(pipe);
+    if (status != nullptr)
+        *status = result;
+    if (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    return text;
 }
 
 // ---- The run loop and the callbacks ----

@@ -82,6 +82,9 @@ void Register(DASessionRef session, const char *label, CFIndex order, DADiskPeek
 // Unschedules and releases it; if it is the last one, waits until nothing is under way.
 void Forget(DASessionRef session, bool isLast = true);
 
+// The command's output without its last line feed; its status in *status.
+std::string Output(const std::string &command, int *status = nullptr);
+
 // The open descriptors of this process.
 int CountDescriptors();
 

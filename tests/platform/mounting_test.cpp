@@ -10,8 +10,6 @@
 #include <filesystem>
 
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,22 +23,6 @@ static Events Await(size_t count)
     RunUntil([count] { return g_events.size() >= count; });
     Settle();
     return g_events;
-}
-
-// The command's output without its last line feed; its status in *status.
-static std::string Output(const std::string &command, int *status = nullptr)
-{
-    std::string text;
-    FILE *pipe = popen(command.c_str(), "r");
-    REQUIRE(pipe != nullptr);
-    for (int c; (c = std::fgetc(pipe)) != EOF;)
-        text += static_cast<char>(c);
-    const int result = pclose(pipe);
-    if (status != nullptr)
-        *status = result;
-    if (!text.empty() && text.back() == '\n')
-        text.pop_back();
-    return text;
 }
 
 static void SetArguments(std::vector<const char *> arguments)
@@ -574,102 +556,5 @@ TEST_CASE("a child inherits no descriptor of the layer, and no blocked or ignore
     CHECK(ReadFile("/run/files").find("anon_inode") == std::string::npos);
     CHECK(ReadFile("/run/files").find("/dev/disk") == std::string::npos);
     CHECK(ReadFile("/run/signals") == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
-    Forget(session);
-}
-
-// ---- Images and block devices, which need loop devices ----
-
-// False, with a message, where there are none.
-static bool HasLoopDevices()
-{
-    if (!NewImage("probe").empty() && Output("losetup -f 2>&1").rfind("/dev/loop", 0) == 0)
-        return true;
-    MESSAGE("skipped: no loop devices or no mkfs.ext4 here");
-    return false;
-}
-
-TEST_CASE("an image is mounted through a loop device, which goes with it")
-{
-    if (!EnterWorld() || !HasLoopDevices())
-        return;
-    DASessionRef session = Watch(nullptr, MountTwice);
-    const std::string image = NewImage("Orvanta");
-    Plug("Orvanta", image);
-    CHECK(Await(3) == Events{"peek Orvanta", "mounted Orvanta", "refused Orvanta busy (again)"});
-    CHECK(Exists("/Volumes/Orvanta/lost+found"));
-    const std::string device = Output("losetup -nO NAME -j " + image);
-    CHECK(device.rfind("/dev/loop", 0) == 0);
-
-    SUBCASE("and whose own link is no arrival")
-    {
-        Plug("Orvanta", device);
-        Settle();
-        CHECK(g_events.size() == 3);
-        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
-    }
-    SUBCASE("and the image stays busy")
-    {
-    }
-    Unplug("Orvanta");
-    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
-    CHECK(RunUntil([&] { return Output("losetup -j " + image).empty(); }));
-    Settle();
-    CHECK(g_events.size() == 3);
-    Forget(session);
-}
-
-TEST_CASE("a block device is told from its next medium by the kernel's number alone")
-{
-    if (!EnterWorld() || !HasLoopDevices())
-        return;
-    DASessionRef session = Watch(nullptr, RecordAndMount);
-    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
-    REQUIRE(device.rfind("/dev/loop", 0) == 0);
-    Plug("Orvanta", device);
-    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
-    Plug("Orvanta", device);
-    Settle();
-    CHECK(g_events.size() == 2);
-
-    // The disk is changed: same device, same label.
-    REQUIRE(umount2("/Volumes/Orvanta", MNT_DETACH) == 0);
-    REQUIRE(std::system(("losetup -d " + device).c_str()) == 0);
-    REQUIRE(std::system(("losetup " + device + " " + NewImage("Orvanta")).c_str()) == 0);
-    Plug("Orvanta", device);
-    CHECK(Await(4).back() == "mounted Orvanta");
-    CHECK(g_events.size() == 4);
-    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
-    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
-
-    // A drive without a disk: the device is there, its link dangles for a while or is gone.
-    Unplug("Orvanta");
-    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
-    CHECK(RunUntil([&] {
-        Output("losetup -d " + device + " 2>&1");
-        return Output("losetup -nO NAME").find(device) == std::string::npos;
-    }));
-    Plug("Orvanta", device);
-    Settle();
-    CHECK(g_events.size() == 4);
-    Forget(session);
-}
-
-TEST_CASE("a block device that somebody else has mounted is busy")
-{
-    if (!EnterWorld() || !HasLoopDevices())
-        return;
-    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
-    REQUIRE(device.rfind("/dev/loop", 0) == 0);
-    fs::create_directory("/run/elsewhere");
-    REQUIRE(mount(device.c_str(), "/run/elsewhere", "ext4", MS_RDONLY, nullptr) == 0);
-    DASessionRef session = Watch(nullptr, RecordAndMount);
-    Plug("Orvanta", device);
-    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta busy"});
-    CHECK(NamesIn("/Volumes").empty());
-    Unplug("Orvanta");
-    Settle();
-    CHECK(Exists("/run/elsewhere/lost+found"));
-    umount2("/run/elsewhere", 0);
-    CHECK(std::system(("losetup -d " + device).c_str()) == 0);
     Forget(session);
 }

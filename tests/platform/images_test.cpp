@@ -1,0 +1,126 @@
+// Disks that are images or block devices: both need loop devices.
+#include "World.h"
+
+#include <doctest/doctest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <sys/mount.h>
+
+namespace fs = std::filesystem;
+using Events = std::vector<std::string>;
+
+static Events Await(size_t count)
+{
+    RunUntil([count] { return g_events.size() >= count; });
+    Settle();
+    return g_events;
+}
+
+static void MountTwice(DADiskRef disk, void *context)
+{
+    RecordAndMount(disk, context);
+    DADiskMountWithArguments(disk, nullptr, kDADiskMountOptionDefault, RecordMount,
+                             const_cast<char *>("again"), g_arguments);
+}
+
+// False, with a message, where an image cannot be mounted at all.
+static bool CanMountImages()
+{
+    const std::string image = NewImage("probe");
+    int status = -1;
+    if (!image.empty()) {
+        fs::create_directory("/run/probe");
+        Output("mount -o loop -- " + image + " /run/probe 2>&1 && umount /run/probe", &status);
+    }
+    if (status != 0)
+        MESSAGE("skipped: no loop devices or no mkfs.ext4 for us here");
+    return status == 0;
+}
+
+TEST_CASE("an image is mounted through a loop device, which goes with it")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    DASessionRef session = Watch(nullptr, MountTwice);
+    const std::string image = NewImage("Orvanta");
+    Plug("Orvanta", image);
+    CHECK(Await(3) == Events{"peek Orvanta", "mounted Orvanta", "refused Orvanta busy (again)"});
+    CHECK(Exists("/Volumes/Orvanta/lost+found"));
+    const std::string device = Output("losetup -nO NAME -j " + image);
+    CHECK(device.rfind("/dev/loop", 0) == 0);
+
+    SUBCASE("and whose own link is no arrival")
+    {
+        Plug("Orvanta", device);
+        Settle();
+        CHECK(g_events.size() == 3);
+        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    }
+    SUBCASE("and the image stays busy")
+    {
+    }
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(RunUntil([&] { return Output("losetup -j " + image).empty(); }));
+    Settle();
+    CHECK(g_events.size() == 3);
+    Forget(session);
+}
+
+TEST_CASE("a block device is told from its next medium by the kernel's number alone")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
+    REQUIRE(device.rfind("/dev/loop", 0) == 0);
+    Plug("Orvanta", device);
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    Plug("Orvanta", device);
+    Settle();
+    CHECK(g_events.size() == 2);
+
+    // The disk is changed: same device, same label.
+    REQUIRE(umount2("/Volumes/Orvanta", MNT_DETACH) == 0);
+    REQUIRE(std::system(("losetup -d " + device).c_str()) == 0);
+    REQUIRE(std::system(("losetup " + device + " " + NewImage("Orvanta")).c_str()) == 0);
+    Plug("Orvanta", device);
+    CHECK(Await(4).back() == "mounted Orvanta");
+    CHECK(g_events.size() == 4);
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
+
+    // A drive without a disk: the device is there, its link dangles for a while or is gone.
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    CHECK(RunUntil([&] {
+        Output("losetup -d " + device + " 2>&1");
+        return Output("losetup -nO NAME").find(device) == std::string::npos;
+    }));
+    Plug("Orvanta", device);
+    Settle();
+    CHECK(g_events.size() == 4);
+    Forget(session);
+}
+
+TEST_CASE("a block device that somebody else has mounted is busy")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
+    REQUIRE(device.rfind("/dev/loop", 0) == 0);
+    fs::create_directory("/run/elsewhere");
+    REQUIRE(mount(device.c_str(), "/run/elsewhere", "ext4", MS_RDONLY, nullptr) == 0);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", device);
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta busy"});
+    CHECK(NamesIn("/Volumes").empty());
+    Unplug("Orvanta");
+    Settle();
+    CHECK(Exists("/run/elsewhere/lost+found"));
+    umount2("/run/elsewhere", 0);
+    CHECK(std::system(("losetup -d " + device).c_str()) == 0);
+    Forget(session);
+}
