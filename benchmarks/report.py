@@ -191,11 +191,11 @@ def daemon_lines(daemon):
     for key, work, unit, limit in DAEMON_GOALS:
         value = daemon.get(key)
         state = "not measured" if value is None else "reached" if value <= limit else "missed"
-        yield [work, f"{limit} {unit}".strip(), "" if value is None else f"{value:g} {unit}".strip(),
+        yield [work, f"{limit} {unit}".strip(), "" if value is None else f"{value:.4g} {unit}".strip(),
                state]
     for key, work, unit in DAEMON_SHOWN:
         value = daemon.get(key)
-        yield [work, "", "" if value is None else f"{value:g} {unit}", ""]
+        yield [work, "", "" if value is None else f"{value:.4g} {unit}", ""]
 
 
 def as_text(lines):
