@@ -122,6 +122,7 @@ void FindBuild(bench::PlayOptions *play)
     const fs::path self = fs::read_symlink("/proc/self/exe", ignored);
     const fs::path folder = self.parent_path();
     play->toolsDir = folder / "bin";
+    play->programsDir = folder.parent_path() / "tools";
     play->speedLibrary = folder / "libkestrun-speed.so";
     play->daemonProgram = folder.parent_path() / "src" / "Kestrun";
     if (!fs::exists(play->daemonProgram, ignored))

@@ -484,6 +484,9 @@ void PlayStep(Player *player, const Step &step)
     case Act::WaitRandom: PlayRandomWait(player, step); return;
     case Act::WaitIdle: PlayWaitIdle(player); return;
     case Act::Storm: PlayStorm(player, lround(step.numbers[0])); return;
+    case Act::ExpectRun:
+        ExpectRun(player, step, step.within >= 0 ? step.within : kDefaultWithin);
+        return;
     case Act::ExpectNoWakeUp: ExpectNoWakeUp(player, step.numbers[0]); return;
     case Act::Golden: PlayGolden(player); return;
     default: FailScenario(player, "not played: " + step.text); return;
@@ -556,6 +559,7 @@ Result Play(const Scenario &scenario, const PlayOptions &options)
     player.random.seed(options.seed);
     player.timeLine = MakeTimeLine();
     player.world.toolsDir = options.toolsDir;
+    player.world.programsDir = options.programsDir;
     player.world.speedLibrary = options.speedLibrary;
     std::string why;
     if (!EnterWorld(options.world, &player.world, &why)) {

@@ -20,6 +20,7 @@ struct PlayOptions {
     std::string scenarioFile;   // absolute
     std::string daemonProgram;  // absolute
     std::string toolsDir;       // bench/bin
+    std::string programsDir;    // the tools that a scenario may run
     std::string speedLibrary;
     double speed = 1;
     unsigned long seed = 1;
@@ -75,6 +76,14 @@ void PlayStorm(Player *player, long events);
 
 // wakeups.cpp: the claim that the daemon sleeps without waking.
 void ExpectNoWakeUp(Player *player, double seconds);
+
+// commands.cpp: the claim that a command, run in the world, ends and prints as the step says within
+// so many seconds of the daemon.
+void ExpectRun(Player *player, const Step &step, double within);
+
+// Whether `output` is what `pattern` says, in which <number> stands for digits and <any> for anything
+// within the line.
+bool OutputMatches(const std::string &pattern, const std::string &output);
 
 }  // namespace bench
 

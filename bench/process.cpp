@@ -93,12 +93,7 @@ void Preload(const World &world, double speed)
     (void)dup2(out, STDOUT_FILENO);
     (void)dup2(out, STDERR_FILENO);
     (void)WriteFile(world.stateDir + "/daemon-pid", std::to_string(getpid()));
-    (void)setenv("PATH", (world.toolsDir + ":" + world.systemPath).c_str(), 1);
-    (void)setenv("KESTRUN_BENCH_PATH", world.systemPath.c_str(), 1);
-    (void)setenv("KESTRUN_BENCH_STATE", world.stateDir.c_str(), 1);
-    (void)setenv("LC_ALL", "C", 1);
-    if (world.kind == WorldKind::Real)
-        (void)setenv("KESTRUN_BENCH_NO_MOUNT", "1", 1);
+    SetWorldEnvironment(world);
     Preload(world, speed);
     (void)execl(program.c_str(), program.c_str(), static_cast<char *>(nullptr));
     (void)dprintf(STDERR_FILENO, "%s: %s\n", program.c_str(), strerror(errno));
@@ -161,6 +156,17 @@ std::string FindLine(const Process &process, const Region &region, const std::st
 }
 
 }  // namespace
+
+void SetWorldEnvironment(const World &world)
+{
+    const std::string path = world.toolsDir + ":" + world.programsDir + ":" + world.systemPath;
+    (void)setenv("PATH", path.c_str(), 1);
+    (void)setenv("KESTRUN_BENCH_PATH", world.systemPath.c_str(), 1);
+    (void)setenv("KESTRUN_BENCH_STATE", world.stateDir.c_str(), 1);
+    (void)setenv("LC_ALL", "C", 1);
+    if (world.kind == WorldKind::Real)
+        (void)setenv("KESTRUN_BENCH_NO_MOUNT", "1", 1);
+}
 
 bool StartProcess(const World &world, const std::string &program, double speed, Process *process,
                   std::string *why)

@@ -25,6 +25,10 @@ struct Process {
 bool StartProcess(const World &world, const std::string &program, double speed, Process *process,
                   std::string *why);
 
+// Gives the calling process the environment in which the programs of bench/bin answer, and in which
+// they and `programsDir` come first on PATH.
+void SetWorldEnvironment(const World &world);
+
 // Kills it with SIGKILL and waits for its end.
 void KillProcess(Process *process);
 

@@ -75,6 +75,7 @@ const Form kForms[] = {
     {Act::ExpectNoFolder,      "expect no folder STRING [within NUMBER s]", "there is no such folder"},
     {Act::ExpectFolder,        "expect folder STRING [within NUMBER s]", "there is such a folder"},
     {Act::ExpectFile,          "expect file STRING holds STRING",  "the file holds this text"},
+    {Act::ExpectRun,           "expect run STRING [status NUMBER] [within NUMBER s]", "this command ends with that status (else 0) and prints the lines behind |, if any; <number> and <any> fit what they say"},
     {Act::Golden,              "golden",                           "the whole log is that of golden/<scenario>.log, times and process ids aside"},
 };
 // clang-format on
@@ -368,13 +369,18 @@ bool IsBlockLine(const std::string &text)
     return first != std::string::npos && text[first] == '|';
 }
 
+bool HasBlock(Act act)
+{
+    return act == Act::Config || act == Act::SysConfig || act == Act::ExpectRun;
+}
+
 // Takes a line "| text" into the statement that it belongs to.
 bool TakeBlockLine(const Line &line, Step *owner, Mistake *mistake)
 {
     size_t at = line.text.find('|');
-    if (owner == nullptr || (owner->act != Act::Config && owner->act != Act::SysConfig)) {
+    if (owner == nullptr || !HasBlock(owner->act)) {
         return Fail(mistake, line.number, static_cast<int>(at) + 1,
-                    "lines behind | belong to config or sysconfig alone");
+                    "lines behind | belong to config, sysconfig or expect run alone");
     }
     at += at + 1 < line.text.size() && line.text[at + 1] == ' ' ? 2 : 1;
     while (at < line.text.size()) {

@@ -66,6 +66,7 @@ enum class Act {
     ExpectFile,
     ExpectLogSize,
     ExpectNoWakeUp,
+    ExpectRun,
     Golden,
 };
 

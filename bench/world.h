@@ -20,6 +20,7 @@ struct World {
     WorldKind kind = WorldKind::Automatic;
     std::string stateDir;               // what bench/bin answers from and records to
     std::string toolsDir;               // bench/bin
+    std::string programsDir;            // further programs that a scenario may run
     std::string speedLibrary;           // the library that shortens sleeps
     std::string systemPath;             // PATH as it was
     std::vector<std::string> realDirs;  // kind Real: the folders to remove in the end

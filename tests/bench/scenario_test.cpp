@@ -214,9 +214,9 @@ TEST_CASE("a mistake is told with its line, its column and what could have stood
         {"login \"\\x4\"",
          "1:8: there is no such escape; there are \\\" \\\\ \\n \\r \\t and \\x with two hex digits"},
         {"login = \"anna\"", "1:7: the character \"=\" has no meaning here"},
-        {"logout\n | text\n", "2:2: lines behind | belong to config or sysconfig alone"},
-        {"| text\n", "1:1: lines behind | belong to config or sysconfig alone"},
-        {"config\n\n  | late\n", "3:3: lines behind | belong to config or sysconfig alone"},
+        {"logout\n | text\n", "2:2: lines behind | belong to config, sysconfig or expect run alone"},
+        {"| text\n", "1:1: lines behind | belong to config, sysconfig or expect run alone"},
+        {"config\n\n  | late\n", "3:3: lines behind | belong to config, sysconfig or expect run alone"},
         {"config\n  | a\\z\n",
          "2:6: there is no such escape; there are \\\" \\\\ \\n \\r \\t and \\x with two hex digits"},
         {"logout\nunplug disk\n", "2:8: no disk named disk was plugged in before"},
@@ -228,7 +228,7 @@ TEST_CASE("a mistake is told with its line, its column and what could have stood
         {"start daemon\nexpect log \"a\" 3 time\n",
          "2:18: expected \"times\"; here stands \"time\""},
         {"expect",
-         "1:7: expected \"file\", \"folder\", \"log\", \"mounted\", \"no\", \"not\", \"nothing\" or \"opened\"; the line ends here"},
+         "1:7: expected \"file\", \"folder\", \"log\", \"mounted\", \"no\", \"not\", \"nothing\", \"opened\" or \"run\"; the line ends here"},
     };
     for (const Row &row : rows) {
         CAPTURE(row.text);
