@@ -126,17 +126,21 @@ bool WaitFor(Player *player, const std::string &what, double within, bool stopWh
              const std::function<bool()> &done)
 {
     const auto start = Clock::now();
-    auto busy = start;
+    auto idleSince = start;
+    bool idle = false;
     while (true) {
         LookAround(player);
         if (done())
             return true;
         if (player->daemon.ended || SecondsFrom(start) > within / player->options->speed + kGrace)
             return false;
-        if (!stopWhenIdle || !IsIdle(player->daemon)) {
-            busy = Clock::now();
-        } else if (SecondsFrom(busy) > kIdleFor) {
-            return false;
+        const bool wasIdle = idle;
+        idle = stopWhenIdle && IsIdle(player->daemon);
+        if (idle && !wasIdle)
+            idleSince = Clock::now();
+        if (idle && SecondsFrom(idleSince) > kIdleFor) {
+            LookAround(player);  // what came just before the daemon came to rest
+            return done();
         }
         ShowClock(&player->timeLine, what);
         (void)usleep(kLookEvery);

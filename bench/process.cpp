@@ -205,10 +205,15 @@ void CheckProcess(Process *process)
 
 bool IsIdle(const Process &process)
 {
-    if (process.pid <= 0 || process.ended || StateOf(process) != 'S')
+    if (process.pid <= 0 || process.ended)
         return false;
+    // The answers are read one after the other, and on a busy machine much can happen between them:
+    // they belong together only if the daemon did not run meanwhile.
     SystemCall call;
-    return ReadSystemCall(process, &call) && IsEndless(call) && CountChildren(process) == 0;
+    const long before = CountSwitches(process);
+    const bool sleeps = ReadSystemCall(process, &call) && IsEndless(call) &&
+                        CountChildren(process) == 0 && StateOf(process) == 'S';
+    return sleeps && CountSwitches(process) == before;
 }
 
 bool IsAsleep(const Process &process)
