@@ -1,8 +1,7 @@
 // MountPoints.cpp - the folders under /Volumes and what is mounted there.
 //
-// What this layer mounted is known by where it stands, directly under /Volumes, and by the options
-// nosuid and nodev that it never leaves out: mounts of anybody else are left alone. mountinfo names
-// places by their true path, so /Volumes may be a link.
+// What this layer mounted is known by the folder under it, which bears the layer's mark: mounts of
+// anybody else are left alone. mountinfo names places by their true path, so /Volumes may be a link.
 
 #include "MountPoints.h"
 
@@ -13,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -59,21 +59,6 @@ int TakePlace(const char *label, char *place, size_t size)
     }
     place[0] = '\0';
     return EEXIST;
-}
-
-void RemoveStalePlaces()
-{
-    DIR *folder = opendir(VOLUMES_FOLDER);
-    if (folder == nullptr)
-        return;
-    for (const dirent *entry = readdir(folder); entry != nullptr; entry = readdir(folder)) {
-        struct stat status = {};
-        if (fstatat(dirfd(folder), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-            S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0 &&
-            status.st_uid == geteuid())
-            unlinkat(dirfd(folder), entry->d_name, AT_REMOVEDIR);
-    }
-    closedir(folder);
 }
 
 // ---- mountinfo ----
@@ -156,8 +141,32 @@ static const char *NameInVolumes(const MountLine &mount, const char *volumes)
     return *name == '\0' || strchr(name, '/') != nullptr ? nullptr : name;
 }
 
-static bool IsOwnKind(const MountLine &mount)
+// A view of /Volumes in which nothing is mounted on its folders; -1 where there is none to be had.
+static int OpenUncovered()
 {
+    return open_tree(AT_FDCWD, VOLUMES_FOLDER, OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC);
+}
+
+static void CloseUncovered(int uncovered)
+{
+    if (uncovered >= 0)
+        close(uncovered);
+}
+
+// True if the folder of that name is one that TakePlace has made.
+static bool IsOwnFolder(int volumes, const char *name)
+{
+    struct stat status = {};
+    return fstatat(volumes, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode) &&
+           (status.st_mode & S_ISVTX) != 0 && status.st_uid == geteuid();
+}
+
+// True for a mount of this layer's. Without a view of the folder under it the options must do: a
+// mount program that is killed may not have come to set them.
+static bool IsOwnMount(const MountLine &mount, const char *name, int uncovered)
+{
+    if (uncovered >= 0)
+        return IsOwnFolder(uncovered, name);
     return HasOption(mount.options, "nosuid") && HasOption(mount.options, "nodev");
 }
 
@@ -191,6 +200,7 @@ struct Search {
     const char *volumes;   // the true path of /Volumes
     const Identity *disk;  // the disk that is looked for
     const char *name;      // the name in /Volumes that is looked for
+    int uncovered;         // what OpenUncovered gave
     char *place;           // what was found
     size_t size;
 };
@@ -228,7 +238,7 @@ Found IsMounted(const Identity &disk)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, &disk, nullptr, nullptr, 0};
+    Search search = {volumes, &disk, nullptr, -1, nullptr, 0};
     return SearchMounts(VisitForDisk, &search);
 }
 
@@ -243,7 +253,7 @@ Found IsMountPoint(const char *place)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, nullptr, place + sizeof VOLUMES_FOLDER, nullptr, 0};
+    Search search = {volumes, nullptr, place + sizeof VOLUMES_FOLDER, -1, nullptr, 0};
     return SearchMounts(VisitForPoint, &search);
 }
 
@@ -251,7 +261,8 @@ static bool VisitForPlace(const MountLine &mount, void *context)
 {
     const Search *search = static_cast<const Search *>(context);
     const char *name = NameInVolumes(mount, search->volumes);
-    if (name == nullptr || !IsOwnKind(mount) || !Shows(mount, *search->disk))
+    if (name == nullptr || !IsOwnMount(mount, name, search->uncovered) ||
+        !Shows(mount, *search->disk))
         return false;
     const int length = snprintf(search->place, search->size, VOLUMES_FOLDER "/%s", name);
     return length > 0 && static_cast<size_t>(length) < search->size;
@@ -261,8 +272,9 @@ Found FindPlaceOf(const Identity &disk, char *place, size_t size)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, &disk, nullptr, place, size};
+    Search search = {volumes, &disk, nullptr, OpenUncovered(), place, size};
     const Found found = SearchMounts(VisitForPlace, &search);
+    CloseUncovered(search.uncovered);
     if (found != Found::Yes)
         place[0] = '\0';
     return found;
@@ -270,8 +282,21 @@ Found FindPlaceOf(const Identity &disk, char *place, size_t size)
 
 // ---- What is left over ----
 
+void RemoveStalePlaces()
+{
+    DIR *folder = opendir(VOLUMES_FOLDER);
+    if (folder == nullptr)
+        return;
+    for (const dirent *entry = readdir(folder); entry != nullptr; entry = readdir(folder)) {
+        if (IsOwnFolder(dirfd(folder), entry->d_name))
+            unlinkat(dirfd(folder), entry->d_name, AT_REMOVEDIR);
+    }
+    closedir(folder);
+}
+
 struct LeftoverSearch {
     const char *volumes;
+    int uncovered;
     bool (*isKnown)(const Identity &disk);
     void (*leftover)(const char *place, dev_t device);
 };
@@ -292,7 +317,7 @@ static bool VisitLeftover(const MountLine &mount, void *context)
 {
     const LeftoverSearch *search = static_cast<const LeftoverSearch *>(context);
     const char *name = NameInVolumes(mount, search->volumes);
-    if (name == nullptr || !IsOwnKind(mount))
+    if (name == nullptr || !IsOwnMount(mount, name, search->uncovered))
         return false;
     // A file system without a device, mounted whole, is no disk: somebody else put it there.
     const bool isDisk = major(BlockDeviceOf(mount)) != 0 || strcmp(mount.root, "/") != 0;
@@ -310,6 +335,8 @@ bool ForEachLeftover(bool (*isKnown)(const Identity &disk),
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    LeftoverSearch search = {volumes, isKnown, leftover};
-    return SearchMounts(VisitLeftover, &search) != Found::Unknown;
+    LeftoverSearch search = {volumes, OpenUncovered(), isKnown, leftover};
+    const Found found = SearchMounts(VisitLeftover, &search);
+    CloseUncovered(search.uncovered);
+    return found != Found::Unknown;
 }

@@ -106,6 +106,17 @@ TEST_CASE("mounts that the layer has not made stay")
     Forget(session);
 }
 
+TEST_CASE("a bound folder whose mount program was killed before it set the options is cleaned up")
+{
+    if (!EnterWorld())
+        return;
+    REQUIRE(mkdir("/Volumes/Orvanta", 01755) == 0);
+    REQUIRE(mount(NewFolder().c_str(), "/Volumes/Orvanta", nullptr, MS_BIND, nullptr) == 0);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    CHECK(RunUntil(NothingIsLeft));
+    Forget(session);
+}
+
 TEST_CASE("a mount that was under way when the watch began anew is completed")
 {
     if (!EnterWorld())
