@@ -1,0 +1,159 @@
+// How the text of a log comes apart into its records.
+#include <string>
+#include <vector>
+
+#include <doctest/doctest.h>
+
+#include "tests/tools/log_builder.h"
+#include "tools/log/records.h"
+
+using klog::LogText;
+using klog::ParseLog;
+
+namespace
+{
+
+std::vector<std::string> Messages(const std::string &text)
+{
+    std::vector<std::string> messages;
+    for (const klog::Record &record : ParseLog(text).records)
+        messages.push_back(std::to_string(record.number) + " " + std::string(record.message));
+    return messages;
+}
+
+using Texts = std::vector<std::string>;
+
+const std::string kHead = "line 1===2026-11-20 9:5:3   Kestrun:main --- ";
+const std::string kNext = "line 2===2026-11-20 9:5:4   Kestrun:main --- b\n";
+
+}  // namespace
+
+TEST_CASE("a record has its number, time, source and message, and its place in the file")
+{
+    const std::string text =
+        "rest of a line\n\nline 12===2026-1-2 3:4:5   INI:ReadString --- a --- b\n";
+    const LogText log = ParseLog(text);
+    REQUIRE(log.records.size() == 1);
+    const klog::Record &record = log.records[0];
+    CHECK(record.number == 12);
+    CHECK(klog::Sortable(record.stamp) == "2026-01-02 03:04:05");
+    CHECK(record.source == "INI:ReadString");
+    CHECK(record.message == "a --- b");
+    CHECK(record.textLine == 3);
+    CHECK(record.offset == 16);
+    CHECK_FALSE(record.cut);
+    CHECK_FALSE(record.joined);
+    CHECK(record.whole);
+    CHECK(log.strayBytes == 16);
+}
+
+TEST_CASE("line feeds inside a message belong to it")
+{
+    CHECK(Messages(kHead + "\n\n===\n" + kNext) == Texts{"1 \n\n===", "2 b"});
+    CHECK(Messages(kHead + "recv [x\n]\n" + kNext) == Texts{"1 recv [x\n]", "2 b"});
+    CHECK(Messages(kHead + "ends in one\n\n" + kNext) == Texts{"1 ends in one\n", "2 b"});
+}
+
+TEST_CASE("what only looks like the beginning of a record is text")
+{
+    for (const char *no : {"line ===2026-11-20 9:5:4   Kestrun:main --- b", "line 2==2026-11-20",
+                           "line 2===2026-11-20 9:5:4  Kestrun:main --- b",
+                           "line 2===2026-11-20 9:5:4   Kestrun --- b",
+                           "line 2===2026-11-20 9:5:4   Kestrun:main -- b", "Line 2===",
+                           "line 99999999999===2026-11-20 9:5:4   Kestrun:main --- b"}) {
+        CAPTURE(no);
+        CHECK(Messages(kHead + "a\n" + no + "\n") == Texts{"1 a\n" + std::string(no)});
+    }
+}
+
+TEST_CASE("a record of 2047 bytes was cut, and the next one follows on the same line of text")
+{
+    const std::string cut = kHead + std::string(2047 - kHead.size(), 'x');
+    const std::string text = cut + kNext + "line 3===2026-11-20 9:5:5   Kestrun:main --- c\n";
+    const LogText log = ParseLog(text);
+    REQUIRE(log.records.size() == 3);
+    CHECK(log.records[0].cut);
+    CHECK(log.records[0].message.size() == 2047 - kHead.size());
+    CHECK(log.records[1].joined);
+    CHECK(log.records[1].message == "b");
+    CHECK(log.records[1].textLine == 1);
+    CHECK(log.records[2].message == "c");
+    CHECK(log.records[2].textLine == 2);
+    CHECK_FALSE(log.records[2].joined);
+}
+
+TEST_CASE("several cut records may run together, and a cut one may hold line feeds")
+{
+    const std::string cut = kHead + "\n" + std::string(2046 - kHead.size(), 'x');
+    std::string second = cut;
+    second.replace(0, 6, "line 2");
+    CHECK(Messages(cut + second + "line 3===2026-11-20 9:5:5   Kestrun:main --- c\n").size() == 3);
+}
+
+TEST_CASE("a cut record whose doubled percent signs became single ones is shorter and still found")
+{
+    const std::string cut = kHead + "%" + std::string(2046 - kHead.size() - 9, 'x');
+    const std::string text = cut + kNext;
+    const LogText log = ParseLog(text);
+    REQUIRE(log.records.size() == 2);
+    CHECK(log.records[0].cut);
+    CHECK(log.records[1].message == "b");
+    CHECK(log.records[1].joined);
+}
+
+TEST_CASE("the beginning of a record quoted inside a message stays in it")
+{
+    const std::string quoted = "find szTmp=line 2===2026-11-20 9:5:4   Kestrun:main --- b";
+    CHECK(Messages(kHead + quoted + "\n") == Texts{"1 " + quoted});
+}
+
+TEST_CASE("a last record without its line feed is not whole, unless it was cut")
+{
+    const std::string open = kHead + "a";
+    const std::string cut = kHead + std::string(2047 - kHead.size(), 'x');
+    CHECK_FALSE(ParseLog(open).records[0].whole);
+    CHECK(ParseLog(cut).records[0].whole);
+    CHECK(ParseLog(cut).records[0].cut);
+}
+
+TEST_CASE("zero bytes before a record are counted and belong to none")
+{
+    const std::string text = std::string(7, '\0') + kHead + "a\n" + std::string(3, '\0') + kNext;
+    const LogText log = ParseLog(text);
+    REQUIRE(log.records.size() == 2);
+    CHECK(log.records[0].zerosBefore == 7);
+    CHECK(log.records[0].message == "a");
+    CHECK(log.records[1].zerosBefore == 3);
+    CHECK(log.strayBytes == 0);
+}
+
+TEST_CASE("an empty file and one without a record have none")
+{
+    CHECK(ParseLog("").records.empty());
+    CHECK(ParseLog("a\nb").records.empty());
+    CHECK(ParseLog("a\nb").strayBytes == 3);
+}
+
+TEST_CASE("times sort as text, and seconds count across days, months and leap years")
+{
+    struct Row {
+        klog::Stamp stamp;
+        const char *text;
+        std::int64_t seconds;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {{1970, 1, 1, 0, 0, 0},     "1970-01-01 00:00:00", 0},
+        {{2000, 2, 29, 23, 59, 59}, "2000-02-29 23:59:59", 951868799},
+        {{2000, 3, 1, 0, 0, 0},     "2000-03-01 00:00:00", 951868800},
+        {{2026, 11, 20, 9, 5, 3},   "2026-11-20 09:05:03", 1795165503},
+        {{2026, 12, 31, 23, 59, 60},"2026-12-31 23:59:60", 1798761600},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        CHECK(klog::Sortable(row.stamp) == row.text);
+        CHECK(klog::Seconds(row.stamp) == row.seconds);
+    }
+    CHECK(klog::Sortable({1900, 1, 0, 0, 0, 0}) == "1900-01-00 00:00:00");
+    CHECK_FALSE(klog::Seconds({1900, 1, 0, 0, 0, 0}));
+}

@@ -1,0 +1,94 @@
+// program.cpp - see program.h.
+#include "tools/common/program.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace tools
+{
+
+void PrintVersion(const char *program)
+{
+    printf("%s %s\n", program, KESTRUN_VERSION);
+}
+
+int CouldNot(const char *program, const std::string &message)
+{
+    fprintf(stderr, "%s: %s\n", program, message.c_str());
+    return kExitCouldNot;
+}
+
+std::optional<std::string> ReadWholeFile(const std::string &path)
+{
+    FILE *file = path == "-" ? stdin : fopen(path.c_str(), "rb");
+    if (!file)
+        return std::nullopt;
+    std::string content;
+    char block[65536];
+    size_t count = 0;
+    while ((count = fread(block, 1, sizeof block, file)) > 0)
+        content.append(block, count);
+    const int error = ferror(file) ? errno : 0;
+    if (file != stdin)
+        fclose(file);
+    errno = error;
+    return error == 0 ? std::optional(std::move(content)) : std::nullopt;
+}
+
+bool WriteWholeFile(const std::string &path, std::string_view content)
+{
+    FILE *file = fopen(path.c_str(), "wb");
+    if (!file)
+        return false;
+    const bool written = fwrite(content.data(), 1, content.size(), file) == content.size();
+    return fclose(file) == 0 && written;
+}
+
+// Whether `bytes`, of which the first `length` are one sequence by its first byte, is in the
+// shortest form, no half of a pair and within the range of characters.
+static bool IsProperSequence(std::string_view bytes, size_t length)
+{
+    const auto first = static_cast<unsigned char>(bytes[0]);
+    const auto second = static_cast<unsigned char>(bytes[1]);
+    for (size_t i = 1; i < length; i++) {
+        if ((static_cast<unsigned char>(bytes[i]) & 0xC0) != 0x80)
+            return false;
+    }
+    return !(first == 0xE0 && second < 0xA0) && !(first == 0xED && second > 0x9F) &&
+           !(first == 0xF0 && second < 0x90) && !(first == 0xF4 && second > 0x8F);
+}
+
+size_t Utf8Length(std::string_view bytes)
+{
+    if (bytes.empty())
+        return 0;
+    const auto first = static_cast<unsigned char>(bytes[0]);
+    if (first < 0x80)
+        return 1;
+    if (first < 0xC2 || first > 0xF4)
+        return 0;
+    const size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    return bytes.size() >= length && IsProperSequence(bytes, length) ? length : 0;
+}
+
+std::string Printable(std::string_view bytes)
+{
+    std::string text;
+    while (!bytes.empty()) {
+        const auto byte = static_cast<unsigned char>(bytes[0]);
+        const size_t length = byte < ' ' || byte == 0x7F ? 0 : Utf8Length(bytes);
+        char escape[8];
+        if (byte == '\n') {
+            text += "\\n";
+        } else if (length > 0) {
+            text.append(bytes.substr(0, length));
+        } else {
+            snprintf(escape, sizeof escape, "\\x%02X", byte);
+            text += escape;
+        }
+        bytes.remove_prefix(length > 0 ? length : 1);
+    }
+    return text;
+}
+
+}  // namespace tools

@@ -1,0 +1,368 @@
+// arrivals.cpp - see arrivals.h. One handler for each stretch of the daemon's work; a text that comes
+// out of its order (lines were lost) changes what it can and nothing else.
+#include "tools/log/arrivals.h"
+
+#include <cstdlib>
+
+#include "tools/log/sentences.h"
+
+namespace klog
+{
+
+// ---- Steps ----
+
+static Arrival &Current(Teller &teller)
+{
+    return teller.run.arrivals[teller.current];
+}
+
+static void BeginStep(Arrival &arrival, const char *name, size_t index, bool inner = false)
+{
+    arrival.steps.push_back({name, "", index, index, false, inner});
+}
+
+// Ends the newest step of that name that is still open; nothing when there is none.
+static void EndStep(Arrival &arrival, const std::string &name, size_t index,
+                    const std::string &detail)
+{
+    for (size_t i = arrival.steps.size(); i-- > 0;) {
+        Step &step = arrival.steps[i];
+        if (step.name != name || step.ended)
+            continue;
+        step.last = index;
+        step.detail = detail;
+        step.ended = true;
+        return;
+    }
+}
+
+static void Decide(Arrival &arrival, Outcome outcome, const std::string &sentence)
+{
+    arrival.outcome = outcome;
+    arrival.sentence = sentence;
+    arrival.decided = true;
+}
+
+static std::string Text(std::string_view text)
+{
+    return std::string(text);
+}
+
+// ---- The start ----
+
+static void BeginStart(Teller &teller, size_t index)
+{
+    Arrival arrival;
+    arrival.atStart = true;
+    BeginStep(arrival, "port", teller.portsFirst);
+    EndStep(arrival, "port", index, "found at look " + std::to_string(teller.portLooks));
+    teller.run.arrivals.push_back(arrival);
+    teller.current = teller.run.arrivals.size() - 1;
+    teller.busy = true;
+    teller.startVolume = true;
+}
+
+static void TellStart(Teller &teller, size_t index, Event event)
+{
+    if (event == Event::PortsRead && teller.portLooks++ == 0)
+        teller.portsFirst = index;
+    if (event == Event::PortFound)
+        BeginStart(teller, index);
+    if (event == Event::PortWait && teller.portLooks == 10 && !teller.busy) {
+        teller.run.notes.push_back("no modem in ten looks at the start (" +
+                                   Lines(teller.log, teller.portsFirst, index) + ")");
+    }
+    if (event == Event::StartNoVolume)
+        teller.busy = false;
+    if (event == Event::OptionNobrowse || event == Event::OptionRdonly) {
+        const std::string option = event == Event::OptionNobrowse ? "nobrowse" : "rdonly";
+        teller.run.notes.push_back("mounts with " + option + " (" +
+                                   Lines(teller.log, index, index) + ")");
+    }
+}
+
+// ---- Disk and mount ----
+
+static void TellPeek(Teller &teller, size_t index, Event event)
+{
+    if (event == Event::PeekEnter) {
+        teller.run.arrivals.emplace_back();
+        BeginStep(teller.run.arrivals.back(), "peek", index);
+        teller.awaiting.push_back(teller.run.arrivals.size() - 1);
+        return;
+    }
+    if (teller.awaiting.empty())
+        return;
+    Arrival &arrival = teller.run.arrivals[teller.awaiting.back()];
+    if (event == Event::PeekRefused) {
+        arrival.notes.push_back("the system's own mount could not be switched off (" +
+                                Lines(teller.log, index, index) +
+                                "): who mounted the volume, and with which options, is open");
+    } else {
+        EndStep(arrival, "peek", index, "the mount is asked for");
+        BeginStep(arrival, "mount", index);
+    }
+}
+
+// The mount-time actions begin: at the start of the daemon, or because the oldest mount that was
+// asked for has ended.
+static void TellMountEnter(Teller &teller, size_t index)
+{
+    const bool atStart = teller.busy && teller.startVolume;
+    if (!atStart && !teller.awaiting.empty()) {
+        teller.current = teller.awaiting.front();
+        teller.awaiting.pop_front();
+    } else if (!atStart) {
+        teller.run.arrivals.emplace_back();
+        teller.run.arrivals.back().notes.emplace_back("how it began is not in the log");
+        teller.current = teller.run.arrivals.size() - 1;
+    }
+    teller.busy = true;
+    teller.startVolume = false;
+    teller.noOwnUser = teller.noConsoleUser = false;
+    teller.finder = {};
+    teller.shell = {};
+    EndStep(Current(teller), "mount", index, "it ended; the log never says whether it succeeded");
+    BeginStep(Current(teller), "console", index);
+    teller.phase = Phase::Console;
+}
+
+static void TellConsole(Teller &teller, size_t index, Event event)
+{
+    Arrival &arrival = Current(teller);
+    if (event == Event::NoOwnUser)
+        teller.noOwnUser = true;
+    if (event == Event::NoConsoleUser)
+        teller.noConsoleUser = true;
+    if (event == Event::SameUser) {
+        const bool unread = teller.noOwnUser && teller.noConsoleUser;
+        EndStep(arrival, "console", index,
+                unread ? "neither user could be read, which counts as the same"
+                       : "the daemon's user owns it");
+        BeginStep(arrival, "finder", index);
+        teller.phase = Phase::Finder;
+    }
+    if (event == Event::OtherUser || event == Event::NoPipe) {
+        const bool other = event == Event::OtherUser;
+        EndStep(arrival, "console", index, other ? "not the daemon's user" : "not known");
+        Decide(arrival, other ? Outcome::OtherUser : Outcome::NoPipe,
+               other ? OtherUserSentence(teller, index) : NoPipeSentence(teller, index));
+        teller.busy = false;
+        teller.phase = Phase::Idle;
+    }
+}
+
+// ---- The Finder ----
+
+// A search that finds nothing ends with the exit code 1.
+static const long kNothingFound = 256;
+
+static void TellFinder(Teller &teller, size_t index, const Found &found, Event event)
+{
+    FinderLooks &finder = teller.finder;
+    if (event == Event::CaptureEnter && finder.firstLook == 0)
+        finder.firstLook = finder.lastLook = index;
+    if (event == Event::CaptureEnter)
+        finder.lastLook = index;
+    if (event == Event::ShellStatus && found.filled.size() > 1) {
+        const long status = strtol(Text(found.filled[1]).c_str(), nullptr, 10);
+        if (status != kNothingFound) {
+            finder.oddStatus = status;
+            finder.oddRecord = index;
+        }
+    }
+    if (event == Event::CaptureNoFile || event == Event::CaptureEmpty) {
+        finder.unread++;
+        finder.oddRecord = index;
+    }
+    if (event == Event::FinderFailed || event == Event::FinderEmpty)
+        finder.count++;
+    if (event == Event::FinderThere) {
+        EndStep(Current(teller), "finder", index,
+                "it runs, seen at look " + std::to_string(finder.count + 1));
+        BeginStep(Current(teller), "application", index);
+        teller.phase = Phase::Opening;
+        teller.shell = {};
+    }
+}
+
+// ---- Commands ----
+
+static void TellShell(Teller &teller, size_t index, const Found &found, Event event)
+{
+    ShellTries &shell = teller.shell;
+    const auto filled = [&](size_t i) {
+        return found.filled.size() > i ? Text(found.filled[i]) : std::string();
+    };
+    switch (event) {
+    case Event::ShellEnter:
+        shell = {};
+        shell.first = index;
+        break;
+    case Event::ShellFork:
+    case Event::ShellNone:
+        shell.failed++;
+        shell.status = event == Event::ShellFork ? -1 : 127;
+        shell.command = filled(1);
+        break;
+    case Event::ShellStatus:
+        shell.failed++;
+        shell.status = strtol(filled(1).c_str(), nullptr, 10);
+        shell.command = filled(3);
+        break;
+    case Event::ShellTrue:
+    case Event::ShellFalse: shell.command = filled(0); break;
+    default: break;
+    }
+}
+
+static void TellOpening(Teller &teller, size_t index, Event event)
+{
+    Arrival &arrival = Current(teller);
+    if (event == Event::NoConfig)
+        arrival.notes.push_back("the configuration file could not be opened (" +
+                                Lines(teller.log, index, index) +
+                                "), so the built-in path is used");
+    if (event == Event::ShellTrue)
+        Decide(arrival, Outcome::Opened, OpenedSentence(teller, arrival, index));
+    if (event == Event::ShellFalse)
+        Decide(arrival, Outcome::CommandFailed, CommandFailedSentence(teller, arrival, index));
+    if (event == Event::AppOpened)
+        EndStep(arrival, "application", index,
+                "opened at try " + std::to_string(teller.shell.failed + 1));
+    if (event == Event::AppFailed)
+        EndStep(arrival, "application", index, "all tries failed");
+    if (event == Event::AppOpened || event == Event::AppFailed || event == Event::ApprovalEnter)
+        teller.phase = Phase::Setup;
+}
+
+// ---- The setup package ----
+
+static bool IsNothingAsked(const std::string &reason)
+{
+    return reason.starts_with("open file [") || reason.starts_with("szKeyOrValue=[") ||
+           reason.starts_with("SD_THIRD_SETUP is not yes");
+}
+
+static void EndSetup(Teller &teller, size_t index, Event event)
+{
+    Arrival &arrival = Current(teller);
+    const std::string line = Lines(teller.log, teller.setupRecord, teller.setupRecord);
+    if (event == Event::SetupOk) {
+        EndStep(arrival, "setup", index, "run");
+    } else if (IsNothingAsked(teller.setupReason)) {
+        EndStep(arrival, "setup", index, "not asked for (" + line + ")");
+    } else {
+        EndStep(arrival, "setup", index, "failed (" + line + ")");
+        arrival.notes.push_back("the setup package was asked for and failed, " + line + ": " +
+                                teller.setupReason);
+        arrival.setupFailed = true;
+    }
+}
+
+static void TellSetup(Teller &teller, size_t index, const Found &found, Event event)
+{
+    Arrival &arrival = Current(teller);
+    switch (event) {
+    case Event::ApprovalEnter:
+        BeginStep(arrival, "setup", index);
+        teller.setupReason.clear();
+        teller.setupRecord = index;
+        break;
+    case Event::SetupLine:
+        teller.setupReason = Text(teller.log.records[index].message);
+        teller.setupRecord = index;
+        break;
+    case Event::VolumeEnter: BeginStep(arrival, "setup volume", index, true); break;
+    case Event::VolumeThere:
+        EndStep(arrival, "setup volume", index,
+                "there after " + Text(found.filled.empty() ? "?" : found.filled[0]) + " s");
+        break;
+    case Event::VolumeGone: EndStep(arrival, "setup volume", index, "it did not come"); break;
+    case Event::ShellEnter: BeginStep(arrival, "setup command", index, true); break;
+    case Event::ShellTrue:
+        EndStep(arrival, "setup command", index,
+                "run at try " + std::to_string(teller.shell.failed + 1));
+        break;
+    case Event::ShellFalse: EndStep(arrival, "setup command", index, "all tries failed"); break;
+    case Event::SetupOk:
+    case Event::SetupFailed: EndSetup(teller, index, event); break;
+    default: break;
+    }
+}
+
+// ---- All of it ----
+
+static void TellStartVolume(Teller &teller, size_t index, const Found &found, Event event)
+{
+    Arrival &arrival = Current(teller);
+    if (event == Event::VolumeEnter)
+        BeginStep(arrival, "volume", index);
+    if (event == Event::VolumeTry)
+        arrival.steps.back().last = index;
+    if (event == Event::VolumeThere) {
+        EndStep(arrival, "volume", index,
+                "there after " + Text(found.filled.empty() ? "?" : found.filled[0]) + " s");
+    }
+    if (event == Event::VolumeGone) {
+        const size_t first = arrival.steps.back().first;
+        EndStep(arrival, "volume", index, "it did not come");
+        Decide(arrival, Outcome::NoVolume, NoVolumeSentence(teller, first, index));
+    }
+}
+
+void TellRecord(Teller &teller, size_t index, const Found &found)
+{
+    const Event event = found.message ? found.message->event : Event::None;
+    TellStart(teller, index, event);
+    if (event == Event::PeekEnter || event == Event::PeekRefused || event == Event::PeekExit)
+        TellPeek(teller, index, event);
+    if (event == Event::ConfigUnreadable && teller.phase == Phase::Idle)
+        teller.run.notes.push_back("the configuration file cannot be opened (" +
+                                   Lines(teller.log, index, index) + "): the defaults hold");
+    if (event == Event::MountEnter)
+        TellMountEnter(teller, index);
+    if (!teller.busy)
+        return;
+    TellShell(teller, index, found, event);
+    if (teller.startVolume)
+        TellStartVolume(teller, index, found, event);
+    if (teller.phase == Phase::Console)
+        TellConsole(teller, index, event);
+    else if (teller.phase == Phase::Finder)
+        TellFinder(teller, index, found, event);
+    else if (teller.phase == Phase::Opening)
+        TellOpening(teller, index, event);
+    if (teller.phase == Phase::Setup)
+        TellSetup(teller, index, found, event);
+    if (event == Event::MountExit) {
+        teller.busy = false;
+        teller.phase = Phase::Idle;
+    }
+}
+
+void EndTelling(Teller &teller)
+{
+    if (teller.busy && !Current(teller).decided) {
+        Arrival &arrival = Current(teller);
+        if (teller.phase == Phase::Finder && (teller.finder.count > 0 || teller.shell.failed > 0)) {
+            arrival.outcome = Outcome::NoFinder;
+            arrival.sentence = NoFinderSentence(teller);
+        } else {
+            arrival.sentence = UnfinishedSentence(teller, arrival);
+        }
+    }
+    for (const size_t waiting : teller.awaiting) {
+        Arrival &arrival = teller.run.arrivals[waiting];
+        arrival.outcome = Outcome::NoCompletion;
+        arrival.sentence = NoCompletionSentence(teller, arrival);
+    }
+    for (Arrival &arrival : teller.run.arrivals) {
+        for (Step &step : arrival.steps) {
+            if (!step.ended)
+                step.last = teller.run.last;
+        }
+    }
+}
+
+}  // namespace klog

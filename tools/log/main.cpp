@@ -1,0 +1,130 @@
+// main.cpp - kestrun-log: explains a log of the daemon.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <getopt.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/common/program.h"
+#include "tools/log/follow.h"
+#include "tools/log/render.h"
+
+static const char kProgram[] = "kestrun-log";
+static const char kDefaultLog[] = "/usr/local/Tarnwell/Kestrun.log";
+static const useconds_t kFollowPause = 250000;  // microseconds between two looks at the file
+
+static const char kUsage[] =
+    "usage: kestrun-log [--json] [--calls] [--svg FILE] [FILE]\n"
+    "       kestrun-log --follow [FILE]\n"
+    "Explains a log of Kestrun: what came, how long each step took, and what became of it.\n"
+    "FILE is the log, - for standard input; else /usr/local/Tarnwell/Kestrun.log.\n"
+    "  --calls      lists every call of the daemon's functions too\n"
+    "  --follow     shows the log while it grows\n"
+    "  --json       writes JSON\n"
+    "  --svg FILE   draws the time line into FILE, besides\n"
+    "  --help       shows this\n"
+    "  --version    shows the version\n"
+    "exit status: 0 every arrival ended with the application opened, 1 something else is in the log,\n"
+    "2 wrong arguments, or a file cannot be read or written\n";
+
+namespace
+{
+
+struct Arguments {
+    std::string log = kDefaultLog;
+    std::string svg;
+    bool json = false;
+    bool follow = false;
+    klog::TextOptions text;
+};
+
+}  // namespace
+
+static int Explain(const Arguments &arguments)
+{
+    const auto content = tools::ReadWholeFile(arguments.log);
+    if (!content)
+        return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+    const klog::LogText log = klog::ParseLog(*content);
+    const klog::Story story = klog::TellStory(log);
+    const std::string text = arguments.json ? klog::RenderJson(log, story)
+                                            : klog::RenderText(log, story, arguments.text);
+    if (!arguments.svg.empty() &&
+        !tools::WriteWholeFile(arguments.svg, klog::RenderSvg(log, story)))
+        return tools::CouldNot(kProgram, arguments.svg + ": " + strerror(errno));
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        return tools::CouldNot(kProgram, std::string("standard output: ") + strerror(errno));
+    return klog::HasFindings(story) ? tools::kExitFound : tools::kExitFine;
+}
+
+// Returns when the file cannot be read at first, or nobody takes the output any more. One that is
+// not there is waited for.
+static int Follow(const Arguments &arguments)
+{
+    klog::Shown shown;
+    struct stat before = {};
+    for (;; usleep(kFollowPause)) {
+        struct stat now = {};
+        if (stat(arguments.log.c_str(), &now) != 0)
+            continue;
+        if (now.st_size == before.st_size && now.st_ino == before.st_ino &&
+            now.st_mtime == before.st_mtime)
+            continue;
+        const auto content = tools::ReadWholeFile(arguments.log);
+        if (!content)
+            return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+        if (now.st_ino != before.st_ino)
+            shown = {};
+        before = now;
+        const std::string text = klog::ShowNews(shown, *content);
+        if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+            return tools::kExitCouldNot;
+    }
+}
+
+// Takes the options. Returns an exit status when there is nothing more to do, else -1.
+static int TakeArguments(int argc, char **argv, Arguments &arguments)
+{
+    static const option kOptions[] = {
+        {"calls", no_argument, nullptr, 'c'},
+        {"follow", no_argument, nullptr, 'f'},
+        {"help", no_argument, nullptr, 'h'},
+        {"json", no_argument, nullptr, 'j'},
+        {"svg", required_argument, nullptr, 's'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
+    };
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+        switch (letter) {
+        case 'c': arguments.text.calls = true; break;
+        case 'f': arguments.follow = true; break;
+        case 'h': fputs(kUsage, stdout); return tools::kExitFine;
+        case 'j': arguments.json = true; break;
+        case 's': arguments.svg = optarg; break;
+        case 'v': tools::PrintVersion(kProgram); return tools::kExitFine;
+        default: fputs(kUsage, stderr); return tools::kExitCouldNot;
+        }
+    }
+    const bool mixed =
+        arguments.follow && (arguments.json || arguments.text.calls || !arguments.svg.empty());
+    if (argc - optind > 1 || mixed) {
+        fputs(kUsage, stderr);
+        return tools::kExitCouldNot;
+    }
+    if (optind < argc)
+        arguments.log = argv[optind];
+    return -1;
+}
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    const int status = TakeArguments(argc, argv, arguments);
+    if (status != -1)
+        return status;
+    return arguments.follow ? Follow(arguments) : Explain(arguments);
+}

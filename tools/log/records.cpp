@@ -1,0 +1,194 @@
+// records.cpp - see records.h. One pass over the text, line by line; nothing is copied.
+#include "tools/log/records.h"
+
+#include <cstdio>
+
+namespace klog
+{
+
+// A record is cut at so many bytes, before its doubled percent signs become single ones.
+static const size_t kLengthMax = 2047;
+
+static bool TakeText(std::string_view &rest, std::string_view text)
+{
+    if (!rest.starts_with(text))
+        return false;
+    rest.remove_prefix(text.size());
+    return true;
+}
+
+// Takes a number of at most ten digits.
+static bool TakeNumber(std::string_view &rest, long &number)
+{
+    size_t digits = 0;
+    number = 0;
+    while (digits < rest.size() && digits < 10 && rest[digits] >= '0' && rest[digits] <= '9')
+        number = number * 10 + (rest[digits++] - '0');
+    rest.remove_prefix(digits);
+    return digits > 0;
+}
+
+static bool TakeStamp(std::string_view &rest, Stamp &stamp)
+{
+    long fields[6];
+    static const char *const kBehind[6] = {"-", "-", " ", ":", ":", "   "};
+    for (size_t i = 0; i < 6; i++) {
+        if (!TakeNumber(rest, fields[i]) || fields[i] > 9999 || !TakeText(rest, kBehind[i]))
+            return false;
+    }
+    stamp = {static_cast<int>(fields[0]), static_cast<int>(fields[1]), static_cast<int>(fields[2]),
+             static_cast<int>(fields[3]), static_cast<int>(fields[4]), static_cast<int>(fields[5])};
+    return true;
+}
+
+static bool IsNameChar(char ch)
+{
+    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') ||
+           ch == '_' || ch == ':';
+}
+
+// Reads the beginning of a record at the start of `text`. Gives the length of that beginning in
+// `headerLength`.
+static bool ReadHeader(std::string_view text, Record &record, size_t &headerLength)
+{
+    std::string_view rest = text;
+    if (!TakeText(rest, "line ") || !TakeNumber(rest, record.number) || !TakeText(rest, "===") ||
+        !TakeStamp(rest, record.stamp))
+        return false;
+    size_t length = 0;
+    while (length < rest.size() && IsNameChar(rest[length]))
+        length++;
+    record.source = rest.substr(0, length);
+    rest.remove_prefix(length);
+    if (record.source.find(':') == std::string_view::npos || !TakeText(rest, " --- "))
+        return false;
+    headerLength = text.size() - rest.size();
+    return true;
+}
+
+namespace
+{
+
+// The state of one pass.
+struct Parser {
+    std::string_view text;
+    LogText log;
+    size_t textLine = 0;
+    size_t messageStart = 0;  // of the record that is being read, in the text
+    bool open = false;        // there is such a record
+};
+
+}  // namespace
+
+// Ends the record that is being read at `end`.
+static void Close(Parser &parser, size_t end, bool cut)
+{
+    if (!parser.open)
+        return;
+    Record &record = parser.log.records.back();
+    const bool fed = !cut && end > parser.messageStart && parser.text[end - 1] == '\n';
+    record.message = parser.text.substr(parser.messageStart, end - parser.messageStart - fed);
+    record.cut = cut || (!fed && end - record.offset == kLengthMax);
+    record.whole = fed || record.cut;
+    parser.open = false;
+}
+
+static void Open(Parser &parser, const Record &header, size_t offset, size_t headerLength,
+                 bool joined, size_t zeros)
+{
+    Record record = header;
+    record.textLine = parser.textLine;
+    record.offset = offset;
+    record.joined = joined;
+    record.zerosBefore = zeros;
+    parser.log.records.push_back(record);
+    parser.messageStart = offset + headerLength;
+    parser.open = true;
+}
+
+// Where, before `end`, a record follows the cut one that is being read; `end` when none does. One
+// with percent signs was cut before the doubled ones became single, so it may be shorter now.
+static size_t FindJoined(const Parser &parser, size_t end, Record &header, size_t &headerLength)
+{
+    const Record &record = parser.log.records.back();
+    const size_t cutAt = record.offset + kLengthMax;
+    if (cutAt < end && ReadHeader(parser.text.substr(cutAt, end - cutAt), header, headerLength))
+        return cutAt;
+    std::string_view piece = parser.text.substr(record.offset, end - record.offset);
+    piece = piece.substr(0, kLengthMax);
+    if (end - record.offset <= kLengthMax / 2 || piece.find('%') == std::string_view::npos)
+        return end;
+    const std::string next = "line " + std::to_string(record.number + 1) + "===";
+    const size_t at = piece.find(next, kLengthMax / 2);
+    if (at == std::string_view::npos)
+        return end;
+    const size_t start = record.offset + at;
+    return ReadHeader(parser.text.substr(start, end - start), header, headerLength) ? start : end;
+}
+
+// Takes the line of text from `start` to `end`, its line feed included.
+static void TakeLine(Parser &parser, size_t start, size_t end)
+{
+    parser.textLine++;
+    size_t zeros = 0;
+    while (start + zeros < end && parser.text[start + zeros] == '\0')
+        zeros++;
+    Record header = {};
+    size_t headerLength = 0;
+    const size_t at = start + zeros;
+    if (ReadHeader(parser.text.substr(at, end - at), header, headerLength)) {
+        Close(parser, start, false);
+        Open(parser, header, at, headerLength, false, zeros);
+    } else if (!parser.open) {
+        parser.log.strayBytes += end - at;
+        return;
+    }
+    for (;;) {
+        const size_t joined = FindJoined(parser, end, header, headerLength);
+        if (joined == end)
+            return;
+        Close(parser, joined, true);
+        Open(parser, header, joined, headerLength, true, 0);
+    }
+}
+
+LogText ParseLog(std::string_view text)
+{
+    Parser parser;
+    parser.text = text;
+    size_t start = 0;
+    while (start < text.size()) {
+        const size_t feed = text.find('\n', start);
+        const size_t end = feed == std::string_view::npos ? text.size() : feed + 1;
+        TakeLine(parser, start, end);
+        start = end;
+    }
+    Close(parser, text.size(), false);
+    return std::move(parser.log);
+}
+
+std::string Sortable(const Stamp &stamp)
+{
+    char text[64];
+    snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", stamp.year, stamp.month, stamp.day,
+             stamp.hour, stamp.minute, stamp.second);
+    return text;
+}
+
+// Days from 1970-01-01, counted in years that begin in March.
+static int64_t Days(const Stamp &stamp)
+{
+    const int64_t month = (stamp.month + 9) % 12;
+    const int64_t year = stamp.year - (month >= 10 ? 1 : 0);
+    return 365 * year + year / 4 - year / 100 + year / 400 + (month * 306 + 5) / 10 +
+           (stamp.day - 1) - 719468;
+}
+
+std::optional<int64_t> Seconds(const Stamp &stamp)
+{
+    if (stamp.year <= 1900)
+        return std::nullopt;
+    return ((Days(stamp) * 24 + stamp.hour) * 60 + stamp.minute) * 60 + stamp.second;
+}
+
+}  // namespace klog

@@ -1,0 +1,53 @@
+// records.h - takes the text of a log apart into its records.
+//
+// A record begins with "line <number>===" and goes on to the next one: a message may hold line feeds
+// of its own, and a record that was cut at 2047 bytes has lost its line feed, so that the next one
+// follows on the same line of text.
+#ifndef TOOLS_LOG_RECORDS_H
+#define TOOLS_LOG_RECORDS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace klog
+{
+
+// A local time as the log gives it. Where the daemon had no clock it is 1900-1-0 0:0:0.
+struct Stamp {
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+};
+
+// "2026-11-20 09:05:03": texts that sort as the times do.
+std::string Sortable(const Stamp &stamp);
+
+// Seconds from 1970-01-01 00:00:00 of the same local time; nothing when the daemon had no clock.
+std::optional<int64_t> Seconds(const Stamp &stamp);
+
+struct Record {
+    long number;               // that the daemon gave it
+    Stamp stamp;               // local time of the call
+    std::string_view source;   // "Kestrun:main"
+    std::string_view message;  // without the line feed that ends the record
+    size_t textLine;           // in the file, from 1, where the record begins
+    size_t offset;             // in the file, from 0
+    bool cut;                  // the record was cut at 2047 bytes
+    bool joined;               // it follows a cut one on the same line of text
+    bool whole;                // its end has been written
+    size_t zerosBefore;        // zero bytes before it: the file was truncated under the daemon
+};
+
+struct LogText {
+    std::vector<Record> records;
+    size_t strayBytes = 0;  // before the first record, zero bytes not counted
+};
+
+// Takes `text` apart. The records point into `text`, which the caller keeps.
+LogText ParseLog(std::string_view text);
+
+}  // namespace klog
+
+#endif
