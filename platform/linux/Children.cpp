@@ -45,14 +45,12 @@ static void ResetSignals()
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// A program that must not outlive the daemon is killed with it.
-[[noreturn]] static void Run(const char *const argv[], Lifetime lifetime, pid_t parent)
+// What a program does after the daemon's end would come in the way of the next daemon.
+[[noreturn]] static void Run(const char *const argv[], pid_t parent)
 {
-    if (lifetime == Lifetime::WithParent) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent)
-            _exit(kNotRunStatus);
-    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+        _exit(kNotRunStatus);
     ResetSignals();
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (null >= 0) {
@@ -63,8 +61,8 @@ static void ResetSignals()
     _exit(kNotRunStatus);
 }
 
-bool StartChild(Child *child, const char *const argv[], Lifetime lifetime,
-                void (*ended)(Child *child, int status), void *owner)
+bool StartChild(Child *child, const char *const argv[], void (*ended)(Child *child, int status),
+                void *owner)
 {
     child->source = {-1, false, 0, HasEnded, child, false, nullptr};
     child->ended = ended;
@@ -74,7 +72,7 @@ bool StartChild(Child *child, const char *const argv[], Lifetime lifetime,
     const pid_t parent = getpid();
     child->pid = fork();
     if (child->pid == 0)
-        Run(argv, lifetime, parent);
+        Run(argv, parent);
     if (child->pid < 0) {
         RunLoopRemoveSource(&child->source);
         return false;

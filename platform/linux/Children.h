@@ -18,15 +18,11 @@ struct Child {
                   int status);  // the exit status, 128 + the signal, or kStatusUnknown
 };
 
-enum class Lifetime {
-    WithParent,  // it is killed when this process ends
-    ItsOwn,
-};
-
 // Starts the program argv[0], found on PATH, with the arguments of argv (ended by null) and nothing
 // on its standard input and output. `ended` is called by the run loop, once; a program that cannot
-// be found or run ends with 127. False, and nothing was started, when no process can be made.
-bool StartChild(Child *child, const char *const argv[], Lifetime lifetime,
-                void (*ended)(Child *child, int status), void *owner);
+// be found or run ends with 127. It is killed when this process ends. False, and nothing was started,
+// when no process can be made.
+bool StartChild(Child *child, const char *const argv[], void (*ended)(Child *child, int status),
+                void *owner);
 
 #endif

@@ -358,9 +358,16 @@ static bool CleanUp()
         if (FindPlaceOf(disk->identity, disk->place, sizeof disk->place) == Found::Unknown)
             return false;
     }
-    if (!IsMounting())
+    // A program of the earlier process may be ending just now. Without its folder a mount fails; and
+    // what is unmounted before the search leaves a folder for the second time.
+    const bool mounting = IsMounting();
+    if (!mounting)
         RemoveStalePlaces();
-    return ForEachLeftover(IsKnown, UnmountLeftover);
+    if (!ForEachLeftover(IsKnown, UnmountLeftover))
+        return false;
+    if (!mounting)
+        RemoveStalePlaces();
+    return true;
 }
 
 // ---- Watching ----

@@ -147,8 +147,7 @@ static void UnmountHasEnded(Child *child, int status)
 static void StartUnmount(Unmount *unmount)
 {
     const char *const argv[] = {"umount", "-l", "--", unmount->place, nullptr};
-    unmount->running =
-        StartChild(&unmount->child, argv, Lifetime::ItsOwn, UnmountHasEnded, unmount);
+    unmount->running = StartChild(&unmount->child, argv, UnmountHasEnded, unmount);
 }
 
 static void AddUnmount(const char *place, dev_t device, DADiskRef disk)
@@ -344,8 +343,7 @@ static const char *KindOptions(DiskKind kind)
     return "";
 }
 
-// Runs mount for the request, whose place has been made. It ends with this process: what is mounted
-// after the next one has looked for leftovers would stay.
+// Runs mount for the request, whose place has been made.
 static bool RunMount(MountRequest *request)
 {
     const char *kind = KindOptions(request->disk->identity.kind);
@@ -356,8 +354,7 @@ static bool RunMount(MountRequest *request)
     snprintf(options, size, "%s%s", kind, request->options);
     const char *const argv[] = {"mount",        "-o",   options, "--", request->disk->node,
                                 request->place, nullptr};
-    const bool started =
-        StartChild(&request->child, argv, Lifetime::WithParent, MountHasEnded, request);
+    const bool started = StartChild(&request->child, argv, MountHasEnded, request);
     free(options);
     return started;
 }

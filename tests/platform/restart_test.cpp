@@ -180,6 +180,7 @@ TEST_CASE(
         Plug("Orvanta", NewFolder());
         REQUIRE(RunUntil([] { return g_events.size() == 2; }));
         CHECK(g_events.back() == "mounted Orvanta");
+        CAPTURE(Output("grep /Volumes /proc/self/mountinfo; ls -l /Volumes"));
         CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
         Unplug("Orvanta");
         CHECK(RunUntil(NothingIsLeft));
