@@ -198,11 +198,12 @@ static void WriteLine(const char *sourceFile, const char *functionName, const ch
     char line[kLineSize];
     memset_s(line, sizeof line, 0, sizeof line);
     const tm at = LocalTime();
+    const long long year = at.tm_year + 1900LL;  // the last ones fit no int
     iCnt++;  // before the file is tried: a lost line leaves a gap
-    const int length = snprintf_s(
-        line, sizeof line, sizeof line - 1, "line %d===%d-%d-%d %d:%d:%d   %s:%s --- %s\n", iCnt,
-        at.tm_year + 1900, at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec,
-        BaseName(sourceFile), functionName, message);
+    const int length = snprintf_s(line, sizeof line, sizeof line - 1,
+                                  "line %d===%lld-%d-%d %d:%d:%d   %s:%s --- %s\n", iCnt, year,
+                                  at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec,
+                                  BaseName(sourceFile), functionName, message);
     FILE *stream = StreamForNextLine();
     if (!stream)
         return;

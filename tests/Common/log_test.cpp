@@ -164,6 +164,9 @@ TEST_CASE("the time is that of the call")
         {kUsualTime, "2026-11-20 9:5:3"},
         {1735689599, "2024-12-31 23:59:59"},
         {253402300800, "10000-1-1 0:0:0"},
+        // The last and the first second that a broken-down time can hold: no int is its year.
+        {67768036191676799, "2147485547-12-31 23:59:59"},
+        {-67768040609740800, "-2147481748-1-1 0:0:0"},
     };
     for (const auto &row : rows) {
         const Folder folder;
