@@ -90,9 +90,7 @@ static std::string AsIs(const std::string &text)
     return text;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     ScanCase made;
     if (!MakeCase(data, size, &made))

@@ -49,9 +49,7 @@ static void CheckClearing(ScanCase made)
         FUZZ_CHECK(IsSound(one));
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     ScanCase made;
     if (!MakeCase(data, size, &made))

@@ -84,9 +84,7 @@ static void CheckWide(const std::string &format, const wchar_t *text, std::size_
     FUZZ_CHECK(result <= static_cast<int>(size));
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     ScanCase made;
     if (!MakeCase(data, size, &made) || !IsWanted(made.format))

@@ -3,6 +3,7 @@
 #ifndef FUZZ_SCAN_CASE_H
 #define FUZZ_SCAN_CASE_H
 
+#include "fuzz/check.h"
 #include "tamrik/tamrik.h"
 
 #include <algorithm>
@@ -16,13 +17,6 @@
 
 constexpr std::size_t kMostConversions = 6;
 constexpr unsigned char kFill = 0xC5;
-
-// Ends the run, with the input that led here kept by the fuzzer.
-#define FUZZ_CHECK(condition)                                                                      \
-    do {                                                                                           \
-        if (!(condition))                                                                          \
-            std::abort();                                                                          \
-    } while (false)
 
 struct Destination {
     std::unique_ptr<unsigned char[]> bytes;

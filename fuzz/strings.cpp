@@ -72,9 +72,7 @@ static Result Ours(const Call4 &call, Function function)
     return {code, std::string(block.get(), call.block.size())};
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     constexpr std::size_t kHead = 3;
     if (size < kHead + 1)

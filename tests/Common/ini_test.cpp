@@ -1,6 +1,7 @@
 // The INI reader: its format, its functions one by one, and random files against a naive reading of
 // the rules.
 #include "Common/INI.h"
+#include "tests/support/ini_model.h"
 #include "tests/support/log_capture.h"
 
 #include <fcntl.h>
@@ -769,91 +770,6 @@ TEST_CASE("a line far behind the stream's first block is found")
 
 // ---- Random files -------------------------------------------------------------------------------
 
-// A naive second reading of the format: the file is taken apart as a whole.
-struct Model {
-    struct Record {
-        std::string text;
-        long end;
-    };
-    std::vector<Record> records;
-    size_t next = 0;
-    long size;
-    // What the module's state must be.
-    std::string line = g_linetext;
-    int current = g_current_line_offset;
-    int last = g_last_line_offset;
-    Lines log;
-
-    explicit Model(const std::string &content) : size(static_cast<long>(content.size()))
-    {
-        size_t from = 0;
-        for (bool more = true; more;) {
-            size_t end = content.find('\n', from);
-            more = end != std::string::npos;
-            std::string text = content.substr(from, more ? end - from : std::string::npos);
-            text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-            if (!more)
-                text += '\xFF';
-            from = more ? end + 1 : content.size();
-            if (!text.empty())
-                records.push_back({text.substr(0, 1023), static_cast<long>(from)});
-        }
-    }
-
-    // The text up to its first zero byte; false at the end.
-    bool Read(std::string &text)
-    {
-        const Record record = next < records.size() ? records[next++] : Record{"", size};
-        line = record.text;
-        last = current;
-        current = static_cast<int>(record.end);
-        text = line.c_str();
-        return !text.empty();
-    }
-
-    bool Section(const std::string &section)
-    {
-        const std::string header = ("[" + section + "]").substr(0, 127);
-        for (std::string text; Read(text);) {
-            if (text.find(header) != std::string::npos)
-                return true;
-        }
-        log.push_back("INI:SectionExists --- not found the section");
-        return false;
-    }
-
-    bool Key(const std::string &key)
-    {
-        for (std::string text; Read(text);) {
-            std::string trimmed = text.substr(std::min(text.find_first_not_of(' '), text.size()));
-            while (!trimmed.empty() && trimmed.back() == ' ') {
-                trimmed.pop_back();
-                text.pop_back();
-            }
-            std::fill(line.begin() + static_cast<long>(text.size()),
-                      line.begin() + static_cast<long>(strlen(line.c_str())), '\0');
-            if (trimmed.find(key) != std::string::npos) {
-                const std::string behind = trimmed.substr(key.size());
-                const size_t at = behind.find_first_not_of(' ');
-                if (at == std::string::npos || behind[at] == '=')
-                    return true;
-            }
-            if (text.find('[') != std::string::npos && text.find(']') != std::string::npos)
-                return false;
-        }
-        log.push_back("INI:KeyExists --- not found the key");
-        return false;
-    }
-
-    std::string Value(bool trim)
-    {
-        const std::string text = line.c_str();
-        const size_t equals = text.find('=');
-        std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
-        return trim ? value.substr(std::min(value.find_first_not_of(' '), value.size())) : value;
-    }
-};
-
 static std::string RandomContent(std::mt19937 &random)
 {
     static const std::string kPieces[] = {
@@ -871,7 +787,7 @@ static std::string RandomContent(std::mt19937 &random)
     return content;
 }
 
-static void CheckState(const Model &model, const std::string &content)
+static void CheckState(const IniModel &model, const std::string &content)
 {
     const bool same = LineBuffer() == ZeroFilled(model.line) &&
                       g_current_line_offset == model.current && g_last_line_offset == model.last;
@@ -895,7 +811,7 @@ TEST_CASE("lookups in random files are those of a naive reading of the format")
         const bool trims = random() % 2 == 0;
         UseMemory(content);
         memset(g_linetext, 'X', sizeof g_linetext - 1);
-        Model model(content);
+        IniModel model(content);
         const bool hasSection = model.Section(section);
         const bool hasKey = hasSection && model.Key(key);
         if (trims && !hasSection)
@@ -928,7 +844,7 @@ TEST_CASE("mixed calls on one stream of a random file keep its position and the 
     for (int i = 1; i <= kFiles; i++) {
         std::string content = RandomContent(random);
         const File file = Open(content);
-        Model model(content);
+        IniModel model(content);
         for (int call = 0; call < 5; call++) {
             memset(g_linetext, 'X', sizeof g_linetext);
             std::string text;
