@@ -1,6 +1,7 @@
 // commands.cpp - programs that a scenario runs in the daemon's world, and the claim about what they
 // print. A program is run again until it says what is expected or the time is over, as every
 // expectation is looked at again.
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -63,35 +64,45 @@ bool StartsWith(const std::string &text, size_t at, const char *begin)
     return text.compare(at, strlen(begin), begin) == 0;
 }
 
-// Whether the output's rest from `at` on is what the pattern's rest from `from` on describes.
-bool Matches(const std::string &pattern, size_t from, const std::string &output, size_t at)
+// Takes one part of the pattern other than kAny, and what of the output it stands for. False when the
+// output does not go on so, or the pattern is over.
+bool TakePart(const std::string &pattern, size_t *from, const std::string &output, size_t *at)
 {
-    while (from < pattern.size()) {
-        if (StartsWith(pattern, from, kNumber)) {
-            const size_t end = output.find_first_not_of("0123456789", at);
-            if (at >= output.size() || end == at)
-                return false;
-            at = end == std::string::npos ? output.size() : end;
-            from += strlen(kNumber);
-        } else if (StartsWith(pattern, from, kAny)) {
-            from += strlen(kAny);
-            for (; !Matches(pattern, from, output, at); ++at) {
-                if (at >= output.size() || output[at] == '\n')
-                    return false;
-            }
-            return true;
-        } else if (at >= output.size() || pattern[from++] != output[at++]) {
-            return false;
-        }
-    }
-    return at == output.size();
+    if (*from >= pattern.size() || *at >= output.size())
+        return false;
+    if (!StartsWith(pattern, *from, kNumber))
+        return pattern[(*from)++] == output[(*at)++];
+    const size_t end = std::min(output.find_first_not_of("0123456789", *at), output.size());
+    const bool digits = end > *at;
+    *from += strlen(kNumber);
+    *at = end;
+    return digits;
 }
 
 }  // namespace
 
 bool OutputMatches(const std::string &pattern, const std::string &output)
 {
-    return Matches(pattern, 0, output, 0);
+    size_t from = 0;
+    size_t at = 0;
+    size_t anyFrom = std::string::npos;  // behind the last kAny
+    size_t anyAt = 0;                    // the end of what it stands for
+    while (from < pattern.size() || at < output.size()) {
+        if (StartsWith(pattern, from, kAny)) {
+            from += strlen(kAny);
+            anyFrom = from;
+            anyAt = at;
+            continue;
+        }
+        if (TakePart(pattern, &from, output, &at))
+            continue;
+        // What kAny stands for is one character longer then.
+        if (anyFrom == std::string::npos || anyAt >= output.size() || output[anyAt] == '\n')
+            return false;
+        from = anyFrom;
+        at = ++anyAt;
+    }
+    return true;
 }
 
 void ExpectRun(Player *player, const Step &step, double within)

@@ -203,28 +203,32 @@ void CheckProcess(Process *process)
     }
 }
 
+Sleep SleepOf(const Process &process)
+{
+    SystemCall call;
+    const char state = process.pid <= 0 || process.ended ? '?' : StateOf(process);
+    if (state == 'R' || state == 'D')
+        return Sleep::Awake;
+    if (state != 'S' || !ReadSystemCall(process, &call))
+        return Sleep::Unknown;
+    const bool timed = call.number == SYS_clock_nanosleep || call.number == SYS_nanosleep;
+    return timed ? Sleep::Timed : IsEndless(call) ? Sleep::Endless : Sleep::Awake;
+}
+
 bool IsIdle(const Process &process)
 {
-    if (process.pid <= 0 || process.ended)
-        return false;
     // The answers are read one after the other, and on a busy machine much can happen between them:
     // they belong together only if the daemon did not run meanwhile.
-    SystemCall call;
     const long before = CountSwitches(process);
-    const bool sleeps = ReadSystemCall(process, &call) && IsEndless(call) &&
-                        CountChildren(process) == 0 && StateOf(process) == 'S';
+    const bool sleeps = SleepOf(process) == Sleep::Endless && CountChildren(process) == 0 &&
+                        StateOf(process) == 'S';
     return sleeps && CountSwitches(process) == before;
 }
 
 bool IsAsleep(const Process &process)
 {
-    SystemCall call;
-    if (process.pid <= 0 || process.ended || StateOf(process) != 'S' ||
-        !ReadSystemCall(process, &call)) {
-        return false;
-    }
-    const bool timed = call.number == SYS_clock_nanosleep || call.number == SYS_nanosleep;
-    return timed || IsEndless(call);
+    const Sleep sleep = SleepOf(process);
+    return sleep == Sleep::Timed || sleep == Sleep::Endless;
 }
 
 int CountDescriptors(const Process &process)

@@ -35,6 +35,15 @@ void KillProcess(Process *process);
 // Learns whether it ended meanwhile.
 void CheckProcess(Process *process);
 
+enum class Sleep {
+    Unknown,  // it cannot be looked at: it is gone, or belongs to somebody else
+    Awake,    // it computes, or waits for a child or a device
+    Timed,    // for a time
+    Endless,  // in its run loop, until something happens
+};
+
+Sleep SleepOf(const Process &process);
+
 // True when it sleeps without a limit in its run loop and has no child: it has nothing to do.
 bool IsIdle(const Process &process);
 

@@ -227,21 +227,6 @@ WorldKind FirstPossible()
     return WorldKind::Real;
 }
 
-// mountinfo writes blank, tab, line feed and backslash as three octal digits.
-std::string Unescaped(const std::string &text)
-{
-    std::string plain;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 3 < text.size()) {
-            plain += static_cast<char>(strtol(text.substr(i + 1, 3).c_str(), nullptr, 8));
-            i += 3;
-        } else {
-            plain += text[i];
-        }
-    }
-    return plain;
-}
-
 // One line of mountinfo: id parent major:minor root place options [tags...] - type source more.
 bool TakeMountLine(const std::string &line, Mounted *mounted)
 {
@@ -254,8 +239,8 @@ bool TakeMountLine(const std::string &line, Mounted *mounted)
     }
     if (!(fields >> skipped >> source))
         return false;
-    mounted->place = Unescaped(place);
-    mounted->source = Unescaped(source);
+    mounted->place = UnescapedField(place);
+    mounted->source = UnescapedField(source);
     return true;
 }
 
@@ -317,6 +302,20 @@ void SetState(const World &world, const std::string &name, const std::string &co
 void ClearState(const World &world, const std::string &name)
 {
     (void)unlink((world.stateDir + "/" + name).c_str());
+}
+
+std::string UnescapedField(const std::string &text)
+{
+    std::string plain;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 3 < text.size()) {
+            plain += static_cast<char>(strtol(text.substr(i + 1, 3).c_str(), nullptr, 8));
+            i += 3;
+        } else {
+            plain += text[i];
+        }
+    }
+    return plain;
 }
 
 std::vector<Mounted> MountsUnder(const World &world, const std::string &under)

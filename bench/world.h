@@ -51,6 +51,10 @@ struct Mounted {
 // What is mounted at `under` or below it, in mountinfo's order.
 std::vector<Mounted> MountsUnder(const World &world, const std::string &under);
 
+// The kernel and libmount write blank, tab, line feed and backslash in the fields of their tables as
+// three octal digits: the field without them.
+std::string UnescapedField(const std::string &text);
+
 // Small helpers about files; each false (or empty) on failure, with errno set.
 bool WriteFile(const std::string &path, const std::string &content);
 std::string ReadFile(const std::string &path);

@@ -1,0 +1,166 @@
+// waiting_test.cpp - what the daemon waits for, inferred from logs that the bench knows as golden,
+// cut behind a line; and what counts as wrong.
+#include <doctest/doctest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "tools/status/daemon.h"
+#include "tools/status/facts.h"
+
+using kstatus::Activity;
+using kstatus::Facts;
+
+static std::string ReadFile(const std::string &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    REQUIRE_FALSE(text.str().empty());
+    return text.str();
+}
+
+// The golden log up to and with the first line that holds `last`, its times 1 s apart.
+static std::string GoldenLog(const std::string &name, const std::string &last)
+{
+    const std::string log = ReadFile(std::string(KESTRUN_SCENARIOS) + "/golden/" + name + ".log");
+    std::istringstream lines(log);
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        text += std::regex_replace(line, std::regex("<time>"), "2026-11-20 9:5:3") + "\n";
+        if (line.find(last) != std::string::npos)
+            return text;
+    }
+    FAIL("no such line: " << last);
+    return text;
+}
+
+static std::string Waits(const std::string &log, Activity activity)
+{
+    kstatus::Daemon daemon;
+    daemon.activity = activity;
+    const klog::LogText parsed = klog::ParseLog(log);
+    const kstatus::Waiting waiting = kstatus::InferWaiting(parsed.records, daemon);
+    const int64_t now = *klog::Seconds({2026, 11, 20, 9, 5, 8});
+    return std::string(kstatus::PhaseWord(waiting.phase)) + ": " +
+           kstatus::DescribeWaiting(waiting, now);
+}
+
+TEST_CASE("the log's last written line and the process tell what is waited for")
+{
+    const char kIdle[] = "modem: for the next modem: it has nothing to do";
+    const char kBusy[] = "busy: for nothing: it works, and its next lines will tell at what";
+    struct Row {
+        const char *log;
+        const char *last;
+        Activity activity;
+        const char *waits;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"login-late", "TOOL-",                   Activity::Works,        kBusy},
+        {"login-late", "begin to run SDProgram",  Activity::Works,        "port: for the modem's serial port, look 0 of 10"},
+        {"replugged",  "findCommPort failed",     Activity::Pauses,       "port: for the modem's serial port, look 1 of 10"},
+        {"login-late", "FindCommPort success",    Activity::Pauses,       "volume: for the volume, for 5 s so far, at most 300 s"},
+        {"login-late", "IsVolumeExist Enter",     Activity::Unknown,      "volume: for the volume, for 5 s so far, at most 300 s"},
+        {"login-late", "DiskMountCallback Enter", Activity::Works,        "owner: for the answer who owns the console"},
+        {"login-late", "ps aux",                  Activity::AwaitsEvents, kIdle},
+        {"login-late", "are not same return",     Activity::Unknown,      kIdle},
+        {"login-late", "are not same return",     Activity::Works,        kBusy},
+        {"login-late", "value of disable_cdrom",  Activity::AwaitsEvents, kIdle},
+        {"login-late", "Device inserted",         Activity::AwaitsEvents, "mount: for the end of a mount that it asked for, for 5 s so far"},
+        {"login-late", "Device inserted",         Activity::Unknown,      "mount: for the end of a mount that it asked for, for 5 s so far"},
+        {"login-late", "actvie == pname",         Activity::Pauses,       "finder: for the Finder, for 5 s so far: until then no other disk is handled"},
+        {"login-late", "recv [",                  Activity::Unknown,      "finder: for the Finder, for 5 s so far: until then no other disk is handled"},
+        {"login-late", "have some one login",     Activity::Works,        "application: for the application to open"},
+        {"login-late", "Run Orvanta Program",     Activity::Works,        "setup: for the setup package"},
+        {"login-late", "finish run program",      Activity::AwaitsEvents, kIdle},
+        {"login-late", "finish run program",      Activity::Unknown,      kIdle},
+        {"application-fails-nine-times", "system failed 6 time", Activity::Pauses, "application: for the application to open; 7 of 10 tries failed: open -a \"/Volumes/Orvanta/Orvanta.app/\""},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        CAPTURE(row.log);
+        CAPTURE(row.last);
+        CHECK(Waits(GoldenLog(row.log, row.last), row.activity) == row.waits);
+    }
+}
+
+TEST_CASE("only the last run counts")
+{
+    const std::string first = GoldenLog("login-late", "Device inserted");
+    const std::string second = GoldenLog("login-late", "begin to run SDProgram");
+    CHECK(Waits(first + second, Activity::Unknown) ==
+          "port: for the modem's serial port, look 0 of 10");
+    CHECK(Waits("", Activity::Unknown) ==
+          "busy: for nothing: it works, and its next lines will tell at what");
+}
+
+// A system in which all is well: the modem is plugged in, mounted and opened.
+static Facts Well()
+{
+    Facts facts;
+    facts.daemons = {{1, Activity::AwaitsEvents, {}, 100}};
+    facts.daemonUser = "anna";
+    facts.consoleUser = "anna";
+    facts.finder = true;
+    facts.volumeName = "Orvanta";
+    facts.port = "/dev/port";
+    facts.volumes = {{"/Volumes/Orvanta", "/dev/sr0", "Kestrun", {"ro", "nosuid", "nodev"}}};
+    facts.waiting.phase = kstatus::Phase::Modem;
+    return facts;
+}
+
+TEST_CASE("each thing that is wrong is told, and nothing when all is well")
+{
+    using Texts = std::vector<std::string>;
+    CHECK(kstatus::FindWrongs(Well()).empty());
+
+    Facts facts = Well();
+    facts.daemons.push_back(facts.daemons[0]);
+    CHECK(kstatus::FindWrongs(facts) == Texts{"the daemon runs 2 times"});
+
+    facts = Well();
+    facts.log.missing = true;
+    CHECK(kstatus::FindWrongs(facts) == Texts{"the daemon runs, and it has no log"});
+
+    facts = Well();
+    facts.log.stale = true;
+    CHECK(kstatus::FindWrongs(facts) ==
+          Texts{"the log is older than the daemon: it cannot write there"});
+
+    facts = Well();
+    facts.hidden = true;
+    CHECK(
+        kstatus::FindWrongs(facts) ==
+        Texts{"/Volumes/Orvanta is mounted without x-gvfs-hide, which the configuration asks for"});
+
+    facts = Well();
+    facts.daemonUser = "";
+    CHECK(kstatus::FindWrongs(facts) == Texts{"the modem is there, and nothing is opened: the "
+                                              "console is anna's, the daemon runs as nobody"});
+    facts.port = "";
+    facts.volumes.clear();
+    CHECK(kstatus::FindWrongs(facts).empty());
+}
+
+TEST_CASE("the names that the tool goes by are those of the daemon's source")
+{
+    const std::string source = ReadFile(std::string(KESTRUN_SOURCES) + "/Kestrun.cpp");
+    for (const char *name : {kstatus::kLogFile, kstatus::kConfigFile, kstatus::kConfigSection,
+                             kstatus::kVolumesDir, kstatus::kDefaultVolumeName, kstatus::kPortName,
+                             kstatus::kConsoleCommand, kstatus::kFinderCommand}) {
+        CAPTURE(name);
+        CHECK(source.find("\"" + std::string(name) + "\"") != std::string::npos);
+    }
+    const std::string setup = ReadFile(std::string(KESTRUN_SOURCES) + "/ActiveVolumeProgram.cpp");
+    const auto says = [](const std::string &text, const std::string &name, long value) {
+        return text.find(name + " = " + std::to_string(value) + ";") != std::string::npos;
+    };
+    CHECK(says(source, "kPortTries", kstatus::kPortTries));
+    CHECK(says(source, "kOpenTries", kstatus::kOpenTries));
+    CHECK(says(source, "kVolumeBudget", kstatus::kStartWait));
+    CHECK(says(source, "kNameSize", kstatus::kVolumeNameSize));
+    CHECK(says(setup, "kFileVolumeWait", kstatus::kSetupWait));
+    CHECK(says(setup, "kPackageWait", kstatus::kPackageWait));
+}

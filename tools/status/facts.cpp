@@ -1,0 +1,197 @@
+// facts.cpp - see facts.h. The configuration and the serial port are read by the daemon's own code,
+// whose log stays switched off here; users and Finder are asked for with the daemon's own commands.
+#include "tools/status/facts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "Common/INI.h"
+#include "src/ActiveVolumeProgram.h"
+#include "src/Kestrun.h"
+#include "tamrik/tamrik.h"
+#include "tools/common/program.h"
+#include "tools/status/commands.h"
+#include "tools/status/daemon.h"
+
+namespace kstatus
+{
+
+static const size_t kPathSize = 1024;
+static const long kStartGrace = 2;  // seconds that a daemon may take to its first lines
+
+static std::string FirstLine(const std::string &text)
+{
+    return text.substr(0, text.find('\n'));
+}
+
+static void GatherConfiguration(Facts *facts)
+{
+    char name[kVolumeNameSize] = "";
+    const char *configured = kDefaultVolumeName;
+    facts->configured = SetIniFileName(kConfigFile);
+    if (facts->configured)
+        configured = ReadString(kConfigSection, "name", kDefaultVolumeName);
+    strncpy_s(name, sizeof name, configured, sizeof name - 1);
+    facts->volumeName = name;
+    facts->hidden = IsKeyValueCaseEqual(kConfigFile, kConfigSection, "disable_cdrom", "true");
+}
+
+static void GatherPort(Facts *facts)
+{
+    char path[kPathSize] = "";
+    if (FindCommPort(kPortName, path, sizeof path) == 0)
+        facts->port = path;
+}
+
+static void GatherPeople(Facts *facts)
+{
+    if (!facts->daemons.empty()) {
+        const std::string pid = std::to_string(facts->daemons[0].pid);
+        facts->daemonUser =
+            FirstLine(CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
+        if (facts->daemonUser.empty())
+            facts->unknown.emplace_back("the daemon's user");
+    }
+    facts->consoleUser = FirstLine(CommandOutput(kConsoleCommand));
+    if (facts->consoleUser.empty())
+        facts->unknown.emplace_back("the console's owner");
+    facts->finder = !CommandOutput(kFinderCommand).empty();
+}
+
+// Whether `place` is that of the volume or of a duplicate of it ("Orvanta 1").
+static bool IsPlaceOf(const std::string &place, const std::string &name)
+{
+    std::string path = kVolumesDir + name;
+    for (size_t at = strlen(kVolumesDir); at < path.size(); ++at)
+        path[at] = path[at] == '/' ? ':' : path[at];
+    if (place == path)
+        return true;
+    return place.compare(0, path.size() + 1, path + " ") == 0 &&
+           place.find_first_not_of("0123456789", path.size() + 1) == std::string::npos;
+}
+
+static void GatherVolumes(Facts *facts)
+{
+    std::vector<Volume> all;
+    if (!ListVolumes(&all))
+        facts->unknown.emplace_back("what is mounted");
+    for (const Volume &volume : all) {
+        if (IsPlaceOf(volume.place, facts->volumeName))
+            facts->volumes.push_back(volume);
+    }
+}
+
+static int64_t LocalNow()
+{
+    const time_t now = time(nullptr);
+    struct tm local = {};
+    (void)localtime_r(&now, &local);
+    const klog::Stamp stamp{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                            local.tm_hour,        local.tm_min,     local.tm_sec};
+    return klog::Seconds(stamp).value_or(0);
+}
+
+static void GatherLog(Facts *facts)
+{
+    LogFacts &log = facts->log;
+    const std::optional<std::string> text = tools::ReadWholeFile(kLogFile);
+    log.missing = !text && errno == ENOENT;
+    if (!text) {
+        log.problem = strerror(errno);
+        if (!log.missing)
+            facts->unknown.emplace_back("what the log says: " + log.problem);
+    }
+    const klog::LogText parsed = klog::ParseLog(text ? std::string_view(*text) : "");
+    if (!parsed.records.empty()) {
+        const klog::Record &last = parsed.records.back();
+        log.number = last.number;
+        log.text = FirstLine(std::string(last.source) + " --- " + std::string(last.message));
+        const std::optional<int64_t> at = klog::Seconds(last.stamp);
+        if (at)
+            log.age = facts->now - *at;
+    }
+    if (facts->daemons.empty())
+        return;
+    const Daemon &daemon = facts->daemons[0];
+    log.stale =
+        daemon.age && log.age && *daemon.age > kStartGrace && *log.age > *daemon.age + kStartGrace;
+    facts->waiting = InferWaiting(log.stale ? std::vector<klog::Record>() : parsed.records, daemon);
+}
+
+Facts GatherFacts()
+{
+    Facts facts;
+    facts.now = LocalNow();
+    PrepareCommands();
+    if (!FindDaemons(&facts.daemons))
+        facts.unknown.emplace_back("the processes");
+    GatherLog(&facts);
+    GatherPeople(&facts);
+    GatherConfiguration(&facts);
+    GatherPort(&facts);
+    GatherVolumes(&facts);
+    return facts;
+}
+
+static bool HasOption(const Volume &volume, const std::string &option)
+{
+    return std::ranges::find(volume.options, option) != volume.options.end();
+}
+
+static void FindWrongMounts(const Facts &facts, std::vector<std::string> *wrongs)
+{
+    const std::string option = ShownOption(facts.hidden);
+    if (!facts.port.empty() && facts.volumes.empty())
+        wrongs->push_back("the modem's port is there, and its volume \"" + facts.volumeName +
+                          "\" is not mounted");
+    for (const Volume &volume : facts.volumes) {
+        if (!HasOption(volume, option))
+            wrongs->push_back(volume.place + " is mounted without " + option +
+                              ", which the configuration asks for");
+    }
+}
+
+static void FindWrongPeople(const Facts &facts, std::vector<std::string> *wrongs)
+{
+    const bool modem = !facts.port.empty() || !facts.volumes.empty();
+    if (modem && !facts.daemons.empty() && facts.daemonUser != facts.consoleUser)
+        wrongs->push_back("the modem is there, and nothing is opened: the console is " +
+                          (facts.consoleUser.empty() ? "nobody" : facts.consoleUser) +
+                          "'s, the daemon runs as " +
+                          (facts.daemonUser.empty() ? "nobody" : facts.daemonUser));
+    if (facts.waiting.phase == Phase::Finder && !facts.finder)
+        wrongs->emplace_back("the daemon waits for the Finder, which does not run");
+}
+
+static void FindWrongTries(const Facts &facts, std::vector<std::string> *wrongs)
+{
+    const Waiting &waiting = facts.waiting;
+    if (waiting.phase == Phase::Application && waiting.tries > 0)
+        wrongs->emplace_back("the application cannot be opened");
+    if (waiting.phase == Phase::Setup && waiting.tries > 0)
+        wrongs->emplace_back("the setup package cannot be opened");
+    if (waiting.phase == Phase::SetupVolume)
+        wrongs->emplace_back("a volume of the setup package is not there");
+}
+
+std::vector<std::string> FindWrongs(const Facts &facts)
+{
+    std::vector<std::string> wrongs;
+    if (facts.daemons.empty())
+        wrongs.emplace_back("the daemon does not run");
+    if (facts.daemons.size() > 1)
+        wrongs.push_back("the daemon runs " + std::to_string(facts.daemons.size()) + " times");
+    if (!facts.daemons.empty() && facts.log.missing)
+        wrongs.emplace_back("the daemon runs, and it has no log");
+    if (facts.log.stale)
+        wrongs.emplace_back("the log is older than the daemon: it cannot write there");
+    FindWrongMounts(facts, &wrongs);
+    FindWrongPeople(facts, &wrongs);
+    FindWrongTries(facts, &wrongs);
+    return wrongs;
+}
+
+}  // namespace kstatus

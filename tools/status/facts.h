@@ -1,0 +1,49 @@
+// facts.h - all that kestrun-status finds out, and what of it is wrong.
+#ifndef TOOLS_STATUS_FACTS_H
+#define TOOLS_STATUS_FACTS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/status/system.h"
+#include "tools/status/waiting.h"
+
+namespace kstatus
+{
+
+struct LogFacts {
+    std::string problem;         // why it cannot be read; empty when it was
+    bool missing = false;        // there is no such file
+    long number = 0;             // of the last record in the file; 0 when there is none
+    std::string text;            // "Kestrun:main --- ..." of it, its first line
+    std::optional<int64_t> age;  // its seconds
+    bool stale = false;          // it is older than the daemon that runs
+};
+
+struct Facts {
+    std::vector<Daemon> daemons;
+    std::string daemonUser;   // as the daemon itself is told; empty when nobody knows
+    std::string consoleUser;  // the same
+    bool finder = false;
+    bool configured = false;      // there is a configuration file
+    std::string volumeName;       // as the daemon reads it
+    bool hidden = false;          // mounted "nobrowse", as the daemon reads it
+    std::string port;             // the modem's serial port; empty when there is none
+    std::vector<Volume> volumes;  // those of that name, numbered ones included
+    LogFacts log;
+    Waiting waiting;
+    int64_t now = 0;                   // local time, as klog::Seconds gives it
+    std::vector<std::string> unknown;  // what could not be found out, in plain words
+};
+
+// Looks at everything once.
+Facts GatherFacts();
+
+// What is wrong, in plain words; nothing when all is as it should be.
+std::vector<std::string> FindWrongs(const Facts &facts);
+
+}  // namespace kstatus
+
+#endif

@@ -1,0 +1,182 @@
+// linux.cpp - the facts of Linux: processes from /proc, mounts from mountinfo. What a mount helper
+// keeps for itself (x-gvfs-hide and the like) stands in the table of libmount alone. A daemon in
+// another mount namespace belongs to another system, a container's or the bench's.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include <unistd.h>
+
+#include "bench/process.h"
+#include "bench/world.h"
+#include "tools/status/system.h"
+
+namespace kstatus
+{
+
+namespace fs = std::filesystem;
+
+static const char kCommands[] = "/usr/libexec/kestrun";
+static const char kMountTable[] = "/run/mount/utab";
+static const char *const kSystemFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
+                                             "/usr/bin",        "/sbin",          "/bin"};
+
+// In front of the system's own folders, but behind what the caller put first.
+void PrepareCommands()
+{
+    const char *old = getenv("PATH");
+    std::istringstream folders(old != nullptr ? old : "/usr/bin:/bin");
+    std::string path;
+    bool placed = false;
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        const bool system = std::find(std::begin(kSystemFolders), std::end(kSystemFolders),
+                                      folder) != std::end(kSystemFolders);
+        if (system && !placed) {
+            path += std::string(path.empty() ? "" : ":") + kCommands;
+            placed = true;
+        }
+        path += (path.empty() ? "" : ":") + folder;
+    }
+    (void)setenv("PATH", path.c_str(), 1);
+}
+
+static std::string FirstLine(const std::string &path)
+{
+    const std::string text = bench::ReadFile(path);
+    return text.substr(0, text.find('\n'));
+}
+
+static bool IsDaemon(const std::string &name)
+{
+    return name == "Kestrun" || name == "kestrun";
+}
+
+// Where the namespace cannot be read, the process counts as one of this system.
+static bool IsOfThisSystem(const std::string &folder)
+{
+    std::error_code error;
+    const fs::path own = fs::read_symlink("/proc/self/ns/mnt", error);
+    const fs::path its = fs::read_symlink(folder + "/ns/mnt", error);
+    return error || own == its;
+}
+
+static Activity ActivityOf(const bench::Process &process)
+{
+    switch (bench::SleepOf(process)) {
+    case bench::Sleep::Unknown: return Activity::Unknown;
+    case bench::Sleep::Awake: return Activity::Works;
+    case bench::Sleep::Timed: return Activity::Pauses;
+    case bench::Sleep::Endless: return Activity::AwaitsEvents;
+    }
+    return Activity::Unknown;
+}
+
+static std::vector<std::string> ChildrenOf(const std::string &folder, long pid)
+{
+    std::vector<std::string> names;
+    std::istringstream children(
+        bench::ReadFile(folder + "/task/" + std::to_string(pid) + "/children"));
+    for (std::string child; children >> child;)
+        names.push_back(FirstLine("/proc/" + child + "/comm"));
+    return names;
+}
+
+// Seconds since the process was started: the 20th field behind its name counts ticks from the
+// machine's start.
+static std::optional<long> AgeOf(const std::string &folder)
+{
+    const std::string stat = bench::ReadFile(folder + "/stat");
+    const std::string uptime = bench::ReadFile("/proc/uptime");
+    const size_t name = stat.rfind(") ");
+    if (name == std::string::npos || uptime.empty())
+        return std::nullopt;
+    std::istringstream fields(stat.substr(name + 2));
+    std::string field;
+    for (int i = 0; i < 20; ++i)
+        fields >> field;
+    const long started = strtol(field.c_str(), nullptr, 10) / sysconf(_SC_CLK_TCK);
+    return strtol(uptime.c_str(), nullptr, 10) - started;
+}
+
+bool FindDaemons(std::vector<Daemon> *daemons)
+{
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator("/proc", error)) {
+        const std::string folder = entry.path();
+        const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
+        if (pid <= 0 || !IsDaemon(FirstLine(folder + "/comm")) || !IsOfThisSystem(folder))
+            continue;
+        bench::Process process;
+        process.pid = static_cast<pid_t>(pid);
+        daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(folder)});
+    }
+    std::sort(daemons->begin(), daemons->end(),
+              [](const Daemon &a, const Daemon &b) { return a.pid < b.pid; });
+    return !error;
+}
+
+static std::vector<std::string> Split(const std::string &text)
+{
+    std::vector<std::string> words;
+    std::istringstream stream(text);
+    for (std::string word; std::getline(stream, word, ',');)
+        words.push_back(word);
+    return words;
+}
+
+// The options that libmount noted for a place; none when it noted nothing.
+static std::string NotedOptions(const std::string &place)
+{
+    std::istringstream table(bench::ReadFile(kMountTable));
+    std::string options;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream fields(line);
+        std::string target;
+        std::string noted;
+        for (std::string field; fields >> field;) {
+            if (field.compare(0, 7, "TARGET=") == 0)
+                target = bench::UnescapedField(field.substr(7));
+            if (field.compare(0, 5, "OPTS=") == 0)
+                noted = field.substr(5);
+        }
+        if (target == place)
+            options = noted;
+    }
+    return options;
+}
+
+static bool Has(const std::vector<std::string> &options, const char *option)
+{
+    return std::find(options.begin(), options.end(), option) != options.end();
+}
+
+// The kernel does not know who asked: the daemon's own mounts are known by their options.
+static std::string MountedBy(const std::vector<std::string> &options)
+{
+    const bool daemons = Has(options, "nosuid") && Has(options, "nodev") &&
+                         (Has(options, "ro") || Has(options, "x-gvfs-hide"));
+    return daemons ? "Kestrun" : "another program";
+}
+
+bool ListVolumes(std::vector<Volume> *volumes)
+{
+    if (bench::ReadFile("/proc/self/mountinfo").empty())
+        return false;
+    bench::World world;
+    world.kind = bench::WorldKind::Root;
+    for (const bench::Mounted &mounted : bench::MountsUnder(world, "/Volumes")) {
+        const std::string noted = NotedOptions(mounted.place);
+        const auto options = Split(mounted.options + (noted.empty() ? "" : "," + noted));
+        volumes->push_back({mounted.place, mounted.source, MountedBy(options), options});
+    }
+    return true;
+}
+
+const char *ShownOption(bool hidden)
+{
+    return hidden ? "x-gvfs-hide" : "ro";
+}
+
+}  // namespace kstatus

@@ -1,0 +1,49 @@
+// main.cpp - kestrun-status: whether the daemon fares well, and what it waits for.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "tools/common/program.h"
+#include "tools/status/report.h"
+
+static const char kProgram[] = "kestrun-status";
+static const char kUsage[] =
+    "usage: kestrun-status [--json]\n"
+    "Tells whether the modem daemon runs, for whom, what is plugged in and mounted, and what the\n"
+    "daemon waits for now. It changes nothing.\n"
+    "  --json     the same for programs\n"
+    "  --help     this text\n"
+    "  --version  the version\n"
+    "exit status: 0 all is well, 1 something is wrong, 2 something could not be found out\n";
+
+static int Tell(bool json)
+{
+    const kstatus::Facts facts = kstatus::GatherFacts();
+    const std::string text = json ? kstatus::ReportJson(facts) : kstatus::ReportText(facts);
+    if (fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0)
+        return tools::CouldNot(kProgram, "cannot write what was found");
+    if (!facts.unknown.empty())
+        return tools::kExitCouldNot;
+    return kstatus::FindWrongs(facts).empty() ? tools::kExitFine : tools::kExitFound;
+}
+
+int main(int argc, char **argv)
+{
+    bool json = false;
+    for (int i = 1; i < argc; ++i) {
+        if (strcmp(argv[i], "--help") == 0) {
+            (void)fputs(kUsage, stdout);
+            return tools::kExitFine;
+        }
+        if (strcmp(argv[i], "--version") == 0) {
+            tools::PrintVersion(kProgram);
+            return tools::kExitFine;
+        }
+        if (strcmp(argv[i], "--json") != 0) {
+            (void)fputs(kUsage, stderr);
+            return tools::kExitCouldNot;
+        }
+        json = true;
+    }
+    return Tell(json);
+}
