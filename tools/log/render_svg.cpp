@@ -11,7 +11,7 @@ namespace klog
 {
 
 static const int kWidth = 1300;
-static const int kLeft = 190;  // the steps' names
+static const int kLeft = 190;   // the steps' names
 static const int kBars = 1080;  // room for the bars
 static const int kRow = 20;
 static const int kTop = 30;

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# check_command_test.sh KESTRUN-CHECK - what the command line promises: exit statuses, machines, modes,
+# and that nothing is written.
+set -euo pipefail
+tool=$1
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+cd "$here"
+umask 022
+failed=0
+
+# check STATUS TEXT ARGUMENTS...: the tool ends with STATUS, and TEXT is in what it says.
+check() {
+    local wanted=$1 text=$2 status=0
+    shift 2
+    "$tool" "$@" >"$here/said" 2>&1 </dev/null || status=$?
+    if [ "$status" -ne "$wanted" ] || ! grep -qF -- "$text" "$here/said"; then
+        echo "kestrun-check $*: status $status, expected $wanted and \"$text\"; it said:"
+        sed 's/^/    /' "$here/said"
+        failed=1
+    fi
+}
+
+check 0 'usage: kestrun-check' --help
+check 0 'kestrun-check 1.' --version
+check 2 'usage: kestrun-check' --nonsense
+check 2 'usage: kestrun-check' a b c
+check 2 'usage: kestrun-check' --root / a
+check 2 'No such file or directory' none
+check 2 'Is a directory' .
+
+printf '[Volumes]\nname = Orvanta\n' >config
+printf '[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP=yes\nSD_THIRD_FILE_PATH=Orvanta\nSD_THIRD_FILE_NAME=ThirdPartySetup.dmg\nSD_RUN_THIRD_FILE_ONCE=yes\n' >SysConfig.dat
+check 0 'the daemon waits for a volume of this label' config
+check 2 'No such file or directory' config none
+check 0 'the bytes at offset 37 become 4E 6F 00' config SysConfig.dat
+check 0 '"value": "Orvanta"' --json config SysConfig.dat
+check 0 '"verdict": "PASS"' --json config SysConfig.dat
+cp config wrong && printf 'name=B' >>wrong
+check 1 'WARN  config:3  key-twice: name once more' wrong
+chmod 666 wrong
+check 1 'WARN  config  mode: mode 0666' wrong
+chmod 777 .
+check 1 'WARN  config  folder-mode: its folder: mode 0777' config
+chmod 755 .
+
+# A whole machine.
+root=$here/root
+mkdir "$root"
+check 1 'WARN  config  file:' --root "$root"
+check 1 'FAIL  machine  log-folder: /usr/local/Tarnwell is missing' --root "$root"
+check 1 'WARN  machine  volume: /Volumes/Orvanta is not there' --root "$root"
+mkdir -p "$root/usr/local/Tarnwell" "$root/Library/StartupItems/QVKestrun" "$root/Volumes/Mine"
+printf '[Volumes]\nname = Mine\n' >"$root/Library/StartupItems/QVKestrun/config"
+check 1 'PASS  machine  log-folder:' --root "$root"
+check 1 'FAIL  machine  volume: /Volumes/Mine is a folder and no volume' --root "$root"
+check 1 'WARN  SysConfig.dat  file:' --root "$root"
+
+before=$(find . -type f ! -name said -exec cksum {} + | sort)
+check 0 'PASS' config SysConfig.dat
+[ "$before" = "$(find . -type f ! -name said -exec cksum {} + | sort)" ] || {
+    echo 'a file was made or changed'
+    failed=1
+}
+exit "$failed"

@@ -1,0 +1,116 @@
+// machine_rules.cpp - modes of files and folders, and what stands under /Volumes/.
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/check/readers.h"
+#include "tools/check/rules.h"
+#include "tools/common/program.h"
+
+namespace kcheck
+{
+
+static const char kLogFolder[] = "/usr/local/Tarnwell";
+static const size_t kNameMax = 63;
+
+static std::string ModeText(mode_t mode)
+{
+    char text[16];
+    snprintf(text, sizeof text, "mode %04o", static_cast<unsigned>(mode & 07777));
+    return text;
+}
+
+void CheckModes(Report &report, const std::string &file, const std::string &path)
+{
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0)
+        return;
+    const bool open = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    report.findings.push_back({open ? Verdict::Warn : Verdict::Pass, file, "mode", 0,
+                               ModeText(info.st_mode),
+                               open ? "others than its owner may change what the daemon runs"
+                                    : "only its owner may change it"});
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    if (stat(folder.c_str(), &info) != 0)
+        return;
+    if ((info.st_mode & S_IWOTH) != 0 && (info.st_mode & S_ISVTX) == 0) {
+        report.findings.push_back({Verdict::Warn, file, "folder-mode", 0,
+                                   "its folder: " + ModeText(info.st_mode),
+                                   "everybody may put another file in its place"});
+    }
+}
+
+static bool IsFolder(const std::string &path)
+{
+    struct stat info = {};
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Whether something is mounted at `path`: another device than its parent's, or, where the system
+// lists its mounts in a file, one of these.
+static bool IsMountPoint(const std::string &path, const std::string &parent)
+{
+    struct stat info = {};
+    struct stat above = {};
+    if (stat(path.c_str(), &info) != 0 || stat(parent.c_str(), &above) != 0)
+        return false;
+    if (info.st_dev != above.st_dev)
+        return true;
+    std::string escaped;
+    for (const char ch : path)
+        escaped += ch == ' ' ? std::string("\\040") : std::string(1, ch);
+    std::ifstream mounts("/proc/self/mountinfo");
+    std::string line;
+    while (std::getline(mounts, line)) {
+        if (line.find(" " + escaped + " ") != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+static void CheckLogFolder(Report &report, const std::string &root)
+{
+    const std::string folder = root + kLogFolder;
+    const auto add = [&](Verdict verdict, const std::string &found, const std::string &effect) {
+        report.findings.push_back(
+            {verdict, "machine", "log-folder", 0, kLogFolder + found, effect});
+    };
+    if (!IsFolder(folder))
+        add(Verdict::Fail, " is missing",
+            "nothing is logged, the Finder is never seen and nothing is opened");
+    else if (access(folder.c_str(), W_OK) != 0)
+        add(Verdict::Fail, " is not writable for this user",
+            "a daemon of this user never sees the Finder and opens nothing");
+    else
+        add(Verdict::Pass, "", "the log and the Finder's search can be written");
+}
+
+static void CheckVolume(Report &report, const std::string &root, const std::string &name)
+{
+    const std::string volumes = root + "/Volumes";
+    const std::string shown = "/Volumes/" + tools::Printable(name);
+    const auto add = [&](Verdict verdict, const std::string &found, const std::string &effect) {
+        report.findings.push_back({verdict, "machine", "volume", 0, shown + found, effect});
+    };
+    if (!IsFolder(volumes + "/" + name))
+        add(Verdict::Warn, " is not there",
+            "with a modem's port present a start waits up to 300 s for it");
+    else if (!IsMountPoint(volumes + "/" + name, volumes))
+        add(Verdict::Fail, " is a folder and no volume",
+            "a start takes it for the volume, and the true one is mounted beside it under a number");
+    else
+        add(Verdict::Pass, " is mounted", "a start goes on at once");
+}
+
+void CheckMachine(Report &report, const std::string &root, const std::string &configPath)
+{
+    CheckLogFolder(report, root);
+    const auto name = ReadIni(configPath, "Volumes", "name");
+    CheckVolume(report, root, name ? name->value.substr(0, kNameMax) : "Orvanta");
+}
+
+}  // namespace kcheck

@@ -1,0 +1,122 @@
+// main.cpp - kestrun-check: says what the daemon will make of its configuration.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <getopt.h>
+
+#include "tools/check/render.h"
+#include "tools/check/rules.h"
+#include "tools/common/program.h"
+
+static const char kProgram[] = "kestrun-check";
+static const char kConfig[] = "/Library/StartupItems/QVKestrun/config";
+static const char kSysConfig[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
+
+static const char kUsage[] =
+    "usage: kestrun-check [--json] [--root DIR] [CONFIG [SYSCONFIG]]\n"
+    "Says for each thing that matters in Kestrun's configuration whether it is right (PASS), doubtful\n"
+    "(WARN) or wrong (FAIL), and what the daemon will do. Without CONFIG the files of this machine\n"
+    "are checked, with its volumes and folders.\n"
+    "  --root DIR   checks the machine whose root is DIR\n"
+    "  --json       writes JSON\n"
+    "  --help       shows this\n"
+    "  --version    shows the version\n"
+    "exit status: 0 nothing but PASS, 1 some WARN or FAIL, 2 wrong arguments or a file cannot be read\n";
+
+namespace
+{
+
+struct Arguments {
+    std::string root;
+    std::string config;     // empty: the machine's own
+    std::string sysConfig;  // empty: the machine's own, or none beside a named CONFIG
+    bool json = false;
+};
+
+using Check = void (*)(kcheck::Report &, const std::string &, std::string_view);
+
+}  // namespace
+
+// Checks the file at `path`, which may be missing when the machine is looked at. False when it had
+// to be there, or cannot be read.
+static bool CheckFile(kcheck::Report &report, const char *file, const std::string &path, bool named,
+                      Check check)
+{
+    const auto content = tools::ReadWholeFile(path);
+    if (!content && (named || errno != ENOENT)) {
+        tools::CouldNot(kProgram, path + ": " + strerror(errno));
+        return false;
+    }
+    if (!content) {
+        report.findings.push_back(
+            {kcheck::Verdict::Warn, file, "file", 0, path + " is not there",
+             check == kcheck::CheckConfig
+                 ? "the defaults hold: Orvanta, rdonly, open -a without quotes"
+                 : "no setup package is run"});
+        return true;
+    }
+    check(report, path, *content);
+    kcheck::CheckModes(report, file, path);
+    return true;
+}
+
+static int Run(const Arguments &arguments)
+{
+    kcheck::Report report;
+    const bool named = !arguments.config.empty();
+    const std::string config = named ? arguments.config : arguments.root + kConfig;
+    if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
+        return tools::kExitCouldNot;
+    const bool sysNamed = !arguments.sysConfig.empty();
+    const std::string sysConfig = sysNamed ? arguments.sysConfig : arguments.root + kSysConfig;
+    if ((sysNamed || !named) &&
+        !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
+        return tools::kExitCouldNot;
+    if (!named)
+        kcheck::CheckMachine(report, arguments.root, config);
+    const std::string text =
+        arguments.json ? kcheck::RenderJson(report) : kcheck::RenderText(report);
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        return tools::CouldNot(kProgram, std::string("standard output: ") + strerror(errno));
+    return kcheck::Worst(report) == kcheck::Verdict::Pass ? tools::kExitFine : tools::kExitFound;
+}
+
+// Takes the options. Returns an exit status when there is nothing more to do, else -1.
+static int TakeArguments(int argc, char **argv, Arguments &arguments)
+{
+    static const option kOptions[] = {
+        {"help", no_argument, nullptr, 'h'},
+        {"json", no_argument, nullptr, 'j'},
+        {"root", required_argument, nullptr, 'r'},
+        {"version", no_argument, nullptr, 'v'},
+        {nullptr, 0, nullptr, 0},
+    };
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+        switch (letter) {
+        case 'h': fputs(kUsage, stdout); return tools::kExitFine;
+        case 'j': arguments.json = true; break;
+        case 'r': arguments.root = optarg; break;
+        case 'v': tools::PrintVersion(kProgram); return tools::kExitFine;
+        default: fputs(kUsage, stderr); return tools::kExitCouldNot;
+        }
+    }
+    if (argc - optind > 2 || (optind < argc && !arguments.root.empty())) {
+        fputs(kUsage, stderr);
+        return tools::kExitCouldNot;
+    }
+    if (optind < argc)
+        arguments.config = argv[optind];
+    if (optind + 1 < argc)
+        arguments.sysConfig = argv[optind + 1];
+    return -1;
+}
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    const int status = TakeArguments(argc, argv, arguments);
+    return status != -1 ? status : Run(arguments);
+}

@@ -1,0 +1,31 @@
+// rules.h - the checks. Each adds what it finds to a report.
+#ifndef TOOLS_CHECK_RULES_H
+#define TOOLS_CHECK_RULES_H
+
+#include <string>
+#include <string_view>
+
+#include "tools/check/report.h"
+
+namespace kcheck
+{
+
+// What both files can have: byte-order marks, line ends, zero bytes, long lines.
+void CheckBytes(Report &report, const std::string &file, std::string_view content);
+
+// The daemon's configuration at `path`, of which `content` is the content.
+void CheckConfig(Report &report, const std::string &path, std::string_view content);
+
+// The installed application's SysConfig.dat.
+void CheckSysConfig(Report &report, const std::string &path, std::string_view content);
+
+// Type and mode of the file, which is called `file` in the report, and of its folder.
+void CheckModes(Report &report, const std::string &file, const std::string &path);
+
+// What the machine under `root` ("" for this one) has beside the files: the log's folder, the
+// volume that `config` names and the application on it.
+void CheckMachine(Report &report, const std::string &root, const std::string &configPath);
+
+}  // namespace kcheck
+
+#endif
