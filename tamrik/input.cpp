@@ -9,7 +9,6 @@
 #include "tamrik/tamrik.h"
 
 #include <ctype.h>
-#include <float.h>
 #include <langinfo.h>
 #include <limits.h>
 #include <stdint.h>
@@ -1248,38 +1247,6 @@ static bool KeepNumber(Field<Char> *field)
     return KeepDigits(field, 10);
 }
 
-// Adds the digits that follow to the number, and goes past them.
-static inline const char *AddDigits(const char *text, uint64_t *number)
-{
-    for (; *text >= '0' && *text <= '9'; ++text)
-        *number = *number * 10 + static_cast<uint64_t>(*text - '0');
-    return text;
-}
-
-// What strtod makes of a plain decimal number that a double can hold without its point, without asking
-// it: up to 15 digits are an exact double, and so is each of these powers, so that the one division
-// rounds as strtod does. False for any other text.
-static bool ConvertPlainDecimal(const char *text, double *value)
-{
-    static const double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                     1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    const ptrdiff_t mostDigits = 15;
-    if (FLT_EVAL_METHOD != 0)
-        return false;
-    const bool isNegative = *text == '-';
-    if (*text == '-' || *text == '+')
-        ++text;
-    uint64_t number = 0;
-    const char *point = AddDigits(text, &number);
-    const char *behind = *point == '.' ? point + 1 : point;
-    const char *end = AddDigits(behind, &number);
-    if (*end != '\0' || (point - text) + (end - behind) > mostDigits)
-        return false;
-    const double magnitude = static_cast<double>(static_cast<int64_t>(number));
-    *value = (isNegative ? -magnitude : magnitude) / kPowers[end - behind];
-    return true;
-}
-
 template <typename Char>
 static void StoreFloat(const Spec<Char> &spec, const char *text)
 {
@@ -1288,9 +1255,7 @@ static void StoreFloat(const Spec<Char> &spec, const char *text)
         memcpy(spec.dest, &value, sizeof value);
         return;
     }
-    double value = 0;
-    if (!ConvertPlainDecimal(text, &value))
-        value = strtod(text, nullptr);
+    const double value = strtod(text, nullptr);
     if (spec.size == kLongSize || spec.size == k64BitSize) {
         memcpy(spec.dest, &value, sizeof value);
         return;

@@ -34,6 +34,9 @@ static bool IsHeld(const void *memory)
     return false;
 }
 
+constexpr double kOtherValue = 4711;                     // what strtod returns while it is watched
+static std::vector<std::string> *g_converted = nullptr;  // the texts that it was given
+
 extern "C" {
 void *__real_malloc(std::size_t size);
 void __real_free(void *memory);
@@ -41,6 +44,8 @@ void *__real_memset(void *memory, int value, std::size_t size);
 void *__wrap_malloc(std::size_t size);
 void __wrap_free(void *memory);
 void *__wrap_memset(void *memory, int value, std::size_t size);
+double __real_strtod(const char *text, char **end);
+double __wrap_strtod(const char *text, char **end);
 
 void *__wrap_malloc(std::size_t size)
 {
@@ -79,6 +84,14 @@ void *__wrap_memset(void *memory, int value, std::size_t size)
     if (g_isWatching && value == 0 && size == kLocalSize && !IsHeld(memory))
         ++g_localWipes;
     return __real_memset(memory, value, size);
+}
+
+double __wrap_strtod(const char *text, char **end)
+{
+    if (g_converted == nullptr)
+        return __real_strtod(text, end);
+    g_converted->emplace_back(text);
+    return kOtherValue;
 }
 }
 
@@ -201,6 +214,26 @@ TEST_CASE("a float whose text finds no memory is no field, and nothing leaks")
         CHECK_FALSE(seen.hasFreedText);
         CHECK(seen.localWipes == 1);
         CHECK(errno == 77);
+    }
+}
+
+TEST_CASE("the text of a float is given to strtod as it was read, its sign included")
+{
+    for (const std::string text :
+         {"0", "1.5", "-12.25", "+3", "1e5", "-.5", "7.", "0x1p4", "-inf"}) {
+        std::vector<std::string> converted;
+        double value = 0;
+        float smaller = 0;
+        g_converted = &converted;
+        const int result = Run(&text, "%lf", &value);
+        const int smallerResult = Run(&text, "%f", &smaller);
+        g_converted = nullptr;
+        CAPTURE(text);
+        CHECK(result == 1);
+        CHECK(value == kOtherValue);
+        CHECK(smallerResult == 1);
+        CHECK(smaller == static_cast<float>(kOtherValue));
+        CHECK(converted == std::vector<std::string>{text, text});
     }
 }
 
