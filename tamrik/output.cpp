@@ -359,15 +359,23 @@ static constexpr unsigned UnsizedCapital(const Call<wchar_t> * /*call*/)
     return kShort;
 }
 
+// Whether the shift state of an earlier call is to be reset now. An encoding of single bytes has none;
+// converting a zero leaves the initial one behind.
+template <class Char>
+static bool IsFirstConversion(Call<Char> *call)
+{
+    const bool isFirst = !call->isShiftStateReset;
+    call->isShiftStateReset = true;
+    return isFirst && MB_CUR_MAX > 1;
+}
+
 // Converts the first character of `text` into the engine's own width; `to` takes MB_LEN_MAX of them.
 // Stores how much of the text was used and returns how many characters came out, or -1.
 static int ToOwnWidth(Call<char> *call, WideText text, char *to, int *used)
 {
     const int savedErrno = errno;
-    if (!call->isShiftStateReset) {
-        static_cast<void>(wctomb(nullptr, L'\0'));
-        call->isShiftStateReset = true;
-    }
+    if (IsFirstConversion(call))
+        static_cast<void>(wctomb(to, L'\0'));
     const int length = wctomb(to, *text.text);
     errno = savedErrno;
     *used = 1;
@@ -377,10 +385,8 @@ static int ToOwnWidth(Call<char> *call, WideText text, char *to, int *used)
 static int ToOwnWidth(Call<wchar_t> *call, NarrowText text, wchar_t *to, int *used)
 {
     const int savedErrno = errno;
-    if (!call->isShiftStateReset) {
+    if (IsFirstConversion(call))
         static_cast<void>(mbtowc(nullptr, nullptr, 0));
-        call->isShiftStateReset = true;
-    }
     *to = L'\0';
     const int length = mbtowc(to, text.text, static_cast<size_t>(text.length));
     errno = savedErrno;
