@@ -16,8 +16,7 @@
 
 static const char kSourceFile[] = "Common/INI";
 static const size_t kHeaderSize = 128;
-static const size_t kBlockSize =
-    4096;  // read at a time; on the stack, which saves the stream its own
+static const size_t kBlockSize = 4096;  // read at a time: on the stack, not the stream's own
 
 // ---- Module state -------------------------------------------------------------------------------
 

@@ -20,9 +20,10 @@
 
 static const char kSourceFile[] = "src/ActiveVolumeProgram";
 
-static const size_t kLineSize = 1024;  // bytes of one line, and of a key or value
-static const size_t kNameSize = 512;   // bytes of the setup file's name
-static const size_t kNumberSize = 8;   // bytes of a duplicate's number: at most seven digits
+static const size_t kLineSize = 1024;     // bytes of one line, and of a key or value
+static const size_t kNameSize = 512;      // bytes of the setup file's name
+static const size_t kNumberSize = 8;      // bytes of a duplicate's number: at most seven digits
+static const size_t kCommandRoom = 2048;  // bytes of a command line beside its open prefix
 
 static const int kTryInterval = 2;       // seconds between two looks for a volume
 static const int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
@@ -338,7 +339,8 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
     const char *name = pVPStr != nullptr ? pVPStr : "";
     const size_t nameLength = strlen(name);
     const size_t directoryLength = IsEmpty(directory) ? 0 : strlen(directory);
-    const size_t workSize = directoryLength + 2 * nameLength + 9;
+    // The directory, the split name, a space and a number with its zero.
+    const size_t workSize = directoryLength + 2 * nameLength + 1 + kNumberSize;
     char *work = static_cast<char *>(malloc(workSize));
     if (work == nullptr)
         return false;
@@ -497,7 +499,7 @@ bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char 
 
     // 7. Room for the two commands.
     const size_t prefixLength = strlen(openPrefix);
-    const size_t commandSize = prefixLength + 2048;
+    const size_t commandSize = prefixLength + kCommandRoom;
     char *command = static_cast<char *>(malloc(commandSize));
     if (command == nullptr) {
         Log(kSourceFile, "RunSDProgram", "malloc failed, RunSDProgram exit false");
@@ -513,7 +515,7 @@ bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char 
         return false;
     }
 
-    // 9. The first command must fit.
+    // 9. The first command must fit, with its slash and its closing quote.
     if (prefixLength + strlen(volumesDir) + strlen(text) + strlen(name) + 2 >= commandSize) {
         Log(kSourceFile, "RunSDProgram",
             "filename or path is too long to can't open, RunSDProgram exit false");  // sic
@@ -546,7 +548,7 @@ bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char 
         return false;
     }
 
-    // 13. The second command must fit.
+    // 13. The second command must fit, with its slash, ".pkg" and its closing quote.
     if (prefixLength + strlen(text) + strlen(name) + 6 >= commandSize) {
         Log(kSourceFile, "RunSDProgram",
             "SDProgram's name is too long to can't run, RunSDProgram exit false");  // sic
