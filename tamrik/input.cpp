@@ -31,6 +31,7 @@ static const size_t kMarkSize = sizeof kByteOrderMark;
 static const int kMostConsumed = INT_MAX / 2;
 
 static const size_t kFloatTextSize = 350;
+static const size_t kLineSize = 64;  // of the processor's cache
 static const size_t kLargestHeapText = 0x7FFFFFFF;
 static const unsigned int kLargestNarrowSize = 0x7FFFFFFF;
 static const unsigned int kLargestWideSize = 0x1FFFFFFF;
@@ -346,16 +347,16 @@ static void EnterSource(Reader *reader, InputSource *source)
     reader->lastCount = 0;
 }
 
-static void LeaveSource(Reader *reader, bool isWide)
+static inline void LeaveSource(Reader *reader, bool isWide)
 {
     InputSource *source = reader->source;
-    if (source->kind & kStandardInput) {
+    if (reader->begin != nullptr) {
+        source->cur = reader->at;
+        source->count -= static_cast<int>(reader->at - reader->begin);
+    } else if (source->kind & kStandardInput) {
         LeaveStandardInput(reader, isWide);
     } else if (source->kind & kFile) {
         LeaveFile(reader);
-    } else if (reader->begin != nullptr) {
-        source->cur = reader->at;
-        source->count -= static_cast<int>(reader->at - reader->begin);
     }
 }
 
@@ -372,15 +373,30 @@ static bool IsUsable(const InputSource *source)
 
 // ---- White space ----
 
-// Characters that print are no white space in any locale, which spares asking for most of them.
+// Characters that print are no white space in any locale, and the six of C are it in every one, which
+// spares asking for nearly all.
+static inline bool IsPrinting(Unit ch)
+{
+    return ch > ' ' && ch <= '~';
+}
+
+static inline bool IsPlainSpace(Unit ch)
+{
+    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+}
+
 static inline bool IsSpace(char /*tag*/, Unit ch)
 {
-    return (ch <= ' ' || ch > '~') && ch >= 0 && isspace(static_cast<int>(ch));
+    if (IsPrinting(ch) || ch < 0)
+        return false;
+    return IsPlainSpace(ch) || isspace(static_cast<int>(ch));
 }
 
 static inline bool IsSpace(wchar_t /*tag*/, Unit ch)
 {
-    return (ch <= ' ' || ch > '~') && ch >= 0 && iswspace(static_cast<wint_t>(ch));
+    if (IsPrinting(ch) || ch < 0)
+        return false;
+    return IsPlainSpace(ch) || iswspace(static_cast<wint_t>(ch));
 }
 
 int _whiteout(int *counter, InputSource *source)
@@ -435,7 +451,7 @@ struct FloatText {
     size_t used;
     size_t size;
     int onHeap;
-    char local[kFloatTextSize];
+    alignas(kLineSize) char local[kFloatTextSize];  // which is wiped faster than across lines
 };
 
 // There is always room for one character more; false when there could not be made any.
@@ -572,52 +588,70 @@ static inline void GiveBack(Scan<wchar_t> *scan, Unit ch)
     scan->charsOfStream -= IsFromString(scan) ? 0 : 1;
 }
 
-// A field of a number while it is read. As long as it is open it has the string's place for itself,
-// so that the compiler can keep that in a register.
+// A field of a number while it is read.
 template <typename Char>
 struct Field {
     Scan<Char> *scan;
-    const char *at;
-    const char *end;
     int64_t left;        // how many characters more it may have
     Unit ch;             // the next character, kEnd or kFieldFull
     bool isOutOfMemory;  // a float's text could not grow: the field ends there
 };
 
-static inline void Advance(Field<char> *field)
+// The same in a narrow string, where the next character is the one at `at`. As long as the field is
+// open it has the string's place for itself, so that the compiler can keep that in a register.
+struct StringField {
+    Scan<char> *scan;
+    const char *at;
+    const char *end;  // where the field's width or the string ends
+    Unit ch;
+    bool isOutOfMemory;
+    Unit atEnd;  // what comes at the end: kEnd or kFieldFull
+};
+
+template <typename Char>
+static inline void Advance(Field<Char> *field)
 {
-    if (field->left == 0) {
-        field->ch = kFieldFull;
-        return;
-    }
-    --field->left;
-    if (field->at != field->end) {
-        field->ch = static_cast<unsigned char>(*field->at++);
-        return;
-    }
-    field->scan->reader.at = field->at;
-    field->ch = Next(field->scan);
+    field->ch = field->left == 0 ? kFieldFull : Next(field->scan);
+    field->left -= field->left == 0 ? 0 : 1;
 }
 
-static inline void Advance(Field<wchar_t> *field)
+static inline void LookAt(StringField *field, const char *at)
 {
-    if (field->left == 0) {
-        field->ch = kFieldFull;
-        return;
-    }
-    --field->left;
-    field->ch = Next(field->scan);
+    field->at = at;
+    field->ch = at != field->end ? AsUnit(*at) : field->atEnd;
 }
 
-static inline void LeaveField(const Field<char> &field)
+static inline void Advance(StringField *field)
+{
+    LookAt(field, field->at + 1);
+}
+
+// Ends the field behind the character that was the next.
+template <typename Char>
+static inline void EndBehind(Field<Char> *field)
+{
+    field->left = 0;
+    field->ch = kFieldFull;
+}
+
+static inline void EndBehind(StringField *field)
+{
+    field->end = field->at + 1;
+    field->atEnd = kFieldFull;
+    Advance(field);
+}
+
+template <typename Char>
+static inline void LeaveField(const Field<Char> &field)
+{
+    GiveBack(field.scan, field.ch);
+}
+
+static inline void LeaveField(const StringField &field)
 {
     field.scan->reader.at = field.at;
-    GiveBack(field.scan, field.ch);
-}
-
-static inline void LeaveField(const Field<wchar_t> &field)
-{
-    GiveBack(field.scan, field.ch);
+    if (field.at == field.end && field.atEnd == kEnd)
+        field.scan->isAtEnd = true;
 }
 
 template <typename Char>
@@ -629,18 +663,63 @@ static inline int64_t FieldWidth(const Spec<Char> &spec)
 template <typename Char>
 static inline Field<Char> EnterField(Scan<Char> *scan, const Spec<Char> &spec)
 {
-    Field<Char> field = {scan, scan->reader.at, scan->reader.end, FieldWidth(spec), kEnd, false};
+    Field<Char> field = {scan, FieldWidth(spec), kEnd, false};
     Advance(&field);
     return field;
 }
 
+static inline StringField EnterStringField(Scan<char> *scan, const Spec<char> &spec)
+{
+    const char *at = scan->reader.at;
+    const int64_t there = scan->reader.end - at;
+    const bool isCut = FieldWidth(spec) <= there;
+    StringField field = {scan, at,    at + (isCut ? FieldWidth(spec) : there),
+                         kEnd, false, isCut ? kFieldFull : kEnd};
+    LookAt(&field, at);
+    return field;
+}
+
+// Reads a number's field with read(), which takes either kind of field.
+template <typename Read>
+static inline Outcome ReadField(Scan<char> *scan, const Spec<char> &spec, Read read)
+{
+    if (IsFromString(scan)) {
+        StringField field = EnterStringField(scan, spec);
+        return read(&field);
+    }
+    Field<char> field = EnterField(scan, spec);
+    return read(&field);
+}
+
+template <typename Read>
+static inline Outcome ReadField(Scan<wchar_t> *scan, const Spec<wchar_t> &spec, Read read)
+{
+    Field<wchar_t> field = EnterField(scan, spec);
+    return read(&field);
+}
+
+// Skips blanks one by one, up to the end of the input.
 template <typename Char>
-static inline void SkipBlanks(Scan<Char> *scan)
+[[gnu::noinline]] static void SkipBlanksSingly(Scan<Char> *scan)
 {
     Unit ch = Next(scan);
     while (IsSpace(Char{}, ch))
         ch = Next(scan);
     GiveBack(scan, ch);
+}
+
+static inline void SkipBlanks(Scan<char> *scan)
+{
+    Reader *reader = &scan->reader;
+    while (reader->at != reader->end && IsSpace(char{}, AsUnit(*reader->at)))
+        ++reader->at;
+    if (reader->at == reader->end)
+        SkipBlanksSingly(scan);
+}
+
+static inline void SkipBlanks(Scan<wchar_t> *scan)
+{
+    SkipBlanksSingly(scan);
 }
 
 // ---- Literal text ----
@@ -875,46 +954,79 @@ static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec<wchar
     return Belongs(spec, ch);
 }
 
-// Copies up to most characters as long as they pass; returns how many did.
+// Copies up to most characters as long as they pass, from the one at count on; returns how many did.
 template <typename Test>
-static inline int64_t CopyWhile(char *dest, const char *at, int64_t most, Test passes)
+static inline int64_t CopyWhile(char *dest, const char *at, int64_t count, int64_t most,
+                                Test passes)
 {
-    int64_t count = 0;
     for (; count < most && passes(AsUnit(at[count])); ++count)
         dest[count] = at[count];
     return count;
 }
 
+// Whether all bytes of a block print: its sums and differences carry into a byte's highest bit where
+// one is above '~' or below '!', and at most into more bytes than are.
+static inline bool IsPrintingBlock(uint64_t block)
+{
+    const uint64_t everyByte = UINT64_C(0x0101010101010101);
+    const uint64_t isAbove = block | (block + everyByte * (0x7F - '~'));
+    const uint64_t isBelow = block - everyByte * '!';
+    return ((isAbove | isBelow) & everyByte * 0x80) == 0;
+}
+
+// The same with characters that are no white space, those that print in blocks.
+[[gnu::noinline]] static int64_t CopyWord(char *dest, const char *at, int64_t most)
+{
+    int64_t count = 0;
+    uint64_t block = 0;
+    const int64_t size = sizeof block;
+    for (; most - count >= size; count += size) {
+        memcpy(&block, at + count, sizeof block);
+        if (!IsPrintingBlock(block))
+            break;
+        memcpy(dest + count, &block, sizeof block);
+    }
+    return CopyWhile(dest, at, count, most, [](Unit ch) { return !IsSpace(char{}, ch); });
+}
+
+// The same with the members of a set.
+[[gnu::noinline]] static int64_t CopyMembers(char *dest, const char *at, int64_t most,
+                                             const Set<char> &set)
+{
+    return CopyWhile(dest, at, 0, most, [&set](Unit ch) { return IsInSet(set, ch); });
+}
+
 // Stores as much of a string's field as needs no second look: narrow text that is there, belongs to
-// the field and has room. What comes then, ReadText finds out. Returns how many characters it was.
-static inline int64_t StoreRun(Scan<char> *scan, const Spec<char> &spec, Text *text, int64_t left)
+// the field and has room. Takes what it read from *left, and all where the next character ends the
+// field; else ReadText finds out what comes then. Returns how many characters it was.
+static inline int64_t StoreRun(Scan<char> *scan, const Spec<char> &spec, Text *text, int64_t *left)
 {
     if (text->isWide || !text->isStored)
         return 0;
     const char *at = scan->reader.at;
     const int64_t there = scan->reader.end - at;
     const int64_t room = static_cast<int64_t>(text->size);
-    int64_t most = left < there ? left : there;
+    int64_t most = *left < there ? *left : there;
     most = most < room ? most : room;
     if (most == 0)
         return 0;
 
     int64_t count = most;
     if (spec.type == 's') {
-        count = CopyWhile(text->dest, at, most, [](Unit ch) { return !IsSpace(char{}, ch); });
+        count = CopyWord(text->dest, at, most);
     } else if (spec.type == 'c') {
         memcpy(text->dest, at, static_cast<size_t>(most));
     } else {
-        const Set<char> set = spec.set;
-        count = CopyWhile(text->dest, at, most, [&set](Unit ch) { return IsInSet(set, ch); });
+        count = CopyMembers(text->dest, at, most, spec.set);
     }
     scan->reader.at += count;
     text->used = static_cast<size_t>(count);
+    *left = count < most ? 0 : *left - count;
     return count;
 }
 
 static inline int64_t StoreRun(Scan<wchar_t> * /*tag*/, const Spec<wchar_t> & /*tag*/,
-                               Text * /*tag*/, int64_t /*tag*/)
+                               Text * /*tag*/, int64_t * /*tag*/)
 {
     return 0;
 }
@@ -925,9 +1037,7 @@ template <typename Char>
 static Outcome ReadText(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
 {
     int64_t left = spec.type == 'c' && !spec.hasWidth ? 1 : FieldWidth(spec);
-    const int64_t run = StoreRun(scan, spec, text, left);
-    left -= run;
-    bool isEmpty = run == 0;
+    bool isEmpty = StoreRun(scan, spec, text, &left) == 0;
     Unit ch = kFieldFull;
     for (; left > 0; --left) {
         ch = NextOfText(scan, *text);
@@ -981,14 +1091,29 @@ struct Integer {
     bool hasDigits;
 };
 
+static const unsigned int kNoDigit = UCHAR_MAX;
+
+struct DigitTable {
+    unsigned char values[UCHAR_MAX + 1];
+};
+
+static consteval DigitTable MakeDigitTable()
+{
+    DigitTable table = {};
+    for (unsigned char &value : table.values)
+        value = kNoDigit;
+    for (unsigned char digit = 0; digit < 16; ++digit) {
+        table.values[static_cast<unsigned char>("0123456789abcdef"[digit])] = digit;
+        table.values[static_cast<unsigned char>("0123456789ABCDEF"[digit])] = digit;
+    }
+    return table;
+}
+
+static constexpr DigitTable kDigits = MakeDigitTable();
+
 static inline unsigned int DigitValue(Unit ch)
 {
-    if (ch >= '0' && ch <= '9')
-        return static_cast<unsigned int>(ch - '0');
-    const Unit lower = ch | 0x20;
-    if (lower >= 'a' && lower <= 'f')
-        return static_cast<unsigned int>(lower - 'a' + 10);
-    return UINT_MAX;
+    return ch >= 0 && ch <= UCHAR_MAX ? kDigits.values[ch] : kNoDigit;
 }
 
 static inline void AddDigit(Integer *value, unsigned int base, unsigned int digit)
@@ -1000,6 +1125,27 @@ static inline void AddDigit(Integer *value, unsigned int base, unsigned int digi
         value->isTooLarge = true;
     else
         value->magnitude = larger;
+}
+
+// Adds the first digits of a string at once: as many as there are, of those that 64 bits always have
+// room for. What comes then, ReadIntegerField finds out.
+static inline void AddRun(StringField *field, unsigned int base, Integer *value)
+{
+    const ptrdiff_t alwaysFit = base == 16 ? 16 : 19;
+    const bool isShort = field->end - field->at <= alwaysFit;
+    const char *const end = isShort ? field->end : field->at + alwaysFit;
+    const char *at = field->at;
+    uint64_t magnitude = 0;
+    for (; at != end && DigitValue(AsUnit(*at)) < base; ++at)
+        magnitude = magnitude * base + DigitValue(AsUnit(*at));
+    value->magnitude = magnitude;
+    value->hasDigits |= at != field->at;
+    LookAt(field, at);
+}
+
+template <typename Char>
+static inline void AddRun(Field<Char> * /*tag*/, unsigned int /*tag*/, Integer * /*tag*/)
+{
 }
 
 // A value that no 64 bits hold becomes the nearest that they do; unsigned ones with a '-' wrap.
@@ -1038,8 +1184,8 @@ static inline bool IsLetter(Unit ch, char lower)
 }
 
 // Goes past "(nil)", in either case.
-template <typename Char>
-static inline bool PassNull(Field<Char> *field)
+template <typename AnyField>
+static inline bool PassNull(AnyField *field)
 {
     for (const char *word = "(nil)"; *word != '\0'; ++word) {
         if (!IsLetter(field->ch, *word))
@@ -1051,8 +1197,8 @@ static inline bool PassNull(Field<Char> *field)
 
 // Reads the "0x" that base 16 may have, and finds the base that a base of 0 stands for. A zero that no
 // 'x' follows is a digit.
-template <typename Char>
-static inline unsigned int ReadPrefix(Field<Char> *field, unsigned int base, Integer *value)
+template <typename AnyField>
+static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Integer *value)
 {
     if (field->ch != '0' || (base != 0 && base != 16))
         return base == 0 ? 10 : base;
@@ -1065,28 +1211,28 @@ static inline unsigned int ReadPrefix(Field<Char> *field, unsigned int base, Int
     return base == 0 ? 8 : base;
 }
 
-template <typename Char>
-static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned int base,
-                           bool isSigned)
+template <typename AnyField, typename Char>
+static inline Outcome ReadIntegerField(AnyField *field, const Spec<Char> &spec, unsigned int base,
+                                       bool isSigned)
 {
     Integer value = {};
-    Field<Char> field = EnterField(scan, spec);
-    if (field.ch == kEnd)
+    if (field->ch == kEnd)
         return kInputEnd;
-    if (spec.type == 'p' && field.ch == '(') {
-        value.hasDigits = PassNull(&field);
+    if (spec.type == 'p' && field->ch == '(') {
+        value.hasDigits = PassNull(field);
     } else {
-        value.isNegative = field.ch == '-';
-        if (field.ch == '-' || field.ch == '+')
-            Advance(&field);
-        base = ReadPrefix(&field, base, &value);
-        for (unsigned int digit = DigitValue(field.ch); digit < base;
-             digit = DigitValue(field.ch)) {
+        value.isNegative = field->ch == '-';
+        if (field->ch == '-' || field->ch == '+')
+            Advance(field);
+        base = ReadPrefix(field, base, &value);
+        AddRun(field, base, &value);
+        for (unsigned int digit = DigitValue(field->ch); digit < base;
+             digit = DigitValue(field->ch)) {
             AddDigit(&value, base, digit);
-            Advance(&field);
+            Advance(field);
         }
     }
-    LeaveField(field);
+    LeaveField(*field);
     if (!value.hasDigits)
         return kNoMatch;
     if (!spec.isSuppressed)
@@ -1095,58 +1241,57 @@ static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned in
     return kDone;
 }
 
+template <typename Char>
+static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned int base,
+                           bool isSigned)
+{
+    return ReadField(scan, spec,
+                     [&](auto *field) { return ReadIntegerField(field, spec, base, isSigned); });
+}
+
 // ---- Floating point ----
 
 // Keeps text in place of the next character, and goes on to the one behind it.
-template <typename Char>
-static inline void Keep(Field<Char> *field, char text)
+template <typename AnyField>
+static inline void Keep(AnyField *field, char text)
 {
     if (Append(&field->scan->number, text)) {
         Advance(field);
         return;
     }
     field->isOutOfMemory = true;
-    field->ch = kFieldFull;
+    EndBehind(field);
 }
 
-template <typename Char>
-static inline void KeepNext(Field<Char> *field)
+template <typename AnyField>
+static inline void KeepNext(AnyField *field)
 {
     Keep(field, static_cast<char>(field->ch));
 }
 
 // Keeps as many digits of a string as there are and as have room in the text buffer, at once. What
 // comes then, KeepDigits finds out. Returns how many digits it was.
-static inline int64_t KeepRun(Field<char> *field, unsigned int base)
+static inline int64_t KeepRun(StringField *field, unsigned int base)
 {
     FloatText *number = &field->scan->number;
-    const char *at = field->at;
     const int64_t room = static_cast<int64_t>(number->size - number->used) - 1;
-    int64_t most = field->end - at;
-    most = most < field->left ? most : field->left;
-    most = most < room ? most : room;
-
-    char *to = number->text + number->used;
-    Unit ch = field->ch;
-    int64_t count = 0;
-    for (; count < most && DigitValue(ch) < base; ++count) {
-        to[count] = static_cast<char>(ch);
-        ch = AsUnit(at[count]);
-    }
-    field->ch = ch;
-    field->at += count;
-    field->left -= count;
+    const int64_t there = field->end - field->at;
+    const int64_t count =
+        CopyWhile(number->text + number->used, field->at, 0, there < room ? there : room,
+                  [base](Unit ch) { return DigitValue(ch) < base; });
+    LookAt(field, field->at + count);
     number->used += static_cast<size_t>(count);
     return count;
 }
 
-static inline int64_t KeepRun(Field<wchar_t> * /*tag*/, unsigned int /*tag*/)
+template <typename Char>
+static inline int64_t KeepRun(Field<Char> * /*tag*/, unsigned int /*tag*/)
 {
     return 0;
 }
 
-template <typename Char>
-static inline bool KeepDigits(Field<Char> *field, unsigned int base)
+template <typename AnyField>
+static inline bool KeepDigits(AnyField *field, unsigned int base)
 {
     bool hasDigits = KeepRun(field, base) > 0;
     while (DigitValue(field->ch) < base) {
@@ -1156,15 +1301,15 @@ static inline bool KeepDigits(Field<Char> *field, unsigned int base)
     return hasDigits;
 }
 
-template <typename Char>
-static void KeepSign(Field<Char> *field)
+template <typename AnyField>
+static void KeepSign(AnyField *field)
 {
     if (field->ch == '-' || field->ch == '+')
         KeepNext(field);
 }
 
-template <typename Char>
-static bool KeepWord(Field<Char> *field, const char *word)
+template <typename AnyField>
+static bool KeepWord(AnyField *field, const char *word)
 {
     for (; *word != '\0'; ++word) {
         if (!IsLetter(field->ch, *word))
@@ -1174,8 +1319,8 @@ static bool KeepWord(Field<Char> *field, const char *word)
     return true;
 }
 
-template <typename Char>
-static bool KeepNan(Field<Char> *field)
+template <typename AnyField>
+static bool KeepNan(AnyField *field)
 {
     if (!KeepWord(field, "nan"))
         return false;
@@ -1192,7 +1337,8 @@ static bool KeepNan(Field<Char> *field)
 }
 
 // Keeps the locale's decimal point if it is next; false when only its first bytes are there.
-static bool KeepPoint(Field<char> *field)
+template <typename AnyField>
+static bool KeepPoint(AnyField *field)
 {
     const char *point = nl_langinfo(RADIXCHAR);
     if (field->ch != AsUnit(*point))
@@ -1222,8 +1368,8 @@ static bool KeepPoint(Field<wchar_t> *field)
     return true;
 }
 
-template <typename Char>
-static bool KeepNumber(Field<Char> *field)
+template <typename AnyField>
+static bool KeepNumber(AnyField *field)
 {
     bool isHex = false;
     bool hasDigits = field->ch == '0';
@@ -1264,30 +1410,35 @@ static void StoreFloat(const Spec<Char> &spec, const char *text)
     memcpy(spec.dest, &rounded, sizeof rounded);
 }
 
-template <typename Char>
-static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
+template <typename AnyField, typename Char>
+static inline Outcome ReadFloatField(AnyField *field, const Spec<Char> &spec)
 {
-    FloatText *number = &scan->number;
+    FloatText *number = &field->scan->number;
     number->used = 0;
-    Field<Char> field = EnterField(scan, spec);
-    if (field.ch == kEnd)
+    if (field->ch == kEnd)
         return kInputEnd;
-    KeepSign(&field);
+    KeepSign(field);
     bool isNumber = false;
-    if (IsLetter(field.ch, 'i'))
+    if (IsLetter(field->ch, 'i'))
         isNumber =
-            KeepWord(&field, "inf") && (!IsLetter(field.ch, 'i') || KeepWord(&field, "inity"));
-    else if (IsLetter(field.ch, 'n'))
-        isNumber = KeepNan(&field);
+            KeepWord(field, "inf") && (!IsLetter(field->ch, 'i') || KeepWord(field, "inity"));
+    else if (IsLetter(field->ch, 'n'))
+        isNumber = KeepNan(field);
     else
-        isNumber = KeepNumber(&field);
-    LeaveField(field);
-    if (!isNumber || field.isOutOfMemory)
+        isNumber = KeepNumber(field);
+    LeaveField(*field);
+    if (!isNumber || field->isOutOfMemory)
         return kNoMatch;
     number->text[number->used] = '\0';
     if (!spec.isSuppressed)
         StoreFloat(spec, number->text);
     return kDone;
+}
+
+template <typename Char>
+static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
+{
+    return ReadField(scan, spec, [&](auto *field) { return ReadFloatField(field, spec); });
 }
 
 // ---- Specifications ----
@@ -1297,8 +1448,8 @@ static const Char *ReadWidth(const Char *format, Spec<Char> *spec)
 {
     spec->hasWidth = true;
     for (; *format >= '0' && *format <= '9'; ++format) {
-        const int digit = static_cast<int>(*format - '0');
-        spec->width = spec->width > (INT_MAX - digit) / 10 ? INT_MAX : spec->width * 10 + digit;
+        const int64_t width = int64_t{spec->width} * 10 + (*format - '0');
+        spec->width = width < INT_MAX ? static_cast<int>(width) : INT_MAX;
     }
     return format;
 }
@@ -1394,32 +1545,34 @@ static const Char *ReadSpec(const Char *format, Spec<Char> *spec)
 
 enum Family { kNoFamily, kPercent, kTextFamily, kNumberFamily, kPosition };
 
-static Family FamilyOf(Unit type)
+static constexpr const char *kConversions[] = {
+    "",                // kNoFamily: whatever no other family has
+    "%",               // kPercent
+    "sScC[",           // kTextFamily
+    "diuoxXpaAeEfgG",  // kNumberFamily
+    "n",               // kPosition
+};
+
+struct FamilyTable {
+    unsigned char families[UCHAR_MAX + 1];
+};
+
+static consteval FamilyTable MakeFamilyTable()
 {
-    switch (type) {
-    case '%': return kPercent;
-    case 's':
-    case 'S':
-    case 'c':
-    case 'C':
-    case '[': return kTextFamily;
-    case 'd':
-    case 'i':
-    case 'u':
-    case 'o':
-    case 'x':
-    case 'X':
-    case 'p':
-    case 'a':
-    case 'A':
-    case 'e':
-    case 'E':
-    case 'f':
-    case 'g':
-    case 'G': return kNumberFamily;
-    case 'n': return kPosition;
-    default: return kNoFamily;
+    FamilyTable table = {};
+    for (unsigned char family = kNoFamily; family <= kPosition; ++family) {
+        for (const char *conversion = kConversions[family]; *conversion != '\0'; ++conversion)
+            table.families[static_cast<unsigned char>(*conversion)] = family;
     }
+    return table;
+}
+
+static constexpr FamilyTable kFamilies = MakeFamilyTable();
+
+static inline Family FamilyOf(Unit type)
+{
+    return type >= 0 && type <= UCHAR_MAX ? static_cast<Family>(kFamilies.families[type])
+                                          : kNoFamily;
 }
 
 // "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with the
@@ -1432,7 +1585,8 @@ static bool IsWideText(Unit type, int wideLetters)
 // ---- Conversions ----
 
 template <typename Char>
-static Outcome ConvertText(Scan<Char> *scan, Spec<Char> *spec, const Char **format)
+[[gnu::noinline]] static Outcome ConvertText(Scan<Char> *scan, Spec<Char> *spec,
+                                             const Char **format)
 {
     Text text = {IsWideText(spec->type, spec->wideLetters), false, nullptr, 0, 0};
     // From here on the case of the letter says no more.
