@@ -772,6 +772,17 @@ static bool CallPlatform(const Call<Char> &call, const Specification<Char> &spec
     return true;
 }
 
+// Writes what the platform printed, unless it is longer than the conversion's `size`. A negative
+// result lowers the count.
+template <class Char>
+static void WritePlatformText(Call<Char> *call, const char *text, int length, int size)
+{
+    if (length < 0)
+        call->charsOut += length;
+    else if (length <= size)
+        WriteText(call, NarrowText{text, length});
+}
+
 template <class Char, class Value>
 static void ConvertFloat(Call<Char> *call, const Specification<Char> &spec, Value value, int extra)
 {
@@ -788,12 +799,8 @@ static void ConvertFloat(Call<Char> *call, const Specification<Char> &spec, Valu
     char *text =
         size < kTextSize ? local : static_cast<char *>(malloc(static_cast<size_t>(size) + 2));
     int length = 0;
-    if (text != nullptr && CallPlatform(*call, spec, precision, value, text, &length)) {
-        if (length < 0)
-            call->charsOut += length;
-        else if (length <= size)
-            WriteText(call, NarrowText{text, length});
-    }
+    if (text != nullptr && CallPlatform(*call, spec, precision, value, text, &length))
+        WritePlatformText(call, text, length, size);
     if (text != local)
         free(text);
     errno = savedErrno;
@@ -1119,6 +1126,34 @@ static void WritePlainPieces(Call<wchar_t> *call)
     WriteLiterals(call);
 }
 
+static inline bool IsFloating(char conversion)
+{
+    const unsigned letter = static_cast<unsigned>(conversion | 0x20) - 'e';
+    return letter <= 'g' - 'e';
+}
+
+// Converts "%f", "%e" and "%g", of either case, which the platform can be handed as they stand when no
+// '*' before them has left a marker. False when something else comes.
+static inline bool ConvertPlainFloat(Call<char> *call)
+{
+    if (*call->next != '%' || !IsFloating(call->next[1]) || call->widthFromArgs ||
+        call->precisionFromArgs)
+        return false;
+    const char subFormat[] = {'%', call->next[1], '\0'};
+    call->next += 2;
+    const int savedErrno = errno;
+    char text[kTextSize];
+    const int length = indirectSprintf(text, subFormat, va_arg(call->arguments->list, double));
+    errno = savedErrno;
+    WritePlatformText(call, text, length, kFloatPrecision + kDoubleExtra);
+    return true;
+}
+
+static bool ConvertPlainFloat(Call<wchar_t> * /*call*/)
+{
+    return false;
+}
+
 // ---- The engine ----
 
 // Whether the machine is outside of any specification.
@@ -1167,7 +1202,7 @@ static inline int Format(OutputStream *stream, const Char *format, Arguments *ar
         WritePlainPieces(&call);
         if (*call.next == '\0' || call.charsOut < 0)
             break;
-        if (!RunMachine(&call))
+        if (!ConvertPlainFloat(&call) && !RunMachine(&call))
             return -1;
     } while (call.charsOut >= 0);
     return call.charsOut;
