@@ -447,11 +447,12 @@ int __check_float_string(size_t used, size_t *size, char **buffer, char *localBu
 }
 
 struct FloatText {
+    // At the start of a cache line it is wiped faster than across.
+    alignas(kLineSize) char local[kFloatTextSize];
+    int onHeap;
     char *text;
     size_t used;
     size_t size;
-    int onHeap;
-    alignas(kLineSize) char local[kFloatTextSize];  // which is wiped faster than across lines
 };
 
 // There is always room for one character more; false when there could not be made any.
