@@ -200,6 +200,16 @@ TEST_CASE("mounts end in the order in which they were asked for")
           "no-completion Not opened: the mount was asked for (line 9) and no completion has come.");
 }
 
+TEST_CASE("an arrival whose deciding lines are missing is left open")
+{
+    LogBuilder log = UpToConsole();
+    log.number += 20;
+    log.Mount("DiskMountCallback exit").Inserted().MountEnds().Mount("are not same return.....");
+    CHECK(OnlySentence(log) ==
+          "unfinished Whether it was opened is not in the log: lines are missing behind line 7.; "
+          "other-user Not opened: another user than the daemon's owned the console (line 35).");
+}
+
 TEST_CASE("that a mount ended proves no mount: the time line says so")
 {
     const LogBuilder log = UpToConsole();

@@ -358,6 +358,8 @@ void EndTelling(Teller &teller)
         arrival.sentence = NoCompletionSentence(teller, arrival);
     }
     for (Arrival &arrival : teller.run.arrivals) {
+        if (arrival.sentence.empty())
+            arrival.sentence = UnknownSentence(teller, arrival);
         for (Step &step : arrival.steps) {
             if (!step.ended)
                 step.last = teller.run.last;

@@ -165,6 +165,12 @@ static std::string Doing(const Teller &teller, const Arrival &arrival)
     return "at the step '" + open->name + "'" + since;
 }
 
+std::string UnknownSentence(const Teller &teller, const Arrival &arrival)
+{
+    return "Whether it was opened is not in the log: lines are missing behind " +
+           Line(teller, arrival.steps.back().last) + ".";
+}
+
 std::string UnfinishedSentence(const Teller &teller, const Arrival &arrival)
 {
     const std::string end = teller.run.isLast ? "Not opened yet: the log ends while the daemon is "

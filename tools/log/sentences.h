@@ -23,6 +23,8 @@ std::string CommandFailedSentence(const Teller &teller, const Arrival &arrival, 
 std::string NoFinderSentence(const Teller &teller);
 std::string NoCompletionSentence(const Teller &teller, const Arrival &arrival);
 std::string UnfinishedSentence(const Teller &teller, const Arrival &arrival);
+// Of an arrival that the daemon left behind without a line that decides it: lines are missing.
+std::string UnknownSentence(const Teller &teller, const Arrival &arrival);
 
 }  // namespace klog
 
