@@ -1159,7 +1159,7 @@ static inline bool IsFloating(char conversion)
 
 // Converts "%f", "%e" and "%g", of either case, which the platform can be handed as they stand when no
 // '*' before them has left a marker. False when something else comes.
-static inline bool ConvertPlainFloat(Call<char> *call)
+[[gnu::noinline]] static bool ConvertPlainFloat(Call<char> *call)
 {
     if (*call->next != '%' || !IsFloating(call->next[1]) || call->widthFromArgs ||
         call->precisionFromArgs)
