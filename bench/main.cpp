@@ -30,6 +30,7 @@ const double kMostSpeed = 1000;
 
 const char kUsage[] =
     "usage: kestrun-bench run FILE [options]   plays a scenario\n"
+    "       kestrun-bench record FILE          records this system as a scenario until SIGINT\n"
     "       kestrun-bench words                lists the statements of a scenario\n"
     "options:\n"
     "  --speed N         the daemon sleeps N times shorter (1 to 1000, may be fractional)\n"
@@ -39,6 +40,7 @@ const char kUsage[] =
     "  --seed N          the random numbers' start (else 1)\n"
     "  --world KIND      root, user or real (else the first that this machine allows)\n"
     "  --update-golden   writes the scenario's golden log anew\n"
+    "  --record FILE     writes what happens as a scenario, names and serial numbers masked\n"
     "exit status: 0 all came true, 1 something did not, 2 a mistake in the scenario or in these\n"
     "arguments, 77 this machine cannot play it\n";
 
@@ -82,7 +84,7 @@ bool TakeWorld(const std::string &text, bench::WorldKind *kind)
     return true;
 }
 
-enum Option { kSpeed = 1, kDryRun, kDaemon, kKeep, kSeed, kWorld, kUpdateGolden, kHelp };
+enum Option { kSpeed = 1, kDryRun, kDaemon, kKeep, kSeed, kWorld, kUpdateGolden, kRecord, kHelp };
 
 const struct option kOptions[] = {
     {"speed", required_argument, nullptr, kSpeed},
@@ -92,6 +94,7 @@ const struct option kOptions[] = {
     {"seed", required_argument, nullptr, kSeed},
     {"world", required_argument, nullptr, kWorld},
     {"update-golden", no_argument, nullptr, kUpdateGolden},
+    {"record", required_argument, nullptr, kRecord},
     {"help", no_argument, nullptr, kHelp},
     {nullptr, 0, nullptr, 0},
 };
@@ -110,6 +113,7 @@ bool TakeOption(int option, Arguments *arguments)
         arguments->play.seed = static_cast<unsigned long>(number);
         return true;
     case kWorld: return TakeWorld(optarg, &arguments->play.world);
+    case kRecord: arguments->play.recordFile = fs::absolute(optarg); return true;
     case kUpdateGolden: arguments->play.updateGolden = true; return true;
     default: return false;
     }
@@ -198,6 +202,10 @@ int main(int argc, char **argv)
     if (command == "words" && optind + 1 == argc) {
         std::cout << bench::StatementList();
         return kExitPassed;
+    }
+    if (command == "record" && optind + 2 == argc) {
+        arguments.play.recordFile = fs::absolute(argv[optind + 1]);
+        return bench::RecordThisSystem(arguments.play) ? kExitPassed : kExitMistake;
     }
     if (command != "run" || optind + 2 != argc)
         return Usage(kExitMistake);

@@ -19,14 +19,13 @@ namespace bench
 
 const char kModemPort[] = "usb-QARVEL_QARVELMobile_QARVELMobile-Pcui-if00-port0";
 const char kDefaultLabel[] = "Orvanta";
+const char kByLabel[] = "/dev/disk/by-label";
+const char kById[] = "/dev/serial/by-id";
 
 namespace
 {
 
 namespace fs = std::filesystem;
-
-const char kByLabel[] = "/dev/disk/by-label";
-const char kById[] = "/dev/serial/by-id";
 
 // What lies between the end of a device and the end of its link, in microseconds.
 const useconds_t kPullGap = 2000;

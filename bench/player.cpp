@@ -25,8 +25,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-const char kConfigPath[] = "/Library/StartupItems/QVKestrun/config";
-const char kSysConfigPath[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
 const char kVolumes[] = "/Volumes";
 
 const useconds_t kLookEvery = 2000;  // microseconds
@@ -109,6 +107,16 @@ void SeekUnwrittenLine(Player *player)
         AddUnwritten(&log, line);
 }
 
+// The recorder sees what anybody could see who looks at the world from outside.
+void RecordNow(Player *player)
+{
+    Sighting sighting;
+    LookAtHardware(player->world, &sighting);
+    LookAtPeople(player->world, &sighting);
+    sighting.daemon = player->daemon.ended ? 0 : player->daemon.pid;
+    Record(&player->recorder, sighting, player->observed.log);
+}
+
 }  // namespace
 
 void LookAround(Player *player)
@@ -120,6 +128,8 @@ void LookAround(Player *player)
     CheckProcess(&player->daemon);
     SeekUnwrittenLine(player);
     ShowNewLines(player);
+    if (!player->options->recordFile.empty())
+        RecordNow(player);
 }
 
 bool WaitFor(Player *player, const std::string &what, double within, bool stopWhenIdle,
@@ -546,6 +556,17 @@ void GuardRealPaths(const World &world)
     _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
 }
 
+void SaveRecording(Player *player)
+{
+    const std::string &file = player->options->recordFile;
+    if (file.empty())
+        return;
+    LookAround(player);
+    FinishRecording(&player->recorder);
+    if (!WriteFile(file, player->recorder.text))
+        FailScenario(player, "could not write " + file + ": " + strerror(errno));
+}
+
 void SetTheScene(Player *player)
 {
     SetState(player->world, "daemon-user", "anna\n");
@@ -577,6 +598,7 @@ Result Play(const Scenario &scenario, const PlayOptions &options)
     Say(&player.timeLine, Kind::Note,
         std::string("a world of its own: ") + KindName(player.world.kind));
     PlaySteps(&player, scenario.steps);
+    SaveRecording(&player);
     KillProcess(&player.daemon);
     if (options.keep)
         Keep(&player);

@@ -9,6 +9,7 @@
 #include "bench/expectations.h"
 #include "bench/modem.h"
 #include "bench/process.h"
+#include "bench/recorder.h"
 #include "bench/scenario.h"
 #include "bench/timeline.h"
 #include "bench/world.h"
@@ -27,6 +28,7 @@ struct PlayOptions {
     WorldKind world = WorldKind::Automatic;
     bool keep = false;
     bool updateGolden = false;
+    std::string recordFile;  // absolute; what happens is recorded there. Empty: it is not
 };
 
 enum class Result {
@@ -41,6 +43,7 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
     World world;
     Hardware hardware;
     Process daemon;
+    Recorder recorder;
     Observed observed;
     TimeLine timeLine;
     std::mt19937_64 random;
@@ -56,6 +59,10 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
 
 // Plays the whole scenario in the calling process, which moves into a new world for it.
 Result Play(const Scenario &scenario, const PlayOptions &options);
+
+// Records what happens on this system, without a world and without changing anything, until SIGINT or
+// SIGTERM; then `recordFile` is written. False, with the reason told, when it cannot be.
+bool RecordThisSystem(const PlayOptions &options);
 
 // For the parts that the player is made of:
 

@@ -3,6 +3,7 @@
 // gives it an event, so "asleep without a limit" is the truth at the moment of reading.
 #include "bench/process.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -155,6 +156,20 @@ std::string FindLine(const Process &process, const Region &region, const std::st
     return "";
 }
 
+bool IsDaemonName(const std::string &name)
+{
+    return name == "Kestrun\n" || name == "kestrun\n";
+}
+
+// Where the namespace cannot be read, the process counts as one of this system.
+bool IsOfThisSystem(const std::string &folder)
+{
+    std::error_code error;
+    const auto own = std::filesystem::read_symlink("/proc/self/ns/mnt", error);
+    const auto its = std::filesystem::read_symlink(folder + "/ns/mnt", error);
+    return error || own == its;
+}
+
 }  // namespace
 
 void SetWorldEnvironment(const World &world)
@@ -182,6 +197,20 @@ bool StartProcess(const World &world, const std::string &program, double speed, 
         Become(world, program, speed, process->errorFile);
     process->pid = pid;
     return true;
+}
+
+std::vector<long> FindDaemons()
+{
+    std::vector<long> daemons;
+    std::error_code error;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
+        const std::string folder = entry.path();
+        const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
+        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder))
+            daemons.push_back(pid);
+    }
+    std::ranges::sort(daemons);
+    return daemons;
 }
 
 void KillProcess(Process *process)

@@ -3,6 +3,7 @@
 #define BENCH_PROCESS_H
 
 #include <string>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -28,6 +29,10 @@ bool StartProcess(const World &world, const std::string &program, double speed, 
 // Gives the calling process the environment in which the programs of bench/bin answer, and in which
 // they and `programsDir` come first on PATH.
 void SetWorldEnvironment(const World &world);
+
+// The daemons that run on this system, by their process ids, the oldest first. One in another mount
+// namespace belongs to another system, a container's or the bench's.
+std::vector<long> FindDaemons();
 
 // Kills it with SIGKILL and waits for its end.
 void KillProcess(Process *process);

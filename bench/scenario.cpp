@@ -7,6 +7,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <set>
 #include <sstream>
 
@@ -499,6 +500,39 @@ bool ParseScenario(const std::string &text, Scenario *scenario, Mistake *mistake
     if (scenario->steps.empty())
         return Fail(mistake, line.number + 1, 1, "the scenario holds no statement");
     return true;
+}
+
+static std::string EscapedText(const std::string &text, const char *plain)
+{
+    std::string escaped;
+    for (const char c : text) {
+        const size_t letter = std::string("\\\n\r\t\"").find(c);
+        const auto byte = static_cast<unsigned char>(c);
+        char hex[8];
+        if (letter != std::string::npos && strchr(plain, c) == nullptr) {
+            escaped += std::string("\\") + "\\nrt\""[letter];
+        } else if (byte < 0x20 || byte == 0x7F) {
+            (void)snprintf(hex, sizeof hex, "\\x%02x", byte);
+            escaped += hex;
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string QuotedText(const std::string &text)
+{
+    return Quoted(EscapedText(text, ""));
+}
+
+std::string BlockText(const std::string &content)
+{
+    std::istringstream lines(content);
+    std::string block;
+    for (std::string line; std::getline(lines, line);)
+        block += "  | " + EscapedText(line, "\"") + "\n";
+    return block;
 }
 
 std::string StatementList()

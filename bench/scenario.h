@@ -99,6 +99,13 @@ struct Mistake {
 // incomplete.
 bool ParseScenario(const std::string &text, Scenario *scenario, Mistake *mistake);
 
+// `text` as a scenario writes it: in double quotes, with escapes.
+std::string QuotedText(const std::string &text);
+
+// The lines behind "|" that stand for `content`, each with its line end. A last line of `content`
+// without a line end gets one: the language cannot say that there is none.
+std::string BlockText(const std::string &content);
+
 // A line for each statement that a scenario may hold, its form and what it does, for the help text.
 std::string StatementList();
 

@@ -26,6 +26,10 @@
 
 namespace bench
 {
+
+const char kConfigPath[] = "/Library/StartupItems/QVKestrun/config";
+const char kSysConfigPath[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
+
 namespace
 {
 

@@ -9,6 +9,10 @@
 namespace bench
 {
 
+// The files that the daemon reads.
+extern const char kConfigPath[];
+extern const char kSysConfigPath[];
+
 enum class WorldKind {
     Automatic,  // the first of those below that the kernel allows
     Root,       // a mount namespace, as root

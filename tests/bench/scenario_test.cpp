@@ -214,9 +214,11 @@ TEST_CASE("a mistake is told with its line, its column and what could have stood
         {"login \"\\x4\"",
          "1:8: there is no such escape; there are \\\" \\\\ \\n \\r \\t and \\x with two hex digits"},
         {"login = \"anna\"", "1:7: the character \"=\" has no meaning here"},
-        {"logout\n | text\n", "2:2: lines behind | belong to config, sysconfig or expect run alone"},
+        {"logout\n | text\n",
+         "2:2: lines behind | belong to config, sysconfig or expect run alone"},
         {"| text\n", "1:1: lines behind | belong to config, sysconfig or expect run alone"},
-        {"config\n\n  | late\n", "3:3: lines behind | belong to config, sysconfig or expect run alone"},
+        {"config\n\n  | late\n",
+         "3:3: lines behind | belong to config, sysconfig or expect run alone"},
         {"config\n  | a\\z\n",
          "2:6: there is no such escape; there are \\\" \\\\ \\n \\r \\t and \\x with two hex digits"},
         {"logout\nunplug disk\n", "2:8: no disk named disk was plugged in before"},
@@ -242,4 +244,23 @@ TEST_CASE("every statement is listed with its meaning")
     for (const char *form : {"plug modem [label STRING]", "expect no wake-up for NUMBER s",
                              "storm NUMBER events", "golden"})
         CHECK(list.find(form) != std::string::npos);
+}
+
+TEST_CASE("a text and a file's content that are written out are read as they were")
+{
+    for (const char *text :
+         {"", "Orvanta", "a\"b\\c", "\x01\x1b[31m\x7f", "\n\r\t|#", "\xC3\xA4"}) {
+        CAPTURE(text);
+        bench::Scenario scenario;
+        bench::Mistake mistake;
+        const std::string content = std::string(text) + "\nlast \" \\ line\r\n";
+        const std::string written =
+            "config\n" + bench::BlockText(content) + "login " + bench::QuotedText(text) + "\n";
+        REQUIRE(bench::ParseScenario(written, &scenario, &mistake));
+        REQUIRE(scenario.steps.size() == 2);
+        CHECK(scenario.steps[0].block == content);
+        CHECK(scenario.steps[1].strings == std::vector<std::string>{text});
+    }
+    CHECK(bench::BlockText("no line end") == "  | no line end\n");
+    CHECK(bench::BlockText("") == "");
 }

@@ -1,10 +1,7 @@
 // linux.cpp - the facts of Linux: processes from /proc, mounts from mountinfo. What a mount helper
-// keeps for itself (x-gvfs-hide and the like) stands in the table of libmount alone. A daemon in
-// another mount namespace belongs to another system, a container's or the bench's.
+// keeps for itself (x-gvfs-hide and the like) stands in the table of libmount alone.
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <sstream>
 
 #include <unistd.h>
@@ -15,8 +12,6 @@
 
 namespace kstatus
 {
-
-namespace fs = std::filesystem;
 
 static const char kCommands[] = "/usr/libexec/kestrun";
 static const char kMountTable[] = "/run/mount/utab";
@@ -46,20 +41,6 @@ static std::string FirstLine(const std::string &path)
 {
     const std::string text = bench::ReadFile(path);
     return text.substr(0, text.find('\n'));
-}
-
-static bool IsDaemon(const std::string &name)
-{
-    return name == "Kestrun" || name == "kestrun";
-}
-
-// Where the namespace cannot be read, the process counts as one of this system.
-static bool IsOfThisSystem(const std::string &folder)
-{
-    std::error_code error;
-    const fs::path own = fs::read_symlink("/proc/self/ns/mnt", error);
-    const fs::path its = fs::read_symlink(folder + "/ns/mnt", error);
-    return error || own == its;
 }
 
 static Activity ActivityOf(const bench::Process &process)
@@ -102,19 +83,13 @@ static std::optional<long> AgeOf(const std::string &folder)
 
 bool FindDaemons(std::vector<Daemon> *daemons)
 {
-    std::error_code error;
-    for (const auto &entry : fs::directory_iterator("/proc", error)) {
-        const std::string folder = entry.path();
-        const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
-        if (pid <= 0 || !IsDaemon(FirstLine(folder + "/comm")) || !IsOfThisSystem(folder))
-            continue;
+    for (const long pid : bench::FindDaemons()) {
+        const std::string folder = "/proc/" + std::to_string(pid);
         bench::Process process;
         process.pid = static_cast<pid_t>(pid);
         daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(folder)});
     }
-    std::sort(daemons->begin(), daemons->end(),
-              [](const Daemon &a, const Daemon &b) { return a.pid < b.pid; });
-    return !error;
+    return access("/proc/self/stat", R_OK) == 0;
 }
 
 static std::vector<std::string> Split(const std::string &text)

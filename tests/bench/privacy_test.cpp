@@ -1,0 +1,63 @@
+// privacy_test.cpp - what belongs to a person is masked, and nothing else.
+#include <doctest/doctest.h>
+
+#include "bench/privacy.h"
+
+TEST_CASE("users, homes and serial numbers are masked, each by one stand-in")
+{
+    struct Row {
+        const char *text;
+        const char *masked;
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"",                                        ""},
+        {"anna",                                    "user1"},
+        {"Anna's Stick, ANNA",                      "user1's Stick, user1"},
+        {"annals",                                  "annals"},
+        {"path1 = /Users/anna/Apps/O.app/",         "path1 = /Users/user1/Apps/O.app/"},
+        {"/Users/berta/x /home/berta",              "/Users/user2/x /home/user2"},
+        {"/Users/j.doe/x and j.doe",                "/Users/user2/x and user2"},
+        {"/Users/Shared/x",                         "/Users/Shared/x"},
+        {"imei 356938035643809, 356938035643809",   "imei serial1, serial1"},
+        {"0123456789ABCDEF fedcba9876543210",       "serial1 serial2"},
+        {"build 12345",                             "build 12345"},
+        {"V100R001B035",                            "serial1"},
+        {"user1 and serial1 stay",                  "user1 and serial1 stay"},
+        {"QARVELMobile-Pcui Orvanta ttyUSB0",       "QARVELMobile-Pcui Orvanta ttyUSB0"},
+        {"\xC3\xA4\x01%s",                          "\xC3\xA4\x01%s"},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        CAPTURE(row.text);
+        bench::Privacy privacy;
+        CHECK(bench::MaskUser(&privacy, "anna") == "user1");
+        const std::string masked = bench::MaskText(&privacy, row.text);
+        CHECK(masked == row.masked);
+        CHECK(bench::MaskText(&privacy, masked) == masked);
+    }
+}
+
+TEST_CASE("root and nobody are no persons")
+{
+    bench::Privacy privacy;
+    CHECK(bench::MaskUser(&privacy, "root") == "root");
+    CHECK(bench::MaskUser(&privacy, "nobody") == "nobody");
+    CHECK(bench::MaskUser(&privacy, "") == "");
+    CHECK(bench::MaskUser(&privacy, "anna") == "user1");
+    CHECK(bench::MaskUser(&privacy, "berta") == "user2");
+    CHECK(bench::MaskUser(&privacy, "anna") == "user1");
+    CHECK(bench::MaskUser(&privacy, "user7") == "user7");
+}
+
+TEST_CASE("a port's serial number is masked whatever it looks like, the modem's own name never")
+{
+    bench::Privacy privacy;
+    const char kModem[] = "usb-QARVEL_QARVELMobile_QARVELMobile-Pcui-if00-port0";
+    CHECK(bench::MaskPort(&privacy, kModem) == kModem);
+    CHECK(bench::MaskPort(&privacy, "usb-ACME_Modem_XYZ-if00-port0") ==
+          "usb-ACME_Modem_serial1-if00-port0");
+    CHECK(bench::MaskPort(&privacy, "usb-ACME_Modem_serial1-if00-port0") ==
+          "usb-ACME_Modem_serial1-if00-port0");
+    CHECK(bench::MaskPort(&privacy, "tty.usbmodem1234567") == "tty.serial2");
+}

@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# record_test.sh BENCH DAEMON SCENARIOS - recordings: playing one and recording that gives the same
+# text; persons are masked; a system is recorded as it is, without being changed.
+set -euo pipefail
+bench=$1
+daemon=$2
+scenarios=$3
+here=$(mktemp -d)
+trap 'rm -rf "$here"' EXIT
+failed=0
+
+# play FILE ARGUMENTS...: plays it; a machine that cannot ends the test as skipped.
+play() {
+    local file=$1 status=0
+    shift
+    "$bench" run "$file" --speed 50 --daemon "$daemon" "$@" >"$here/said" 2>&1 || status=$?
+    [ "$status" -ne 77 ] || exit 77
+    if [ "$status" -ne 0 ]; then
+        echo "$file: status $status"
+        cat "$here/said"
+        failed=1
+    fi
+}
+
+# same FILE FILE: both texts are the same.
+same() {
+    if ! diff "$1" "$2"; then
+        echo "$1 and $2 differ"
+        failed=1
+    fi
+}
+
+for name in replugged present-at-boot login-late finder-absent mount-refused setup-once \
+    two-disks-one-label application-fails-nine-times console-nobody stale-folder; do
+    play "$scenarios/$name.scenario" --record "$here/$name.first"
+    play "$here/$name.first" --record "$here/$name.second"
+    same "$here/$name.first" "$here/$name.second"
+done
+
+# Persons and serial numbers do not get into a recording.
+cat >"$here/person.scenario" <<'END'
+daemon user "anna"
+login "anna"
+config
+  | [Volumes]
+  | name = Orvanta
+  | path1 = /Volumes/Orvanta/../../Users/anna/"My" App.app
+make folder "/Users/anna/\"My\" App.app"
+plug port "usb-ACME_Phone_R5CT1234567-if00"
+start daemon
+expect log "value of disable_cdrom"
+wait until idle
+plug disk "Anna's Stick" as stick
+login "berta"
+plug modem
+expect log "are not same return"
+wait until idle
+END
+cat >"$here/person.expected" <<'END'
+title "A recording"
+
+config
+  | [Volumes]
+  | name = Orvanta
+  | path1 = /Volumes/Orvanta/../../Users/user1/"My" App.app
+daemon user "user1"
+login "user1"
+plug port "usb-ACME_Phone_serial1-if00"
+start daemon
+expect log "Kestrun:main --- TOOL-"
+expect log "Kestrun:main --- value of disable_cdrom is false"
+wait until idle
+
+login "user2"
+plug disk "user1's Stick" as disk1
+plug modem
+expect log "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter"
+expect log "Kestrun:DiskMountCallback --- DiskMountCallback Enter"
+expect log "Kestrun:DiskMountCallback --- are not same return....."
+wait until idle
+expect mounted "/Volumes/Orvanta" with "ro,nosuid,nodev"
+END
+play "$here/person.scenario" --record "$here/person.recorded"
+same "$here/person.expected" "$here/person.recorded"
+
+# A system as it is, the daemon at rest: recorded from within the world, by looking alone.
+cat >"$here/live.scenario" <<END
+config
+  | [Volumes]
+  | name = Orvanta
+start daemon
+expect log "value of disable_cdrom"
+wait until idle
+expect run "($bench record $here/live >/dev/null 2>&1 & echo \$! >$here/pid); sleep 2"
+plug modem
+expect log "DiskMountCallback exit"
+wait until idle
+expect run "sleep 1; kill -INT \$(cat $here/pid); while [ ! -s $here/live ]; do sleep 0.1; done"
+END
+cat >"$here/live.expected" <<'END'
+title "A recording"
+
+config
+  | [Volumes]
+  | name = Orvanta
+daemon user "user1"
+login "user1"
+start daemon
+wait until idle
+
+plug modem
+expect log "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter"
+expect log "Kestrun:DiskMountCallback --- DiskMountCallback Enter"
+expect log "Kestrun:DiskMountCallback --- actvie == pname....."
+expect log "Kestrun:DiskMountCallback --- have some one login succ"
+expect log "Process:RunShellProgram --- RunShellProgram exit true.(open -a \"/Volumes/Orvanta/Orvanta.app/\")"
+expect log "Kestrun:DiskMountCallback --- Run Orvanta Program success"
+expect log "ActiveVolumeProgram:RunSDProgram --- open file [/Applications/Orvanta.app/Contents/Resources/SysConfig.dat] failed, RunSDProgram exit false"
+expect log "Kestrun:DiskMountApproval --- finish run program, and error"
+expect log "Kestrun:DiskMountCallback --- DiskMountCallback exit"
+wait until idle
+expect mounted "/Volumes/Orvanta" with "ro,nosuid,nodev"
+END
+play "$here/live.scenario"
+same "$here/live.expected" "$here/live"
+play "$here/live"
+
+# What cannot be written is told.
+status=0
+timeout -s INT 1 "$bench" record "$here/none/file" >"$here/said" 2>&1 || status=$?
+if ! grep -qF 'none/file: No such file or directory' "$here/said"; then
+    echo "a recording that cannot be written: it said:"
+    cat "$here/said"
+    failed=1
+fi
+exit "$failed"
