@@ -1,0 +1,146 @@
+"""The virtual machine: QEMU, its control socket (QMP) and the shell in the guest."""
+import json
+import os
+import socket
+import subprocess
+import time
+
+BOOT_LIMIT = 240  # seconds
+ANSWER_LIMIT = 60
+
+
+class Broken(Exception):
+    """The machine itself does not do what it is told: no verdict on the daemon."""
+
+
+class Line:
+    """A socket that is written to and read from by lines."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.connect(path)
+        self.pending = b""
+
+    def write(self, text):
+        self.socket.sendall(text.encode() + b"\n")
+
+    def read(self, who, limit=ANSWER_LIMIT):
+        self.socket.settimeout(limit)
+        while b"\n" not in self.pending:
+            try:
+                data = self.socket.recv(65536)
+            except OSError:
+                data = b""
+            if not data:
+                raise Broken(f"no answer from {who}")
+            self.pending += data
+        line, self.pending = self.pending.split(b"\n", 1)
+        return line.decode("utf-8", "replace").rstrip("\r")
+
+
+class Machine:
+    def __init__(self, world):
+        self.world = world
+        self.drives = 0
+        self.events = []
+        control, shell = (os.path.join(world, name) for name in ("control", "shell"))
+        for path in control, shell:
+            if os.path.exists(path):
+                os.unlink(path)
+        self.process = subprocess.Popen([
+            "qemu-system-x86_64", "-accel", "tcg", "-m", "512", "-smp", "1", "-nodefaults",
+            "-display", "none", "-no-reboot", "-S",
+            "-kernel", os.path.join(world, "vmlinuz"),
+            "-initrd", os.path.join(world, "initramfs.gz"),
+            "-append", "console=ttyS0 quiet panic=-1",
+            "-serial", "file:" + os.path.join(world, "console.log"),
+            "-chardev", f"socket,id=shell,path={shell},server=on,wait=off",
+            "-device", "virtio-serial-pci", "-device", "virtserialport,chardev=shell,nr=1",
+            "-qmp", f"unix:{control},server=on,wait=off",
+            "-device", "qemu-xhci,id=xhci"], stdin=subprocess.DEVNULL)
+        try:
+            self.control = self.connect(control)
+            self.shell = self.connect(shell)
+            self.control.read("QEMU")  # its greeting
+            self.command("qmp_capabilities")
+        except Broken:
+            self.stop()
+            raise
+
+    def connect(self, path):
+        for _ in range(100):
+            try:
+                return Line(path)
+            except OSError:
+                time.sleep(0.1)
+        raise Broken("QEMU does not start")
+
+    def stop(self):
+        self.process.kill()
+        self.process.wait()
+
+    def boot(self):
+        """Lets the machine, which is made with its processor stopped, go until the guest is ready."""
+        self.command("cont")
+        while self.shell.read("the guest", BOOT_LIMIT) != "=== ready":
+            pass
+
+    def run(self, command):
+        """What a shell command in the guest printed, as a list of lines."""
+        self.shell.write(command)
+        lines = []
+        while True:
+            line = self.shell.read("the guest")
+            if line.startswith("=== "):
+                return lines
+            lines.append(line)
+
+    def command(self, name, **arguments):
+        self.control.write(json.dumps({"execute": name, "arguments": arguments}))
+        while True:
+            answer = json.loads(self.control.read("QEMU"))
+            if "event" in answer:
+                self.events.append(answer)
+            elif "error" in answer:
+                raise Broken(f"{name}: {answer['error']['desc']}")
+            else:
+                return answer["return"]
+
+    def plug_disk(self, image):
+        # A drive goes with its device, so each plug makes one.
+        self.drives += 1
+        path = os.path.join(self.world, image)
+        said = self.command("human-monitor-command", **{
+            "command-line": f"drive_add 0 if=none,id=drive{self.drives},media=cdrom,format=raw,"
+                            f"readonly=on,file={path}"})
+        if said.strip() != "OK":
+            raise Broken("drive_add: " + said.strip())
+        self.command("device_add", driver="usb-storage", id="disk", bus="xhci.0",
+                     drive=f"drive{self.drives}")
+
+    def plug_port(self):
+        self.command("chardev-add", id="port", backend={"type": "null", "data": {}})
+        self.command("device_add", driver="usb-serial", id="port", bus="xhci.0", chardev="port",
+                     serial="QARVELMobile-Pcui", **{"always-plugged": True})
+
+    def pull(self, device):
+        self.command("device_del", id=device)
+        while True:
+            for event in self.events:
+                if event["event"] == "DEVICE_DELETED" and event["data"].get("device") == device:
+                    self.events.clear()
+                    if device == "port":
+                        self.command("chardev-remove", id="port")
+                    return
+            answer = json.loads(self.control.read("QEMU"))
+            self.events.append(answer)
+
+    def change_disk(self, image):
+        self.command("blockdev-change-medium", device=f"drive{self.drives}", format="raw",
+                     filename=os.path.join(self.world, image), force=True)
+
+    def press_eject(self):
+        try:
+            self.command("eject", device=f"drive{self.drives}", force=False)
+        except Broken:
+            pass  # a locked tray: the guest has the request now and opens it
