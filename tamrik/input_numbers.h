@@ -1,0 +1,377 @@
+// The integers and floating-point values of formatted input.
+//
+// Integers are summed up as they are read and clamped at the end; the text of a floating-point value
+// is collected as C11 7.21.6.2 says and goes through strtod. Part of input.cpp alone.
+#ifndef TAMRIK_INPUT_NUMBERS_H
+#define TAMRIK_INPUT_NUMBERS_H
+
+#include "tamrik/input_fields.h"
+
+#include <errno.h>
+#include <langinfo.h>
+#include <limits.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <wchar.h>
+
+// ---- Integers ----
+
+struct Integer {
+    uint64_t magnitude;
+    bool isNegative;
+    bool isTooLarge;
+    bool hasDigits;
+};
+
+static const unsigned int kNoDigit = UCHAR_MAX;
+
+struct DigitTable {
+    unsigned char values[UCHAR_MAX + 1];
+};
+
+static consteval DigitTable MakeDigitTable()
+{
+    DigitTable table = {};
+    for (unsigned char &value : table.values)
+        value = kNoDigit;
+    for (unsigned char digit = 0; digit < 16; ++digit) {
+        table.values[static_cast<unsigned char>("0123456789abcdef"[digit])] = digit;
+        table.values[static_cast<unsigned char>("0123456789ABCDEF"[digit])] = digit;
+    }
+    return table;
+}
+
+static constexpr DigitTable kDigits = MakeDigitTable();
+
+static inline unsigned int DigitValue(Unit ch)
+{
+    return ch >= 0 && ch <= UCHAR_MAX ? kDigits.values[ch] : kNoDigit;
+}
+
+static inline void AddDigit(Integer *value, unsigned int base, unsigned int digit)
+{
+    value->hasDigits = true;
+    uint64_t larger = 0;
+    if (__builtin_mul_overflow(value->magnitude, base, &larger) ||
+        __builtin_add_overflow(larger, digit, &larger))
+        value->isTooLarge = true;
+    else
+        value->magnitude = larger;
+}
+
+// Adds the first digits of a string at once: as many as there are, of those that 64 bits always have
+// room for. What comes then, ReadIntegerField finds out.
+static inline void AddRun(StringField *field, unsigned int base, Integer *value)
+{
+    const ptrdiff_t alwaysFit = base == 16 ? 16 : 19;
+    const bool isShort = field->end - field->at <= alwaysFit;
+    const char *const end = isShort ? field->end : field->at + alwaysFit;
+    const char *at = field->at;
+    uint64_t magnitude = 0;
+    for (; at != end && DigitValue(AsUnit(*at)) < base; ++at)
+        magnitude = magnitude * base + DigitValue(AsUnit(*at));
+    value->magnitude = magnitude;
+    value->hasDigits |= at != field->at;
+    LookAt(field, at);
+}
+
+template <typename Char>
+static inline void AddRun(Field<Char> * /*tag*/, unsigned int /*tag*/, Integer * /*tag*/)
+{
+}
+
+// A value that no 64 bits hold becomes the nearest that they do; unsigned ones with a '-' wrap.
+static uint64_t ValueOf(const Integer &value, bool isSigned)
+{
+    if (!isSigned && value.isTooLarge)
+        return UINT64_MAX;
+    const uint64_t largest = static_cast<uint64_t>(INT64_MAX) + (value.isNegative ? 1 : 0);
+    uint64_t magnitude = value.magnitude;
+    if (isSigned && (value.isTooLarge || magnitude > largest))
+        magnitude = largest;
+    return value.isNegative ? 0 - magnitude : magnitude;
+}
+
+template <typename Type>
+static inline void StoreAs(void *dest, uint64_t value)
+{
+    const Type narrowed = static_cast<Type>(value);
+    memcpy(dest, &narrowed, sizeof narrowed);
+}
+
+static void StoreInteger(void *dest, IntegerSize size, uint64_t value)
+{
+    switch (size) {
+    case kCharSize: StoreAs<unsigned char>(dest, value); break;
+    case kShortSize: StoreAs<unsigned short>(dest, value); break;
+    case kIntSize: StoreAs<unsigned int>(dest, value); break;
+    case kLongSize: StoreAs<unsigned long>(dest, value); break;
+    case k64BitSize: StoreAs<uint64_t>(dest, value); break;
+    }
+}
+
+static inline bool IsLetter(Unit ch, char lower)
+{
+    return ch == lower || (lower >= 'a' && lower <= 'z' && ch == lower - 'a' + 'A');
+}
+
+// Goes past "(nil)", in either case.
+template <typename AnyField>
+static inline bool PassNull(AnyField *field)
+{
+    for (const char *word = "(nil)"; *word != '\0'; ++word) {
+        if (!IsLetter(field->ch, *word))
+            return false;
+        Advance(field);
+    }
+    return true;
+}
+
+// Reads the "0x" that base 16 may have, and finds the base that a base of 0 stands for. A zero that no
+// 'x' follows is a digit.
+template <typename AnyField>
+static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Integer *value)
+{
+    if (field->ch != '0' || (base != 0 && base != 16))
+        return base == 0 ? 10 : base;
+    Advance(field);
+    if (IsLetter(field->ch, 'x')) {
+        Advance(field);
+        return 16;
+    }
+    value->hasDigits = true;
+    return base == 0 ? 8 : base;
+}
+
+template <typename AnyField, typename Char>
+static inline Outcome ReadIntegerField(AnyField *field, const Spec<Char> &spec, unsigned int base,
+                                       bool isSigned)
+{
+    Integer value = {};
+    if (field->ch == kEnd)
+        return kInputEnd;
+    if (spec.type == 'p' && field->ch == '(') {
+        value.hasDigits = PassNull(field);
+    } else {
+        value.isNegative = field->ch == '-';
+        if (field->ch == '-' || field->ch == '+')
+            Advance(field);
+        base = ReadPrefix(field, base, &value);
+        AddRun(field, base, &value);
+        for (unsigned int digit = DigitValue(field->ch); digit < base;
+             digit = DigitValue(field->ch)) {
+            AddDigit(&value, base, digit);
+            Advance(field);
+        }
+    }
+    LeaveField(*field);
+    if (!value.hasDigits)
+        return kNoMatch;
+    if (!spec.isSuppressed)
+        StoreInteger(spec.dest, spec.type == 'p' ? k64BitSize : spec.size,
+                     ValueOf(value, isSigned));
+    return kDone;
+}
+
+template <typename Char>
+static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned int base,
+                           bool isSigned)
+{
+    return ReadField(scan, spec,
+                     [&](auto *field) { return ReadIntegerField(field, spec, base, isSigned); });
+}
+
+// ---- Floating point ----
+
+// Keeps text in place of the next character, and goes on to the one behind it.
+template <typename AnyField>
+static inline void Keep(AnyField *field, char text)
+{
+    if (Append(&field->scan->number, text)) {
+        Advance(field);
+        return;
+    }
+    field->isOutOfMemory = true;
+    EndBehind(field);
+}
+
+template <typename AnyField>
+static inline void KeepNext(AnyField *field)
+{
+    Keep(field, static_cast<char>(field->ch));
+}
+
+// Keeps as many digits of a string as there are and as have room in the text buffer, at once. What
+// comes then, KeepDigits finds out. Returns how many digits it was.
+static inline int64_t KeepRun(StringField *field, unsigned int base)
+{
+    FloatText *number = &field->scan->number;
+    const int64_t room = static_cast<int64_t>(number->size - number->used) - 1;
+    const int64_t there = field->end - field->at;
+    const int64_t count =
+        CopyWhile(number->text + number->used, field->at, 0, there < room ? there : room,
+                  [base](Unit ch) { return DigitValue(ch) < base; });
+    LookAt(field, field->at + count);
+    number->used += static_cast<size_t>(count);
+    return count;
+}
+
+template <typename Char>
+static inline int64_t KeepRun(Field<Char> * /*tag*/, unsigned int /*tag*/)
+{
+    return 0;
+}
+
+template <typename AnyField>
+static inline bool KeepDigits(AnyField *field, unsigned int base)
+{
+    bool hasDigits = KeepRun(field, base) > 0;
+    while (DigitValue(field->ch) < base) {
+        hasDigits = true;
+        KeepNext(field);
+    }
+    return hasDigits;
+}
+
+template <typename AnyField>
+static void KeepSign(AnyField *field)
+{
+    if (field->ch == '-' || field->ch == '+')
+        KeepNext(field);
+}
+
+template <typename AnyField>
+static bool KeepWord(AnyField *field, const char *word)
+{
+    for (; *word != '\0'; ++word) {
+        if (!IsLetter(field->ch, *word))
+            return false;
+        KeepNext(field);
+    }
+    return true;
+}
+
+template <typename AnyField>
+static bool KeepNan(AnyField *field)
+{
+    if (!KeepWord(field, "nan"))
+        return false;
+    if (field->ch != '(')
+        return true;
+    do {
+        KeepNext(field);
+    } while (field->ch == '_' || DigitValue(field->ch) < 10 ||
+             ((field->ch | 0x20) >= 'a' && (field->ch | 0x20) <= 'z'));
+    if (field->ch != ')')
+        return false;
+    KeepNext(field);
+    return true;
+}
+
+// Keeps the locale's decimal point if it is next; false when only its first bytes are there.
+template <typename AnyField>
+static bool KeepPoint(AnyField *field)
+{
+    const char *point = nl_langinfo(RADIXCHAR);
+    if (field->ch != AsUnit(*point))
+        return true;
+    for (; *point != '\0'; ++point) {
+        if (field->ch != AsUnit(*point))
+            return false;
+        KeepNext(field);
+    }
+    return true;
+}
+
+static bool KeepPoint(Field<wchar_t> *field)
+{
+    const char *point = nl_langinfo(RADIXCHAR);
+    wchar_t wide = L'\0';
+    mbstate_t state = {};
+    const size_t length = strlen(point);
+    if (mbrtowc(&wide, point, length, &state) != length || field->ch != AsUnit(wide))
+        return true;
+    for (size_t i = 0; i + 1 < length; ++i) {
+        field->isOutOfMemory = !Append(&field->scan->number, point[i]);
+        if (field->isOutOfMemory)
+            return false;
+    }
+    Keep(field, point[length - 1]);
+    return true;
+}
+
+template <typename AnyField>
+static bool KeepNumber(AnyField *field)
+{
+    bool isHex = false;
+    bool hasDigits = field->ch == '0';
+    if (hasDigits) {
+        KeepNext(field);
+        isHex = IsLetter(field->ch, 'x');
+    }
+    if (isHex) {
+        KeepNext(field);
+        hasDigits = false;
+    }
+    const unsigned int base = isHex ? 16 : 10;
+    hasDigits |= KeepDigits(field, base);
+    if (!KeepPoint(field))
+        return false;
+    hasDigits |= KeepDigits(field, base);
+    if (!hasDigits || !IsLetter(field->ch, isHex ? 'p' : 'e'))
+        return hasDigits;
+    KeepNext(field);
+    KeepSign(field);
+    return KeepDigits(field, 10);
+}
+
+template <typename Char>
+static void StoreFloat(const Spec<Char> &spec, const char *text)
+{
+    if (spec.isLongDouble) {
+        const long double value = strtold(text, nullptr);
+        memcpy(spec.dest, &value, sizeof value);
+        return;
+    }
+    const double value = strtod(text, nullptr);
+    if (spec.size == kLongSize || spec.size == k64BitSize) {
+        memcpy(spec.dest, &value, sizeof value);
+        return;
+    }
+    const float rounded = static_cast<float>(value);
+    memcpy(spec.dest, &rounded, sizeof rounded);
+}
+
+template <typename AnyField, typename Char>
+static inline Outcome ReadFloatField(AnyField *field, const Spec<Char> &spec)
+{
+    FloatText *number = &field->scan->number;
+    number->used = 0;
+    if (field->ch == kEnd)
+        return kInputEnd;
+    KeepSign(field);
+    bool isNumber = false;
+    if (IsLetter(field->ch, 'i'))
+        isNumber =
+            KeepWord(field, "inf") && (!IsLetter(field->ch, 'i') || KeepWord(field, "inity"));
+    else if (IsLetter(field->ch, 'n'))
+        isNumber = KeepNan(field);
+    else
+        isNumber = KeepNumber(field);
+    LeaveField(*field);
+    if (!isNumber || field->isOutOfMemory)
+        return kNoMatch;
+    number->text[number->used] = '\0';
+    if (!spec.isSuppressed)
+        StoreFloat(spec, number->text);
+    return kDone;
+}
+
+template <typename Char>
+static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
+{
+    return ReadField(scan, spec, [&](auto *field) { return ReadFloatField(field, spec); });
+}
+
+#endif

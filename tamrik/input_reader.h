@@ -1,0 +1,275 @@
+// The reader of formatted input: bytes and whole characters of a source, and what is given back.
+//
+// It knows sources, by the interface that tamrik.h gives them, and no formats. It hands out one
+// character after the other and takes back what was read too far. Part of input.cpp alone.
+#ifndef TAMRIK_INPUT_READER_H
+#define TAMRIK_INPUT_READER_H
+
+#include "tamrik/tamrik.h"
+
+#include <ctype.h>
+#include <limits.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <wctype.h>
+
+// The bits of InputSource.kind.
+enum SourceKind {
+    kString = 0x1,
+    kFile = 0x2,
+    kStandardInput = 0x4,
+    kLoaded = 0x8,        // a block of the file has been read
+    kMarkSkipped = 0x10,  // the file began with a byte-order mark
+};
+
+static const char kByteOrderMark[] = {'\xEF', '\xBB', '\xBF'};
+static const size_t kMarkSize = sizeof kByteOrderMark;
+
+// A character of the input, or one of the three values below. It holds each wchar_t beside them.
+using Unit = int64_t;
+static const Unit kEnd = EOF;
+static const Unit kFieldFull = -2;    // the field's width is used up
+static const Unit kNoCharacter = -3;  // the bytes are no character of the locale's encoding
+
+// ---- The reader: bytes and characters of a source ----
+
+// A string is read from at to end, and its source is told when the scan is over; for the other sources
+// the three pointers are equal. What waits are bytes that were given back to a file or to standard
+// input and are to be read again, the next one first. A scan gives back at most the character that it
+// has just read, so they never are more than one character has.
+struct Reader {
+    InputSource *source;
+    const char *begin;
+    const char *at;
+    const char *end;
+    char waiting[MB_LEN_MAX];
+    int waitingCount;
+    char last[MB_LEN_MAX];  // the bytes of the last whole character
+    int lastCount;
+};
+
+static inline bool IsPlainString(const InputSource *source)
+{
+    return (source->kind & (kFile | kStandardInput)) == 0;
+}
+
+static int TakeWaiting(Reader *reader)
+{
+    const unsigned char byte = static_cast<unsigned char>(reader->waiting[0]);
+    --reader->waitingCount;
+    memmove(reader->waiting, reader->waiting + 1, static_cast<size_t>(reader->waitingCount));
+    return byte;
+}
+
+// At the end of a string, or from a source that is none.
+[[gnu::noinline]] static int ReadByteOfStream(Reader *reader)
+{
+    if (IsPlainString(reader->source))
+        return EOF;
+    return reader->waitingCount > 0 ? TakeWaiting(reader) : _inc(reader->source);
+}
+
+static inline int ReadByte(Reader *reader)
+{
+    if (reader->at != reader->end)
+        return static_cast<unsigned char>(*reader->at++);
+    return ReadByteOfStream(reader);
+}
+
+// Gives back the last count bytes that were read.
+static void UnreadBytes(Reader *reader, const char *bytes, int count)
+{
+    if (reader->at != reader->begin) {
+        reader->at -= count;
+        return;
+    }
+    const size_t size = static_cast<size_t>(count);
+    memmove(reader->waiting + size, reader->waiting, static_cast<size_t>(reader->waitingCount));
+    memcpy(reader->waiting, bytes, size);
+    reader->waitingCount += count;
+}
+
+static inline void UnreadByte(Reader *reader, Unit ch)
+{
+    if (reader->at != reader->begin) {
+        --reader->at;
+        return;
+    }
+    const char byte = static_cast<char>(ch);
+    UnreadBytes(reader, &byte, 1);
+}
+
+// Reads one character of the locale's encoding; its bytes are then in reader->last. Bytes that are
+// none are given back.
+static Unit ReadCharacter(Reader *reader)
+{
+    mbstate_t state = {};
+    reader->lastCount = 0;
+    while (reader->lastCount < static_cast<int>(sizeof reader->last)) {
+        const int byte = ReadByte(reader);
+        if (byte == EOF && reader->lastCount == 0)
+            return kEnd;
+        if (byte == EOF)
+            break;
+        char *place = reader->last + reader->lastCount++;
+        *place = static_cast<char>(byte);
+        wchar_t wide = L'\0';
+        const size_t length = mbrtowc(&wide, place, 1, &state);
+        if (length <= 1)
+            return static_cast<Unit>(static_cast<wint_t>(wide));
+        if (length != static_cast<size_t>(-2))
+            break;
+    }
+    UnreadBytes(reader, reader->last, reader->lastCount);
+    return kNoCharacter;
+}
+
+static void UnreadCharacter(Reader *reader)
+{
+    UnreadBytes(reader, reader->last, reader->lastCount);
+}
+
+// Wide characters of a string stand in it as they are; those of standard input come through fgetwc;
+// a file holds multibyte text.
+static Unit ReadWide(Reader *reader)
+{
+    InputSource *source = reader->source;
+    if (source->kind & kStandardInput) {
+        if (source->pushbackValid) {
+            source->pushbackValid = 0;
+            return static_cast<Unit>(static_cast<wint_t>(source->pushback));
+        }
+        const wint_t wide = fgetwc(stdin);
+        source->pushback = static_cast<int>(wide);
+        return wide == WEOF ? kEnd : static_cast<Unit>(wide);
+    }
+    if (source->kind & kFile)
+        return ReadCharacter(reader);
+
+    wchar_t wide = L'\0';
+    if (reader->end - reader->at < static_cast<ptrdiff_t>(sizeof wide))
+        return kEnd;
+    memcpy(&wide, reader->at, sizeof wide);
+    reader->at += sizeof wide;
+    return static_cast<Unit>(static_cast<wint_t>(wide));
+}
+
+static void UnreadWide(Reader *reader, Unit ch)
+{
+    InputSource *source = reader->source;
+    if (source->kind & kStandardInput) {
+        _un_inc(static_cast<int>(ch), source);
+    } else if (source->kind & kFile) {
+        UnreadCharacter(reader);
+    } else {
+        reader->at -= sizeof(wchar_t);
+    }
+}
+
+// The last byte goes first, so that the first is the next to be read.
+static void UngetBytes(const char *bytes, int count, FILE *stream)
+{
+    while (count > 0)
+        ungetc(static_cast<unsigned char>(bytes[--count]), stream);
+}
+
+// Gives the bytes that were read ahead back to the file, and frees the buffer. The fields that tell
+// what was read stay; the next scan from the source begins anew where the file then stands.
+static void LeaveFile(Reader *reader)
+{
+    InputSource *source = reader->source;
+    if (source->kind & kLoaded) {
+        const bool isExhausted = source->count <= 0 && reader->waitingCount == 0;
+        if (source->startOffset < 0) {
+            UngetBytes(source->cur, source->count, source->stream);
+            UngetBytes(reader->waiting, reader->waitingCount, source->stream);
+        } else if (!isExhausted || !feof(source->stream)) {
+            const long mark = source->kind & kMarkSkipped ? static_cast<long>(kMarkSize) : 0;
+            const long used = static_cast<long>(source->consumed) - reader->waitingCount;
+            fseek(source->stream, source->startOffset + mark + used, SEEK_SET);
+        }
+    }
+    free(source->base);
+    source->base = nullptr;
+    source->cur = nullptr;
+    source->count = 0;
+    source->kind &= ~(kLoaded | kMarkSkipped);
+}
+
+// What waits to be read again goes back to the stream, where any reader finds it.
+static void LeaveStandardInput(Reader *reader, bool isWide)
+{
+    InputSource *source = reader->source;
+    if (source->pushbackValid && isWide)
+        ungetwc(static_cast<wint_t>(source->pushback), stdin);
+    else if (source->pushbackValid)
+        ungetc(source->pushback, stdin);
+    source->pushbackValid = 0;
+    UngetBytes(reader->waiting, reader->waitingCount, stdin);
+}
+
+static void EnterSource(Reader *reader, InputSource *source)
+{
+    const bool isString = IsPlainString(source) && source->count > 0;
+    reader->source = source;
+    reader->begin = isString ? source->cur : nullptr;
+    reader->at = reader->begin;
+    reader->end = isString ? source->cur + source->count : nullptr;
+    reader->waitingCount = 0;
+    reader->lastCount = 0;
+}
+
+static inline void LeaveSource(Reader *reader, bool isWide)
+{
+    InputSource *source = reader->source;
+    if (reader->begin != nullptr) {
+        source->cur = reader->at;
+        source->count -= static_cast<int>(reader->at - reader->begin);
+    } else if (source->kind & kStandardInput) {
+        LeaveStandardInput(reader, isWide);
+    } else if (source->kind & kFile) {
+        LeaveFile(reader);
+    }
+}
+
+static bool IsUsable(const InputSource *source)
+{
+    if (source == nullptr)
+        return false;
+    if (source->kind & kStandardInput)
+        return true;
+    if (source->kind & kFile)
+        return source->stream != nullptr;
+    return (source->kind & kString) && (source->cur != nullptr || source->count <= 0);
+}
+
+// ---- White space ----
+
+// Characters that print are no white space in any locale, and the six of C are it in every one, which
+// spares asking for nearly all.
+static inline bool IsPrinting(Unit ch)
+{
+    return ch > ' ' && ch <= '~';
+}
+
+static inline bool IsPlainSpace(Unit ch)
+{
+    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+}
+
+static inline bool IsSpace(char /*tag*/, Unit ch)
+{
+    if (IsPrinting(ch) || ch < 0)
+        return false;
+    return IsPlainSpace(ch) || isspace(static_cast<int>(ch));
+}
+
+static inline bool IsSpace(wchar_t /*tag*/, Unit ch)
+{
+    if (IsPrinting(ch) || ch < 0)
+        return false;
+    return IsPlainSpace(ch) || iswspace(static_cast<wint_t>(ch));
+}
+
+#endif
