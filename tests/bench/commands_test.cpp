@@ -44,7 +44,8 @@ TEST_CASE("a scenario may say which status and which lines a program is to give"
 {
     bench::Scenario scenario;
     bench::Mistake mistake;
-    const std::string text = "expect run \"tool --json\" status 1 within 3 s\n  | first\n  | a\\\\b\n";
+    const std::string text =
+        "expect run \"tool --json\" status 1 within 3 s\n  | first\n  | a\\\\b\n";
     REQUIRE(bench::ParseScenario(text, &scenario, &mistake));
     REQUIRE(scenario.steps.size() == 1);
     const bench::Step &step = scenario.steps[0];
