@@ -161,6 +161,16 @@ bool IsDaemonName(const std::string &name)
     return name == "Kestrun\n" || name == "kestrun\n";
 }
 
+// The parent of a process; 0 when there is none any more.
+long ParentOf(long pid)
+{
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t name = stat.rfind(") ");  // the state follows, then the parent
+    return name == std::string::npos || stat.size() < name + 4
+               ? 0
+               : strtol(stat.c_str() + name + 3, nullptr, 10);
+}
+
 // Where the namespace cannot be read, the process counts as one of this system.
 bool IsOfThisSystem(const std::string &folder)
 {
@@ -210,6 +220,10 @@ std::vector<long> FindDaemons()
             daemons.push_back(pid);
     }
     std::ranges::sort(daemons);
+    // A child bears the daemon's name until it becomes another program.
+    const std::vector<long> named = daemons;
+    std::erase_if(daemons,
+                  [&](long pid) { return std::ranges::binary_search(named, ParentOf(pid)); });
     return daemons;
 }
 
