@@ -182,7 +182,7 @@ static char *PutBytes(char *to, const char *text, size_t n)
 {
     if (n > kSmallCopy)
         memcpy(to, text, n);
-    else if (n > 0)
+    else
         CopySmall(to, text, n);
     return to + n;
 }
