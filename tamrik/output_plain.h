@@ -41,13 +41,6 @@ constexpr int kFloatRoom = kFloatPrecision + kDoubleExtra;  // what a "%f" may n
 
 // ---- Numbers ----
 
-// The two digits of a value below 100.
-static inline char *PutTwoDigits(char *to, unsigned value)
-{
-    memcpy(to, kDigitPairs + size_t{value} * 2, 2);
-    return to + 2;
-}
-
 // A value below 100.
 static inline char *PutUpTo99(char *to, unsigned value)
 {
@@ -126,14 +119,14 @@ static const char *ReadPlainField(const char *at, PlainField *field)
     return at[1] == 'l' ? at + 2 : at + 1;
 }
 
-// Puts blanks around a text, whose length is known, while `put` puts the text itself.
+// Puts blanks beside a text, whose length is known, while `put` puts the text itself.
 template <class Put>
-static inline char *PutPadded(char *to, const PlainField &field, size_t length, Put put)
+static inline char *PutPadded(char *to, const PlainField &field, int length, Put put)
 {
-    const size_t width = static_cast<size_t>(field.width);
-    const size_t blanks = width > length ? width - length : 0;
-    to = put(PutRepeated(to, ' ', field.isLeft ? 0 : blanks));
-    return PutRepeated(to, ' ', field.isLeft ? blanks : 0);
+    const size_t blanks = static_cast<size_t>(field.width > length ? field.width - length : 0);
+    if (field.isLeft)
+        return PutRepeated(put(to), ' ', blanks);
+    return put(PutRepeated(to, ' ', blanks));
 }
 
 static inline char *PutSigned(char *to, const PlainField &field, int64_t value)
@@ -142,7 +135,7 @@ static inline char *PutSigned(char *to, const PlainField &field, int64_t value)
     const uint64_t magnitude = value < 0 ? 0 - bits : bits;
     const int count = magnitude < 10 ? 1 : CountDecimal(magnitude);
     const int length = value < 0 ? count + 1 : count;
-    return PutPadded(to, field, static_cast<size_t>(length), [=](char *at) {
+    return PutPadded(to, field, length, [=](char *at) {
         *at = '-';
         return PutDecimal(at + (length - count), magnitude, count);
     });
@@ -154,33 +147,43 @@ static inline const char *TakeString(Arguments *arguments)
     return text != nullptr ? text : STR_NULL_STRING;
 }
 
+// Puts a string in its field; null when it does not fit, and was not taken.
+static inline char *PutFieldString(char *to, ptrdiff_t room, const PlainField &field,
+                                   Arguments *arguments)
+{
+    Arguments before;
+    va_copy(before.list, arguments->list);
+    const char *text = TakeString(arguments);
+    const size_t length = strlen(text);
+    const bool fits = static_cast<ptrdiff_t>(length) <= room;
+    if (!fits) {
+        va_end(arguments->list);
+        va_copy(arguments->list, before.list);
+    }
+    va_end(before.list);
+    if (!fits)
+        return nullptr;
+    return PutPadded(to, field, static_cast<int>(length),
+                     [=](char *at) { return PutBytes(at, text, length); });
+}
+
 // Puts a 'd' or an 's' with a field.
 [[gnu::noinline]] static Place PutField(Place at, const char *limit, Arguments *arguments)
 {
     PlainField field;
     const char *conversion = ReadPlainField(at.next + 1, &field);
     const ptrdiff_t room = limit - at.to;
+    char *to = nullptr;
     if (room < field.width)
         return kNotPlain;
     if (*conversion == 's' && !field.isLong) {
-        Arguments untaken;
-        va_copy(untaken.list, arguments->list);
-        const char *text = TakeString(&untaken);
-        va_end(untaken.list);
-        const size_t length = strlen(text);
-        if (static_cast<ptrdiff_t>(length) > room)
-            return kNotPlain;
-        TakeString(arguments);
-        at.to =
-            PutPadded(at.to, field, length, [=](char *to) { return PutBytes(to, text, length); });
+        to = PutFieldString(at.to, room, field, arguments);
     } else if (*conversion == 'd') {
         const int64_t value =
             field.isLong ? va_arg(arguments->list, int64_t) : va_arg(arguments->list, int);
-        at.to = PutSigned(at.to, field, value);
-    } else {
-        return kNotPlain;
+        to = PutSigned(at.to, field, value);
     }
-    return {conversion + 1, at.to};
+    return to != nullptr ? Place{conversion + 1, to} : kNotPlain;
 }
 
 // ---- Floating values ----
