@@ -8,6 +8,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 constexpr size_t kSmallFill = 32;  // the largest block that FillSmall fills, in bytes
 constexpr size_t kSmallCopy = 64;  // the largest block that CopySmall copies, in bytes
@@ -53,7 +54,7 @@ static inline void FillSmall(unsigned char *dest, uint64_t word, size_t count)
     dest[count - 1] = byte;
 }
 
-// Copies up to kSmallCopy bytes from src to dest, which do not overlap.
+// Copies 1 to kSmallCopy bytes from src to dest, which do not overlap.
 static inline void CopySmall(void *to, const void *from, size_t count)
 {
     unsigned char *dest = static_cast<unsigned char *>(to);
@@ -69,13 +70,21 @@ static inline void CopySmall(void *to, const void *from, size_t count)
     }
     if (count >= sizeof(uint32_t))
         return CopyEnds<uint32_t>(dest, src, count);
-    if (count == 0)
-        return;
     // One to three bytes: the first, the middle and the last one, whichever fall together.
     const unsigned char first = src[0], middle = src[count / 2], last = src[count - 1];
     dest[0] = first;
     dest[count / 2] = middle;
     dest[count - 1] = last;
+}
+
+// Copies 1 or more bytes between regions that do not overlap, without a call when they are few: at most
+// small, which is at most kSmallCopy.
+static inline void CopyBlock(char *dest, const char *src, size_t count, size_t small)
+{
+    if (count > small)
+        memcpy(dest, src, count);
+    else
+        CopySmall(dest, src, count);
 }
 
 // How far apart two addresses lie, in bytes, whichever is the higher one. Two regions of count bytes

@@ -21,15 +21,6 @@ static inline size_t Smaller(size_t one, size_t other)
     return one < other ? one : other;
 }
 
-// Copies 1 or more bytes between regions that do not overlap, without a call when they are few.
-static inline void CopyBlock(char *dest, const char *src, size_t count, size_t small)
-{
-    if (count > small)
-        memcpy(dest, src, count);
-    else
-        CopySmall(dest, src, count);
-}
-
 int strcpy_error(char *dest, size_t destMax, const char *src)
 {
     if (IsBadSize(destMax, MAX_BUFFER_SIZE))
