@@ -194,19 +194,32 @@ static int CharacterLength(const char *text)
 
 // A character of several bytes matches as a whole: where a later byte differs, the earlier ones are
 // given back with it.
-static Outcome MatchLiteral(Scan<char> *scan, const char **format)
+[[gnu::noinline]] static Outcome MatchBytes(Scan<char> *scan, const char *text, int length)
 {
-    const int length = CharacterLength(*format);
     for (int matched = 0; matched < length; ++matched) {
         const Unit ch = Next(scan);
-        if (ch == static_cast<unsigned char>((*format)[matched]))
+        if (ch == AsUnit(text[matched]))
             continue;
         GiveBack(scan, ch);
-        UnreadBytes(&scan->reader, *format, matched);
+        UnreadBytes(&scan->reader, text, matched);
         return ch == kEnd ? kInputEnd : kNoMatch;
     }
-    *format += length;
     return kDone;
+}
+
+static inline Outcome MatchLiteral(Scan<char> *scan, const char **format)
+{
+    const char *text = *format;
+    Reader *reader = &scan->reader;
+    // What prints is a character of one byte.
+    if (IsPrinting(AsUnit(*text)) && reader->at != reader->end && *reader->at == *text) {
+        ++reader->at;
+        ++*format;
+        return kDone;
+    }
+    const int length = CharacterLength(text);
+    *format += length;
+    return MatchBytes(scan, text, length);
 }
 
 static Outcome MatchLiteral(Scan<wchar_t> *scan, const wchar_t **format)
@@ -223,19 +236,19 @@ static Outcome MatchLiteral(Scan<wchar_t> *scan, const wchar_t **format)
 // ---- Specifications ----
 
 template <typename Char>
-static const Char *ReadWidth(const Char *format, Spec<Char> *spec)
+static const Char *ReadWidth(const Char *format, Spec *spec)
 {
-    spec->hasWidth = true;
-    for (; *format >= '0' && *format <= '9'; ++format) {
-        const int64_t width = int64_t{spec->width} * 10 + (*format - '0');
-        spec->width = width < INT_MAX ? static_cast<int>(width) : INT_MAX;
-    }
+    int64_t width = spec->width == kAnyWidth ? 0 : spec->width;
+    for (Unit digit = AsUnit(*format) - '0'; digit >= 0 && digit <= 9;
+         digit = AsUnit(*++format) - '0')
+        width = Least(width * 10 + digit, INT_MAX);
+    spec->width = width;
     return format;
 }
 
 // 'I' and what belongs to it; null when nothing does.
 template <typename Char>
-static const Char *ReadSizeOfI(const Char *format, Spec<Char> *spec)
+static const Char *ReadSizeOfI(const Char *format, Spec *spec)
 {
     spec->size = k64BitSize;
     switch (format[1]) {
@@ -251,7 +264,7 @@ static const Char *ReadSizeOfI(const Char *format, Spec<Char> *spec)
 }
 
 template <typename Char>
-static const Char *ReadSizeLetter(const Char *format, Spec<Char> *spec)
+static const Char *ReadSizeLetter(const Char *format, Spec *spec)
 {
     const bool isDouble = format[1] == format[0];
     switch (*format) {
@@ -277,142 +290,82 @@ static const Char *ReadSizeLetter(const Char *format, Spec<Char> *spec)
     }
 }
 
-// Reads all between a '%' and the conversion character; returns where that stands, or null when the
-// letters make no sense.
-template <typename Char>
-static const Char *ReadSpec(const Char *format, Spec<Char> *spec)
+struct LetterRow {
+    const char *letters;
+    Letter meaning;
+};
+
+static constexpr LetterRow kLetterRows[] = {
+    {"%", {kPercent, 0, false}},
+    {"s", {kWord, 0, false}},
+    {"[", {kSet, 0, false}},
+    {"c", {kCharacters, 0, false}},
+    {"SC", {kCapitalText, 0, false}},
+    {"d", {kInteger, 10, true}},
+    {"u", {kInteger, 10, false}},
+    {"i", {kInteger, 0, true}},
+    {"o", {kInteger, 8, false}},
+    {"xXp", {kInteger, 16, false}},
+    {"aAeEfgG", {kFloat, 0, false}},
+    {"n", {kPosition, 0, false}},
+    {"*", {kStar, 0, false}},
+    {"0123456789", {kWidth, 0, false}},
+    {"hlwLqjtzIFN", {kSizeLetter, 0, false}},
+};
+
+struct LetterTable {
+    Letter of[UCHAR_MAX + 1];
+};
+
+static consteval LetterTable MakeLetterTable()
 {
-    spec->width = 0;
-    spec->hasWidth = false;
-    spec->isSuppressed = false;
+    LetterTable table = {};
+    for (const LetterRow &row : kLetterRows) {
+        for (const char *letter = row.letters; *letter != '\0'; ++letter)
+            table.of[static_cast<unsigned char>(*letter)] = row.meaning;
+    }
+    return table;
+}
+
+static constexpr LetterTable kLetters = MakeLetterTable();
+
+static inline const Letter *LetterOf(Unit ch)
+{
+    return &kLetters.of[ch >= 0 && ch <= UCHAR_MAX ? ch : 0];
+}
+
+// Reads all that belongs to a '%', the conversion character included; returns what stands behind it,
+// or null when the letters make no sense.
+template <typename Char>
+static inline const Char *ReadSpec(const Char *format, Spec *spec)
+{
+    spec->width = kAnyWidth;
     spec->wideLetters = 0;
     spec->size = kIntSize;
+    spec->isSuppressed = false;
     spec->isLongDouble = false;
-    spec->dest = nullptr;
     while (format != nullptr) {
-        switch (*format) {
-        case '*':
+        const Unit ch = AsUnit(*format);
+        const Letter *letter = LetterOf(ch);
+        switch (letter->role) {
+        case kNone: return nullptr;
+        case kStar:
             spec->isSuppressed = true;
             ++format;
             break;
-        case '0':
-        case '1':
-        case '2':
-        case '3':
-        case '4':
-        case '5':
-        case '6':
-        case '7':
-        case '8':
-        case '9': format = ReadWidth(format, spec); break;
-        case 'h':
-        case 'l':
-        case 'w':
-        case 'L':
-        case 'q':
-        case 'j':
-        case 't':
-        case 'z':
-        case 'I':
-        case 'F':
-        case 'N': format = ReadSizeLetter(format, spec); break;
-        default: return format;
+        case kWidth: format = ReadWidth(format, spec); break;
+        case kSizeLetter: format = ReadSizeLetter(format, spec); break;
+        case kPercent: spec->isSuppressed = true; [[fallthrough]];  // nothing is passed for it
+        default:
+            spec->type = ch;
+            spec->letter = letter;
+            return format + 1;
         }
     }
     return nullptr;
 }
 
-enum Family { kNoFamily, kPercent, kTextFamily, kNumberFamily, kPosition };
-
-static constexpr const char *kConversions[] = {
-    "",                // kNoFamily: whatever no other family has
-    "%",               // kPercent
-    "sScC[",           // kTextFamily
-    "diuoxXpaAeEfgG",  // kNumberFamily
-    "n",               // kPosition
-};
-
-struct FamilyTable {
-    unsigned char families[UCHAR_MAX + 1];
-};
-
-static consteval FamilyTable MakeFamilyTable()
-{
-    FamilyTable table = {};
-    for (unsigned char family = kNoFamily; family <= kPosition; ++family) {
-        for (const char *conversion = kConversions[family]; *conversion != '\0'; ++conversion)
-            table.families[static_cast<unsigned char>(*conversion)] = family;
-    }
-    return table;
-}
-
-static constexpr FamilyTable kFamilies = MakeFamilyTable();
-
-static inline Family FamilyOf(Unit type)
-{
-    return type >= 0 && type <= UCHAR_MAX ? static_cast<Family>(kFamilies.families[type])
-                                          : kNoFamily;
-}
-
-// "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with the
-// letters, narrow and wide are the same in both engines.
-static bool IsWideText(Unit type, int wideLetters)
-{
-    return wideLetters > 0 || (wideLetters == 0 && (type == 'S' || type == 'C'));
-}
-
 // ---- Conversions ----
-
-template <typename Char>
-[[gnu::noinline]] static Outcome ConvertText(Scan<Char> *scan, Spec<Char> *spec,
-                                             const Char **format)
-{
-    Text text = {IsWideText(spec->type, spec->wideLetters), false, nullptr, 0, 0};
-    // From here on the case of the letter says no more.
-    if (spec->type == 'S')
-        spec->type = 's';
-    if (spec->type == 'C')
-        spec->type = 'c';
-    if (!spec->isSuppressed) {
-        const Outcome outcome = TakeTextSize(scan, *spec, &text);
-        if (outcome != kDone)
-            return outcome;
-    }
-    if (spec->type == '[' && !ReadSet(format, &spec->set))
-        return kNoMatch;
-    if (spec->type == 's')
-        SkipBlanks(scan);
-    if (spec->hasWidth && spec->width == 0) {
-        const Unit ch = Next(scan);
-        GiveBack(scan, ch);
-        return ch == kEnd ? kInputEnd : kNoMatch;
-    }
-    const Outcome outcome = ReadText(scan, *spec, &text);
-    if (outcome != kDone && text.isStored)
-        Terminate(text, 0);
-    return outcome;
-}
-
-template <typename Char>
-static Outcome ConvertNumber(Scan<Char> *scan, const Spec<Char> &spec)
-{
-    SkipBlanks(scan);
-    if (spec.hasWidth && spec.width == 0) {
-        const Unit ch = Next(scan);
-        GiveBack(scan, ch);
-        return ch == kEnd ? kInputEnd : kNoMatch;
-    }
-    switch (spec.type) {
-    case 'd': return ReadInteger(scan, spec, 10, true);
-    case 'i': return ReadInteger(scan, spec, 0, true);
-    case 'u': return ReadInteger(scan, spec, 10, false);
-    case 'o': return ReadInteger(scan, spec, 8, false);
-    case 'x':
-    case 'X':
-    case 'p': return ReadInteger(scan, spec, 16, false);
-    default: return ReadFloat(scan, spec);
-    }
-}
 
 template <typename Char>
 static Outcome ConvertPercent(Scan<Char> *scan)
@@ -426,31 +379,33 @@ static Outcome ConvertPercent(Scan<Char> *scan)
 }
 
 template <typename Char>
-static Outcome ConvertPosition(Scan<Char> *scan, const Spec<Char> &spec)
+static Outcome ConvertPosition(Scan<Char> *scan, const Spec &spec)
 {
-    if (spec.hasWidth && spec.width == 0)
+    if (spec.width == 0)
         return kNoMatch;
     if (!spec.isSuppressed)
         StoreInteger(spec.dest, spec.size, static_cast<uint64_t>(CharsRead(*scan)));
     return kDone;
 }
 
+template <typename Char>
+static inline Outcome ConvertNumber(Scan<Char> *scan, const Spec &spec)
+{
+    SkipBlanks(scan);
+    if (spec.width == 0)
+        return EndEmptyField(scan);
+    return spec.letter->role == kInteger ? ReadInteger(scan, spec) : ReadFloat(scan, spec);
+}
+
 // Carries out the specification behind a '%' at *format and leaves *format behind it.
 template <typename Char>
-static Outcome Convert(Scan<Char> *scan, const Char **format)
+static inline Outcome Convert(Scan<Char> *scan, const Char **format)
 {
-    Spec<Char> spec;
+    Spec spec;
     *format = ReadSpec(*format, &spec);
     if (*format == nullptr)
         return kNoMatch;
-    spec.type = AsUnit(**format);
-    const Family family = FamilyOf(spec.type);
-    if (family == kNoFamily)
-        return kNoMatch;
-    if (family == kPercent) {
-        ++*format;
-        return ConvertPercent(scan);
-    }
+    const Role role = spec.letter->role;
     if (!spec.isSuppressed) {
         spec.dest = va_arg(scan->arguments, void *);
         if (spec.dest == nullptr)
@@ -458,69 +413,76 @@ static Outcome Convert(Scan<Char> *scan, const Char **format)
     }
 
     Outcome outcome = kDone;
-    if (family == kPosition)
-        outcome = ConvertPosition(scan, spec);
-    else if (family == kTextFamily)
+    if (role <= kFloat)
+        outcome = ConvertNumber(scan, spec);
+    else if (role <= kCapitalText)
         outcome = ConvertText(scan, &spec, format);
     else
-        outcome = ConvertNumber(scan, spec);
-    if (outcome == kDone && family != kPosition) {
-        scan->hasConverted = true;
-        scan->assigned += spec.isSuppressed ? 0 : 1;
-    }
-    ++*format;
-    return outcome;
+        return role == kPercent ? ConvertPercent(scan) : ConvertPosition(scan, spec);
+    if (outcome != kDone)
+        return outcome;
+    if (spec.isSuppressed)
+        scan->hasSkipped = true;
+    else
+        ++scan->assigned;
+    return kDone;
 }
 
 // ---- The format ----
 
+// White space or a literal of the format.
 template <typename Char>
-static Outcome ScanFormat(Scan<Char> *scan, const Char *format)
+static inline Outcome MatchText(Scan<Char> *scan, const Char **format)
+{
+    if (!IsSpace(Char{}, AsUnit(**format)))
+        return MatchLiteral(scan, format);
+    SkipBlanks(scan);
+    ++*format;
+    return kDone;
+}
+
+template <typename Char>
+static inline Outcome ScanFormat(Scan<Char> *scan, const Char *format)
 {
     while (*format != '\0') {
-        Outcome outcome = kDone;
-        bool isConversion = false;
-        if (*format == '%') {
-            ++format;
-            outcome = Convert(scan, &format);
-            isConversion = true;
-        } else if (IsSpace(Char{}, AsUnit(*format))) {
-            SkipBlanks(scan);
-            ++format;
-        } else {
-            outcome = MatchLiteral(scan, &format);
+        if (*format != '%') {
+            const Outcome outcome = MatchText(scan, &format);
+            if (outcome != kDone)
+                return outcome;
+            continue;
         }
+        ++format;
+        const Outcome outcome = Convert(scan, &format);
         if (outcome != kDone)
             return outcome;
-        if (isConversion && scan->isAtEnd && !(format[0] == '%' && format[1] == 'n'))
+        if (scan->isAtEnd && !(format[0] == '%' && format[1] == 'n'))
             return kDone;
     }
     return kDone;
 }
 
 template <typename Char>
-static int ResultOf(const Scan<Char> &scan, Outcome outcome)
+static inline int ResultOf(const Scan<Char> &scan, Outcome outcome)
 {
     if (outcome == kBadParameter)
         return kBadParameterResult;
-    return outcome == kInputEnd && !scan.hasConverted ? EOF : scan.assigned;
+    if (outcome == kInputEnd && scan.assigned == 0 && !scan.hasSkipped)
+        return EOF;
+    return scan.assigned;
 }
 
 template <typename Char>
 static int RunScan(InputSource *source, const Char *format, va_list argList)
 {
-    if (!IsUsable(source) || format == nullptr)
+    if (source == nullptr || format == nullptr || !IsUsable(source))
         return kBadParameterResult;
     const int savedErrno = errno;
     Scan<Char> scan;
     EnterSource(&scan.reader, source);
     scan.charsOfStream = 0;
     scan.assigned = 0;
-    scan.hasConverted = false;
+    scan.hasSkipped = false;
     scan.isAtEnd = false;
-    scan.number.text = scan.number.local;
-    scan.number.used = 0;
-    scan.number.size = sizeof scan.number.local;
     scan.number.onHeap = 0;
     va_copy(scan.arguments, argList);
 
@@ -548,9 +510,9 @@ int tamrik_winput_s(InputSource *source, const wchar_t *format, va_list argList)
 // What the first '%' of the format asks for when it is a string-like conversion with a destination;
 // its type is 0 otherwise.
 template <typename Char>
-static Spec<Char> FirstTextSpec(const Char *format)
+static Spec FirstTextSpec(const Char *format)
 {
-    Spec<Char> spec = {};
+    Spec spec = {};
     while (*format != '\0' && *format != '%')
         ++format;
     if (*format == '\0')
@@ -560,10 +522,14 @@ static Spec<Char> FirstTextSpec(const Char *format)
         ++format;
     while (*format == 'l' || *format == 'w' || *format == 'h')
         format = ReadSizeLetter(format, &spec);
-    const Unit type = AsUnit(*format);
-    if (FamilyOf(type) == kTextFamily && (type != '[' || EndOfSet(format + 1) != nullptr))
-        spec.type = type;
-    return spec;
+    spec.type = AsUnit(*format);
+    switch (LetterOf(spec.type)->role) {
+    case kCapitalText: LowerCapital(&spec); return spec;
+    case kCharacters:
+    case kWord: return spec;
+    case kSet: spec.type = EndOfSet(format + 1) != nullptr ? '[' : 0; return spec;
+    default: spec.type = 0; return spec;
+    }
 }
 
 template <typename Char>
@@ -571,16 +537,16 @@ static void ClearFirstText(const Char *input, const Char *format, va_list argLis
 {
     if (format == nullptr)
         return;
-    const Spec<Char> spec = FirstTextSpec(format);
+    const Spec spec = FirstTextSpec(format);
     if (spec.type == 0)
         return;
     const bool hasInput = input != nullptr && *input != '\0';
-    if (hasInput && spec.type != 's' && spec.type != 'S')
+    if (hasInput && spec.type != 's')
         return;
 
     va_list arguments;
     va_copy(arguments, argList);
-    Text text = {IsWideText(spec.type, spec.wideLetters), true, nullptr, 0, 0};
+    Text text = {spec.wideLetters > 0, true, nullptr, 0, 0};
     text.dest = va_arg(arguments, char *);
     const unsigned int size = va_arg(arguments, unsigned int);
     va_end(arguments);

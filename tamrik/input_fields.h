@@ -43,7 +43,17 @@ static inline bool Append(FloatText *number, char ch)
                                 &number->onHeap);
 }
 
-static void WipeFloatText(FloatText *number)
+// Begins a field's text, in the buffer on the heap if one before has needed it.
+static inline void Restart(FloatText *number)
+{
+    number->used = 0;
+    if (number->onHeap)
+        return;
+    number->text = number->local;
+    number->size = sizeof number->local;
+}
+
+static inline void WipeFloatText(FloatText *number)
 {
     Wipe(number->local, sizeof number->local);
     if (number->onHeap) {
@@ -61,15 +71,15 @@ struct Scan {
     va_list arguments;
     int64_t charsOfStream;  // read from a source that is no string
     int assigned;
-    bool hasConverted;  // some conversion has been completed, a suppressed one included
-    bool isAtEnd;       // a read has met the end of the input
+    bool hasSkipped;  // a suppressed conversion has been completed
+    bool isAtEnd;     // a read has met the end of the input
     FloatText number;
 };
 
 // How a conversion or a literal ended. All but the first end the scan.
 enum Outcome { kDone, kNoMatch, kInputEnd, kBadParameter };
 
-enum IntegerSize { kCharSize, kShortSize, kIntSize, kLongSize, k64BitSize };
+enum IntegerSize : unsigned char { kIntSize, kCharSize, kShortSize, kLongSize, k64BitSize };
 
 // The members of a "%[" set, as they stand in the format.
 template <typename Char>
@@ -77,21 +87,44 @@ struct Set {
     const Char *begin;
     const Char *end;
     bool isNegated;
-    uint64_t low[4];  // a bit for each character below 256 that matches
+    unsigned char has[UCHAR_MAX + 1];  // which of the lowest characters match; see ListMembers
 };
 
+// What a character behind a '%' does: it is a conversion (of a number, of text, any other), or says
+// more about the one that follows.
+enum Role : unsigned char {
+    kNone,
+    kInteger,
+    kFloat,
+    kWord,
+    kSet,
+    kCharacters,
+    kCapitalText,
+    kPosition,
+    kPercent,
+    kStar,
+    kWidth,
+    kSizeLetter
+};
+
+struct Letter {
+    Role role;
+    unsigned char base;  // of an integer, 0 where its digits tell
+    bool isSigned;
+};
+
+static const int64_t kAnyWidth = INT64_MAX;  // wider than any field
+
 // What one '%' asks for.
-template <typename Char>
 struct Spec {
-    Unit type;
-    int width;
-    bool hasWidth;
-    bool isSuppressed;
-    int wideLetters;  // 'l' and 'w' less 'h'
+    Unit type;             // 's' for 'S' and 'c' for 'C'
+    const Letter *letter;  // what the type is
+    void *dest;            // unless it is suppressed
+    int64_t width;         // kAnyWidth when none is written
+    int wideLetters;       // 'l' and 'w' less 'h'; text is wide when it is positive
     IntegerSize size;
+    bool isSuppressed;
     bool isLongDouble;
-    void *dest;
-    Set<Char> set;
 };
 
 // Where a string-like conversion stores, in characters of its destination.
@@ -99,7 +132,7 @@ struct Text {
     bool isWide;
     bool isStored;
     char *dest;
-    size_t size;  // what the field itself may take, its terminator left out
+    size_t size;  // for ReadText what the field itself may take, its terminator left out
     size_t used;
 };
 
@@ -168,6 +201,11 @@ static inline void GiveBack(Scan<wchar_t> *scan, Unit ch)
     scan->charsOfStream -= IsFromString(scan) ? 0 : 1;
 }
 
+static inline int64_t Least(int64_t a, int64_t b)
+{
+    return a < b ? a : b;
+}
+
 // A field of a number while it is read.
 template <typename Char>
 struct Field {
@@ -183,9 +221,9 @@ struct StringField {
     Scan<char> *scan;
     const char *at;
     const char *end;  // where the field's width or the string ends
-    Unit ch;
+    Unit ch;          // kFieldFull at the end
     bool isOutOfMemory;
-    Unit atEnd;  // what comes at the end: kEnd or kFieldFull
+    bool isToEnd;  // the string ends before the field is full
 };
 
 template <typename Char>
@@ -198,7 +236,7 @@ static inline void Advance(Field<Char> *field)
 static inline void LookAt(StringField *field, const char *at)
 {
     field->at = at;
-    field->ch = at != field->end ? AsUnit(*at) : field->atEnd;
+    field->ch = at != field->end ? AsUnit(*at) : kFieldFull;
 }
 
 static inline void Advance(StringField *field)
@@ -217,7 +255,7 @@ static inline void EndBehind(Field<Char> *field)
 static inline void EndBehind(StringField *field)
 {
     field->end = field->at + 1;
-    field->atEnd = kFieldFull;
+    field->isToEnd = false;
     Advance(field);
 }
 
@@ -230,52 +268,52 @@ static inline void LeaveField(const Field<Char> &field)
 static inline void LeaveField(const StringField &field)
 {
     field.scan->reader.at = field.at;
-    if (field.at == field.end && field.atEnd == kEnd)
+    if (field.at == field.end && field.isToEnd)
         field.scan->isAtEnd = true;
 }
 
 template <typename Char>
-static inline int64_t FieldWidth(const Spec<Char> &spec)
+static inline Field<Char> EnterField(Scan<Char> *scan, const Spec &spec)
 {
-    return spec.hasWidth ? spec.width : INT64_MAX;
-}
-
-template <typename Char>
-static inline Field<Char> EnterField(Scan<Char> *scan, const Spec<Char> &spec)
-{
-    Field<Char> field = {scan, FieldWidth(spec), kEnd, false};
+    Field<Char> field = {scan, spec.width, kEnd, false};
     Advance(&field);
     return field;
 }
 
-static inline StringField EnterStringField(Scan<char> *scan, const Spec<char> &spec)
+// There must be a character left, and width for it.
+static inline StringField EnterStringField(Scan<char> *scan, const Spec &spec)
 {
     const char *at = scan->reader.at;
     const int64_t there = scan->reader.end - at;
-    const bool isCut = FieldWidth(spec) <= there;
-    StringField field = {scan, at,    at + (isCut ? FieldWidth(spec) : there),
-                         kEnd, false, isCut ? kFieldFull : kEnd};
-    LookAt(&field, at);
-    return field;
+    return {.scan = scan,
+            .at = at,
+            .end = at + Least(there, spec.width),
+            .ch = AsUnit(*at),
+            .isOutOfMemory = false,
+            .isToEnd = there < spec.width};
+}
+
+template <typename Char, typename Read>
+[[gnu::noinline]] static Outcome ReadFieldSingly(Scan<Char> *scan, const Spec &spec, Read read)
+{
+    Field<Char> field = EnterField(scan, spec);
+    return read(&field, spec);
 }
 
 // Reads a number's field with read(), which takes either kind of field.
 template <typename Read>
-static inline Outcome ReadField(Scan<char> *scan, const Spec<char> &spec, Read read)
+static inline Outcome ReadField(Scan<char> *scan, const Spec &spec, Read read)
 {
-    if (IsFromString(scan)) {
-        StringField field = EnterStringField(scan, spec);
-        return read(&field);
-    }
-    Field<char> field = EnterField(scan, spec);
-    return read(&field);
+    if (scan->reader.at == scan->reader.end)  // always so when the source is no string
+        return ReadFieldSingly(scan, spec, read);
+    StringField field = EnterStringField(scan, spec);
+    return read(&field, spec);
 }
 
 template <typename Read>
-static inline Outcome ReadField(Scan<wchar_t> *scan, const Spec<wchar_t> &spec, Read read)
+static inline Outcome ReadField(Scan<wchar_t> *scan, const Spec &spec, Read read)
 {
-    Field<wchar_t> field = EnterField(scan, spec);
-    return read(&field);
+    return ReadFieldSingly(scan, spec, read);
 }
 
 // Skips blanks one by one, up to the end of the input.
@@ -291,9 +329,9 @@ template <typename Char>
 static inline void SkipBlanks(Scan<char> *scan)
 {
     Reader *reader = &scan->reader;
-    while (reader->at != reader->end && IsSpace(char{}, AsUnit(*reader->at)))
+    while (reader->at != reader->end && IsPlainSpace(AsUnit(*reader->at)))
         ++reader->at;
-    if (reader->at == reader->end)
+    if (reader->at == reader->end || !IsPrinting(AsUnit(*reader->at)))
         SkipBlanksSingly(scan);
 }
 
@@ -302,14 +340,13 @@ static inline void SkipBlanks(Scan<wchar_t> *scan)
     SkipBlanksSingly(scan);
 }
 
-// Copies up to most characters as long as they pass, from the one at count on; returns how many did.
-template <typename Test>
-static inline int64_t CopyWhile(char *dest, const char *at, int64_t count, int64_t most,
-                                Test passes)
+// How a field without a character ends: by a width of 0, or the input's end.
+template <typename Char>
+[[gnu::noinline]] static Outcome EndEmptyField(Scan<Char> *scan)
 {
-    for (; count < most && passes(AsUnit(at[count])); ++count)
-        dest[count] = at[count];
-    return count;
+    const Unit ch = Next(scan);
+    GiveBack(scan, ch);
+    return ch == kEnd ? kInputEnd : kNoMatch;
 }
 
 #endif

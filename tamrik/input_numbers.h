@@ -52,44 +52,32 @@ static inline unsigned int DigitValue(Unit ch)
 static inline void AddDigit(Integer *value, unsigned int base, unsigned int digit)
 {
     value->hasDigits = true;
-    uint64_t larger = 0;
-    if (__builtin_mul_overflow(value->magnitude, base, &larger) ||
-        __builtin_add_overflow(larger, digit, &larger))
+    // Below 2 to the 60 there is room for a digit of any base.
+    if (value->magnitude >> 60 != 0 && value->magnitude > (UINT64_MAX - digit) / base)
         value->isTooLarge = true;
     else
-        value->magnitude = larger;
+        value->magnitude = value->magnitude * base + digit;
 }
 
-// Adds the first digits of a string at once: as many as there are, of those that 64 bits always have
-// room for. What comes then, ReadIntegerField finds out.
-static inline void AddRun(StringField *field, unsigned int base, Integer *value)
+template <typename AnyField>
+static inline void AddDigits(AnyField *field, unsigned int base, Integer *value)
 {
-    const ptrdiff_t alwaysFit = base == 16 ? 16 : 19;
-    const bool isShort = field->end - field->at <= alwaysFit;
-    const char *const end = isShort ? field->end : field->at + alwaysFit;
-    const char *at = field->at;
-    uint64_t magnitude = 0;
-    for (; at != end && DigitValue(AsUnit(*at)) < base; ++at)
-        magnitude = magnitude * base + DigitValue(AsUnit(*at));
-    value->magnitude = magnitude;
-    value->hasDigits |= at != field->at;
-    LookAt(field, at);
-}
-
-template <typename Char>
-static inline void AddRun(Field<Char> * /*tag*/, unsigned int /*tag*/, Integer * /*tag*/)
-{
+    for (unsigned int digit = DigitValue(field->ch); digit < base; digit = DigitValue(field->ch)) {
+        AddDigit(value, base, digit);
+        Advance(field);
+    }
 }
 
 // A value that no 64 bits hold becomes the nearest that they do; unsigned ones with a '-' wrap.
-static uint64_t ValueOf(const Integer &value, bool isSigned)
+static inline uint64_t ValueOf(const Integer &value, bool isSigned)
 {
-    if (!isSigned && value.isTooLarge)
-        return UINT64_MAX;
-    const uint64_t largest = static_cast<uint64_t>(INT64_MAX) + (value.isNegative ? 1 : 0);
     uint64_t magnitude = value.magnitude;
-    if (isSigned && (value.isTooLarge || magnitude > largest))
-        magnitude = largest;
+    if (value.isTooLarge || magnitude > INT64_MAX) {
+        if (value.isTooLarge && !isSigned)
+            return UINT64_MAX;
+        if (isSigned)
+            magnitude = static_cast<uint64_t>(INT64_MAX) + (value.isNegative ? 1 : 0);
+    }
     return value.isNegative ? 0 - magnitude : magnitude;
 }
 
@@ -100,15 +88,18 @@ static inline void StoreAs(void *dest, uint64_t value)
     memcpy(dest, &narrowed, sizeof narrowed);
 }
 
-static void StoreInteger(void *dest, IntegerSize size, uint64_t value)
+static inline void StoreInteger(void *dest, IntegerSize size, uint64_t value)
 {
-    switch (size) {
-    case kCharSize: StoreAs<unsigned char>(dest, value); break;
-    case kShortSize: StoreAs<unsigned short>(dest, value); break;
-    case kIntSize: StoreAs<unsigned int>(dest, value); break;
-    case kLongSize: StoreAs<unsigned long>(dest, value); break;
-    case k64BitSize: StoreAs<uint64_t>(dest, value); break;
-    }
+    if (size == kIntSize) [[likely]]
+        StoreAs<unsigned int>(dest, value);
+    else if (size == k64BitSize)
+        StoreAs<uint64_t>(dest, value);
+    else if (size == kLongSize)
+        StoreAs<unsigned long>(dest, value);
+    else if (size == kShortSize)
+        StoreAs<unsigned short>(dest, value);
+    else
+        StoreAs<unsigned char>(dest, value);
 }
 
 static inline bool IsLetter(Unit ch, char lower)
@@ -133,7 +124,9 @@ static inline bool PassNull(AnyField *field)
 template <typename AnyField>
 static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Integer *value)
 {
-    if (field->ch != '0' || (base != 0 && base != 16))
+    if (base == 8 || base == 10)
+        return base;
+    if (field->ch != '0')
         return base == 0 ? 10 : base;
     Advance(field);
     if (IsLetter(field->ch, 'x')) {
@@ -144,42 +137,34 @@ static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Intege
     return base == 0 ? 8 : base;
 }
 
-template <typename AnyField, typename Char>
-static inline Outcome ReadIntegerField(AnyField *field, const Spec<Char> &spec, unsigned int base,
-                                       bool isSigned)
+template <typename AnyField>
+static inline Outcome ReadIntegerField(AnyField *field, const Spec &spec)
 {
     Integer value = {};
     if (field->ch == kEnd)
         return kInputEnd;
-    if (spec.type == 'p' && field->ch == '(') {
+    if (field->ch == '(' && spec.type == 'p') {
         value.hasDigits = PassNull(field);
     } else {
         value.isNegative = field->ch == '-';
         if (field->ch == '-' || field->ch == '+')
             Advance(field);
-        base = ReadPrefix(field, base, &value);
-        AddRun(field, base, &value);
-        for (unsigned int digit = DigitValue(field->ch); digit < base;
-             digit = DigitValue(field->ch)) {
-            AddDigit(&value, base, digit);
-            Advance(field);
-        }
+        AddDigits(field, ReadPrefix(field, spec.letter->base, &value), &value);
     }
     LeaveField(*field);
     if (!value.hasDigits)
         return kNoMatch;
     if (!spec.isSuppressed)
         StoreInteger(spec.dest, spec.type == 'p' ? k64BitSize : spec.size,
-                     ValueOf(value, isSigned));
+                     ValueOf(value, spec.letter->isSigned));
     return kDone;
 }
 
 template <typename Char>
-static Outcome ReadInteger(Scan<Char> *scan, const Spec<Char> &spec, unsigned int base,
-                           bool isSigned)
+static inline Outcome ReadInteger(Scan<Char> *scan, const Spec &spec)
 {
     return ReadField(scan, spec,
-                     [&](auto *field) { return ReadIntegerField(field, spec, base, isSigned); });
+                     [](auto *field, const Spec &what) { return ReadIntegerField(field, what); });
 }
 
 // ---- Floating point ----
@@ -208,10 +193,11 @@ static inline int64_t KeepRun(StringField *field, unsigned int base)
 {
     FloatText *number = &field->scan->number;
     const int64_t room = static_cast<int64_t>(number->size - number->used) - 1;
-    const int64_t there = field->end - field->at;
-    const int64_t count =
-        CopyWhile(number->text + number->used, field->at, 0, there < room ? there : room,
-                  [base](Unit ch) { return DigitValue(ch) < base; });
+    const int64_t most = Least(field->end - field->at, room);
+    char *const dest = number->text + number->used;
+    int64_t count = 0;
+    for (; count < most && DigitValue(AsUnit(field->at[count])) < base; ++count)
+        dest[count] = field->at[count];
     LookAt(field, field->at + count);
     number->used += static_cast<size_t>(count);
     return count;
@@ -326,8 +312,7 @@ static bool KeepNumber(AnyField *field)
     return KeepDigits(field, 10);
 }
 
-template <typename Char>
-static void StoreFloat(const Spec<Char> &spec, const char *text)
+static void StoreFloat(const Spec &spec, const char *text)
 {
     if (spec.isLongDouble) {
         const long double value = strtold(text, nullptr);
@@ -343,11 +328,11 @@ static void StoreFloat(const Spec<Char> &spec, const char *text)
     memcpy(spec.dest, &rounded, sizeof rounded);
 }
 
-template <typename AnyField, typename Char>
-static inline Outcome ReadFloatField(AnyField *field, const Spec<Char> &spec)
+template <typename AnyField>
+static inline Outcome ReadFloatField(AnyField *field, const Spec &spec)
 {
     FloatText *number = &field->scan->number;
-    number->used = 0;
+    Restart(number);
     if (field->ch == kEnd)
         return kInputEnd;
     KeepSign(field);
@@ -369,9 +354,10 @@ static inline Outcome ReadFloatField(AnyField *field, const Spec<Char> &spec)
 }
 
 template <typename Char>
-static Outcome ReadFloat(Scan<Char> *scan, const Spec<Char> &spec)
+static Outcome ReadFloat(Scan<Char> *scan, const Spec &spec)
 {
-    return ReadField(scan, spec, [&](auto *field) { return ReadFloatField(field, spec); });
+    return ReadField(scan, spec,
+                     [](auto *field, const Spec &what) { return ReadFloatField(field, what); });
 }
 
 #endif

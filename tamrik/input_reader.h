@@ -44,8 +44,8 @@ struct Reader {
     const char *at;
     const char *end;
     char waiting[MB_LEN_MAX];
-    int waitingCount;
     char last[MB_LEN_MAX];  // the bytes of the last whole character
+    int waitingCount;
     int lastCount;
 };
 
@@ -209,7 +209,7 @@ static void LeaveStandardInput(Reader *reader, bool isWide)
     UngetBytes(reader->waiting, reader->waitingCount, stdin);
 }
 
-static void EnterSource(Reader *reader, InputSource *source)
+static inline void EnterSource(Reader *reader, InputSource *source)
 {
     const bool isString = IsPlainString(source) && source->count > 0;
     reader->source = source;
@@ -220,28 +220,30 @@ static void EnterSource(Reader *reader, InputSource *source)
     reader->lastCount = 0;
 }
 
+[[gnu::noinline]] static void LeaveStream(Reader *reader, bool isWide)
+{
+    if (reader->source->kind & kStandardInput)
+        LeaveStandardInput(reader, isWide);
+    else if (reader->source->kind & kFile)
+        LeaveFile(reader);
+}
+
 static inline void LeaveSource(Reader *reader, bool isWide)
 {
     InputSource *source = reader->source;
-    if (reader->begin != nullptr) {
-        source->cur = reader->at;
-        source->count -= static_cast<int>(reader->at - reader->begin);
-    } else if (source->kind & kStandardInput) {
-        LeaveStandardInput(reader, isWide);
-    } else if (source->kind & kFile) {
-        LeaveFile(reader);
+    if (reader->begin == nullptr) {
+        LeaveStream(reader, isWide);
+        return;
     }
+    source->cur = reader->at;
+    source->count -= static_cast<int>(reader->at - reader->begin);
 }
 
-static bool IsUsable(const InputSource *source)
+static inline bool IsUsable(const InputSource *source)
 {
-    if (source == nullptr)
-        return false;
-    if (source->kind & kStandardInput)
-        return true;
-    if (source->kind & kFile)
-        return source->stream != nullptr;
-    return (source->kind & kString) && (source->cur != nullptr || source->count <= 0);
+    if (IsPlainString(source))
+        return (source->kind & kString) && (source->cur != nullptr || source->count <= 0);
+    return (source->kind & kStandardInput) || source->stream != nullptr;
 }
 
 // ---- White space ----
@@ -255,7 +257,7 @@ static inline bool IsPrinting(Unit ch)
 
 static inline bool IsPlainSpace(Unit ch)
 {
-    return ch == ' ' || (ch >= '\t' && ch <= '\r');
+    return ch <= ' ' && (ch == ' ' || (ch >= '\t' && ch <= '\r'));
 }
 
 static inline bool IsSpace(char /*tag*/, Unit ch)

@@ -6,6 +6,7 @@
 #define TAMRIK_INPUT_TEXT_H
 
 #include "tamrik/input_fields.h"
+#include "tamrik/small.h"
 
 #include <limits.h>
 #include <stdint.h>
@@ -44,41 +45,30 @@ static void NextMembers(const Char **text, const Char *end, Unit *low, Unit *hig
     ++*text;
 }
 
-static const Unit kLowest = 256;  // the first character that the bits do not tell
-
-static void AddLow(uint64_t *bits, Unit low, Unit high)
+// Reads the set whose '[' stands just before text and returns where it ends: behind its ']'. When there
+// is none, its end is null and nothing of the text is taken.
+template <typename Char>
+static inline const Char *ReadSet(const Char *text, Set<Char> *set)
 {
-    for (Unit word = low / 64; word <= high / 64; ++word) {
-        const Unit first = low > word * 64 ? low - word * 64 : 0;
-        const Unit last = high < word * 64 + 63 ? high - word * 64 : 63;
-        bits[word] |= (UINT64_MAX >> (63 - last)) & (UINT64_MAX << first);
-    }
+    set->isNegated = *text == '^';
+    set->begin = text + (set->isNegated ? 1 : 0);
+    set->end = EndOfSet(text);
+    return set->end != nullptr ? set->end + 1 : text;
 }
 
-// Reads the set whose '[' stands at *format, and leaves *format at its ']'.
+// Finds out which of the lowest characters match.
 template <typename Char>
-static bool ReadSet(const Char **format, Set<Char> *set)
+static void ListMembers(Set<Char> *set)
 {
-    set->begin = *format + 1;
-    set->end = EndOfSet(set->begin);
-    if (set->end == nullptr)
-        return false;
-    *format = set->end;
-    set->isNegated = *set->begin == '^';
-    if (set->isNegated)
-        ++set->begin;
-
-    memset(set->low, 0, sizeof set->low);
+    memset(set->has, set->isNegated, sizeof set->has);
     for (const Char *at = set->begin; at < set->end;) {
         Unit low = 0;
         Unit high = 0;
         NextMembers(&at, set->end, &low, &high);
-        if (low < kLowest)
-            AddLow(set->low, low, high < kLowest ? high : kLowest - 1);
+        high = high < UCHAR_MAX ? high : UCHAR_MAX;
+        if (low <= high)
+            memset(set->has + low, !set->isNegated, static_cast<size_t>(high - low + 1));
     }
-    for (uint64_t &word : set->low)
-        word = set->isNegated ? ~word : word;
-    return true;
 }
 
 template <typename Char>
@@ -94,20 +84,16 @@ static bool IsInFarSet(const Set<Char> &set, Unit ch)
     return set.isNegated;
 }
 
-template <typename Char>
-static inline bool IsInSet(const Set<Char> &set, Unit ch)
-{
-    return ch < kLowest ? ((set.low[ch / 64] >> (ch % 64)) & 1U) != 0 : IsInFarSet(set, ch);
-}
-
 // ---- Strings, characters and sets ----
 
 template <typename Char>
-static inline bool Belongs(const Spec<Char> &spec, Unit ch)
+static inline bool Belongs(const Spec &spec, const Set<Char> &set, Unit ch)
 {
     if (spec.type == 's')
         return !IsSpace(Char{}, ch);
-    return spec.type == 'c' || IsInSet(spec.set, ch);
+    if (spec.type == 'c')
+        return true;
+    return ch <= UCHAR_MAX ? set.has[ch] != 0 : IsInFarSet(set, ch);
 }
 
 static void StoreWide(char *dest, size_t index, Unit ch)
@@ -189,109 +175,56 @@ static inline void GiveBackOfText(Scan<wchar_t> *scan, const Text & /*tag*/, Uni
 }
 
 // A character read whole belongs to the field when each of its bytes does.
-static inline bool BelongsToText(const Scan<char> *scan, const Spec<char> &spec, const Text &text,
-                                 Unit ch)
+static inline bool BelongsToText(const Scan<char> *scan, const Spec &spec, const Set<char> &set,
+                                 const Text &text, Unit ch)
 {
     if (!text.isWide)
-        return Belongs(spec, ch);
+        return Belongs(spec, set, ch);
     for (int i = 0; i < scan->reader.lastCount; ++i) {
-        if (!Belongs(spec, AsUnit(scan->reader.last[i])))
+        if (!Belongs(spec, set, AsUnit(scan->reader.last[i])))
             return false;
     }
     return true;
 }
 
-static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec<wchar_t> &spec,
-                                 const Text & /*tag*/, Unit ch)
+static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec &spec,
+                                 const Set<wchar_t> &set, const Text & /*tag*/, Unit ch)
 {
-    return Belongs(spec, ch);
+    return Belongs(spec, set, ch);
 }
 
-// Whether all bytes of a block print: its sums and differences carry into a byte's highest bit where
-// one is above '~' or below '!', and at most into more bytes than are.
-static inline bool IsPrintingBlock(uint64_t block)
+// Ends a field of as many characters as are stored, which may not be none. A "%c" has no terminator,
+// unless the input's end cut it short: then it is terminated like a string, and must have the room.
+static inline Outcome EndText(const Spec &spec, const Text &text, bool isCut)
 {
-    const uint64_t everyByte = UINT64_C(0x0101010101010101);
-    const uint64_t isAbove = block | (block + everyByte * (0x7F - '~'));
-    const uint64_t isBelow = block - everyByte * '!';
-    return ((isAbove | isBelow) & everyByte * 0x80) == 0;
-}
-
-// The same with characters that are no white space, those that print in blocks.
-[[gnu::noinline]] static int64_t CopyWord(char *dest, const char *at, int64_t most)
-{
-    int64_t count = 0;
-    uint64_t block = 0;
-    const int64_t size = sizeof block;
-    for (; most - count >= size; count += size) {
-        memcpy(&block, at + count, sizeof block);
-        if (!IsPrintingBlock(block))
-            break;
-        memcpy(dest + count, &block, sizeof block);
-    }
-    return CopyWhile(dest, at, count, most, [](Unit ch) { return !IsSpace(char{}, ch); });
-}
-
-// The same with the members of a set.
-[[gnu::noinline]] static int64_t CopyMembers(char *dest, const char *at, int64_t most,
-                                             const Set<char> &set)
-{
-    return CopyWhile(dest, at, 0, most, [&set](Unit ch) { return IsInSet(set, ch); });
-}
-
-// Stores as much of a string's field as needs no second look: narrow text that is there, belongs to
-// the field and has room. Takes what it read from *left, and all where the next character ends the
-// field; else ReadText finds out what comes then. Returns how many characters it was.
-static inline int64_t StoreRun(Scan<char> *scan, const Spec<char> &spec, Text *text, int64_t *left)
-{
-    if (text->isWide || !text->isStored)
-        return 0;
-    const char *at = scan->reader.at;
-    const int64_t there = scan->reader.end - at;
-    const int64_t room = static_cast<int64_t>(text->size);
-    int64_t most = *left < there ? *left : there;
-    most = most < room ? most : room;
-    if (most == 0)
-        return 0;
-
-    int64_t count = most;
-    if (spec.type == 's') {
-        count = CopyWord(text->dest, at, most);
-    } else if (spec.type == 'c') {
-        memcpy(text->dest, at, static_cast<size_t>(most));
-    } else {
-        count = CopyMembers(text->dest, at, most, spec.set);
-    }
-    scan->reader.at += count;
-    text->used = static_cast<size_t>(count);
-    *left = count < most ? 0 : *left - count;
-    return count;
-}
-
-static inline int64_t StoreRun(Scan<wchar_t> * /*tag*/, const Spec<wchar_t> & /*tag*/,
-                               Text * /*tag*/, int64_t * /*tag*/)
-{
-    return 0;
+    if (spec.type == 'c' && !isCut)
+        return kDone;
+    if (spec.type == 'c' && text.used == text.size)
+        return kNoMatch;
+    Terminate(text, text.used);
+    return kDone;
 }
 
 // Reads the field into the destination, which is left empty when the field is missing, does not fit
 // or cannot be converted.
 template <typename Char>
-static Outcome ReadText(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
+static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text text)
 {
-    int64_t left = spec.type == 'c' && !spec.hasWidth ? 1 : FieldWidth(spec);
-    bool isEmpty = StoreRun(scan, spec, text, &left) == 0;
+    if (spec.type == '[')
+        ListMembers(set);
+    int64_t left = spec.width;
+    bool isEmpty = true;
     Unit ch = kFieldFull;
     for (; left > 0; --left) {
-        ch = NextOfText(scan, *text);
+        ch = NextOfText(scan, text);
         if (ch < 0)
             break;
-        if (!BelongsToText(scan, spec, *text, ch)) {
-            GiveBackOfText(scan, *text, ch);
+        if (!BelongsToText(scan, spec, *set, text, ch)) {
+            GiveBackOfText(scan, text, ch);
             break;
         }
-        if (text->isStored && !Store(scan, text, ch)) {
-            GiveBackOfText(scan, *text, ch);
+        if (text.isStored && !Store(scan, &text, ch)) {
+            GiveBackOfText(scan, text, ch);
             return kNoMatch;
         }
         isEmpty = false;
@@ -300,18 +233,87 @@ static Outcome ReadText(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
         return kNoMatch;
     if (isEmpty)
         return ch == kEnd ? kInputEnd : kNoMatch;
-    if (!text->isStored || (spec.type == 'c' && left == 0))
-        return kDone;
-    // A "%c" that the input's end cuts short is terminated like a string, and must have the room.
-    if (spec.type == 'c' && text->used == text->size)
-        return kNoMatch;
-    Terminate(*text, text->used);
-    return kDone;
+    return text.isStored ? EndText(spec, text, left > 0) : kDone;
+}
+
+// ---- Narrow text of strings, found as a whole ----
+
+// Eight bytes, the first of them the lowest.
+static inline uint64_t EightBytes(const char *at)
+{
+    uint64_t bytes = 0;
+    memcpy(&bytes, at, sizeof bytes);
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? bytes : __builtin_bswap64(bytes);
+}
+
+// Marks the bytes that do not print by their highest bits: the lowest of them surely, above it also
+// others, as sums and differences carry.
+static inline uint64_t MarkNotPrinting(uint64_t bytes)
+{
+    const uint64_t everyByte = UINT64_C(0x0101010101010101);
+    const uint64_t isAbove = bytes | (bytes + everyByte * (0x7F - '~'));
+    const uint64_t isBelow = bytes - everyByte * '!';
+    return (isAbove | isBelow) & everyByte * 0x80;
+}
+
+// The first byte that does not print, or end.
+static inline const char *SkipPrinting(const char *at, const char *end)
+{
+    const ptrdiff_t block = sizeof(uint64_t);
+    if (end - at < block) {
+        while (at != end && IsPrinting(AsUnit(*at)))
+            ++at;
+        return at;
+    }
+    // The last block may begin within the one before.
+    for (const char *const last = end - block;; at = last - at < block ? last : at + block) {
+        const uint64_t marks = MarkNotPrinting(EightBytes(at));
+        if (marks != 0)
+            return at + __builtin_ctzll(marks) / CHAR_BIT;
+        if (at == last)
+            return end;
+    }
+}
+
+[[gnu::noinline]] static const char *EndOfWordSingly(const char *at, const char *end)
+{
+    while (at != end && !IsSpace(char{}, AsUnit(*at)))
+        ++at;
+    return at;
+}
+
+static inline const char *EndOfWord(const char *at, const char *end)
+{
+    at = SkipPrinting(at, end);
+    return at == end || IsPlainSpace(AsUnit(*at)) ? at : EndOfWordSingly(at, end);
+}
+
+[[gnu::noinline]] static const char *EndOfMembers(const char *at, const char *end, Set<char> *set)
+{
+    // All but one character, as in "%[^=]", is what sets are used for most.
+    if (set->isNegated && set->end - set->begin == 1) {
+        const int only = static_cast<unsigned char>(*set->begin);
+        const void *found = memchr(at, only, static_cast<size_t>(end - at));
+        return found != nullptr ? static_cast<const char *>(found) : end;
+    }
+    ListMembers(set);
+    while (at != end && set->has[AsUnit(*at)])
+        ++at;
+    return at;
+}
+
+// "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with the
+// letters, narrow and wide are the same in both engines.
+static void LowerCapital(Spec *spec)
+{
+    spec->type += 'a' - 'A';
+    if (spec->wideLetters == 0)
+        spec->wideLetters = 1;
 }
 
 // Takes the destination's size from the arguments and judges it.
 template <typename Char>
-static Outcome TakeTextSize(Scan<Char> *scan, const Spec<Char> &spec, Text *text)
+static Outcome TakeTextSize(Scan<Char> *scan, const Spec &spec, Text *text)
 {
     const unsigned int size = va_arg(scan->arguments, unsigned int);
     text->dest = static_cast<char *>(spec.dest);
@@ -321,8 +323,94 @@ static Outcome TakeTextSize(Scan<Char> *scan, const Spec<Char> &spec, Text *text
     Terminate(*text, 0);
     if (size == 0)
         return kBadParameter;
-    text->size = spec.type == 'c' ? size : size - 1;
+    text->size = size;
     return kDone;
+}
+
+template <typename Char>
+[[gnu::noinline]] static Outcome ConvertTextSingly(Scan<Char> *scan, Spec *spec, Set<Char> *set)
+{
+    if (spec->letter->role == kCapitalText)
+        LowerCapital(spec);
+    if (spec->type == 'c' && spec->width == kAnyWidth)
+        spec->width = 1;
+    Text text = {spec->wideLetters > 0, !spec->isSuppressed, nullptr, 0, 0};
+    Outcome outcome = text.isStored ? TakeTextSize(scan, *spec, &text) : kDone;
+    if (outcome != kDone)
+        return outcome;
+    if (spec->type == '[' && set->end == nullptr)
+        return kNoMatch;
+    if (spec->type == 's')
+        SkipBlanks(scan);
+    if (spec->width == 0)
+        return EndEmptyField(scan);
+    if (text.isStored && spec->type != 'c')
+        --text.size;
+    outcome = ReadText(scan, *spec, set, text);
+    if (outcome != kDone && text.isStored)
+        Terminate(text, 0);
+    return outcome;
+}
+
+// A "%s" or "%[" that is stored, narrow, and read from a string: the field is found as a whole, and
+// copied at once. It may be as long as the size says, which is one character too many.
+[[gnu::noinline]] static Outcome ConvertWholeText(Scan<char> *scan, const Spec &spec,
+                                                  Set<char> *set)
+{
+    Text text = {false, true, nullptr, 0, 0};
+    const Outcome outcome = TakeTextSize(scan, spec, &text);
+    if (outcome != kDone)
+        return outcome;
+    const bool isWord = spec.type == 's';
+    if (isWord)
+        SkipBlanks(scan);
+    else if (set->end == nullptr)
+        return kNoMatch;
+
+    const char *const at = scan->reader.at;
+    const int64_t there = scan->reader.end - at;
+    const int64_t size = static_cast<int64_t>(text.size);
+    const int64_t most = Least(Least(there, spec.width), size);
+    if (most == 0)
+        return EndEmptyField(scan);
+    const char *end = at + most;
+    end = isWord ? EndOfWord(at, end) : EndOfMembers(at, end, set);
+    const int64_t length = end - at;
+    if (length == 0)
+        return kNoMatch;
+    if (length == size) {
+        memcpy(text.dest, at, text.size - 1);
+        text.dest[0] = '\0';
+        scan->reader.at += size - 1;
+        return kNoMatch;
+    }
+    CopyBlock(text.dest, at, static_cast<size_t>(length), kSmallCopy);
+    text.dest[length] = '\0';
+    scan->reader.at = end;
+    if (length == there && length < spec.width)
+        scan->isAtEnd = true;
+    return kDone;
+}
+
+static inline Outcome ConvertAnyText(Scan<char> *scan, Spec *spec, Set<char> *set)
+{
+    const bool isWhole = IsFromString(scan) && spec->letter->role <= kSet && !spec->isSuppressed &&
+                         spec->wideLetters <= 0;
+    return isWhole ? ConvertWholeText(scan, *spec, set) : ConvertTextSingly(scan, spec, set);
+}
+
+static inline Outcome ConvertAnyText(Scan<wchar_t> *scan, Spec *spec, Set<wchar_t> *set)
+{
+    return ConvertTextSingly(scan, spec, set);
+}
+
+template <typename Char>
+static inline Outcome ConvertText(Scan<Char> *scan, Spec *spec, const Char **format)
+{
+    Set<Char> set;
+    if (spec->letter->role == kSet)
+        *format = ReadSet(*format, &set);
+    return ConvertAnyText(scan, spec, &set);
 }
 
 #endif

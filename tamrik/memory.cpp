@@ -20,13 +20,15 @@ const unsigned char myStrAllFF[32] = {
 };
 
 // What a fill that was not admitted reports, and the filling of the whole buffer when count is what
-// does not fit: what is left when size and pointer are good.
-[[gnu::cold, gnu::noinline]] static int FillError(void *dest, size_t destMax, int c)
+// does not fit.
+[[gnu::cold, gnu::noinline]] static int FillError(void *dest, size_t destMax, int c, size_t count)
 {
     if (IsBadSize(destMax, MAX_BUFFER_SIZE))
         return ERANGE;
     if (dest == nullptr)
         return EINVAL;
+    if (count <= destMax)
+        return RESULT_OK;
     // Intended: the buffer is filled with the caller's value, where every other function clears.
     memset(dest, c, destMax);
     return ERANGE_CLEARED;
@@ -64,7 +66,7 @@ template <bool hasLimit>
 [[gnu::noinline]] static int FillOther(void *dest, size_t destMax, int c, size_t count)
 {
     if ((hasLimit && destMax > MAX_BUFFER_SIZE) || dest == nullptr || count > destMax)
-        return FillError(dest, destMax, c);
+        return FillError(dest, destMax, c, count);
     if (count != 0)
         memset(dest, c, count);
     return RESULT_OK;
@@ -116,7 +118,7 @@ int memset_s(void *dest, size_t destMax, int c, size_t count)
         memset(dest, c, count);
         return RESULT_OK;
     }
-    return FillError(dest, destMax, c);
+    return FillError(dest, destMax, c, count);
 }
 
 int memset_sOptAsm(void *dest, size_t destMax, int c, size_t count)
