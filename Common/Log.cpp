@@ -108,7 +108,7 @@ static void Append(char (&message)[kLineSize], size_t &produced, const char *pie
 
 // Makes the message of a text that is a format without arguments: what vsnprintf_s makes of it, as
 // long as that is defined, and from the first specification that would take an argument on the text
-// as it stands.
+// as it stands. `message` is all zero before.
 static void FormatText(char (&message)[kLineSize], const char *text)
 {
     size_t produced = 0;
@@ -130,7 +130,6 @@ static void FormatText(char (&message)[kLineSize], const char *text)
         Append(message, produced, last, 1);
         text = last + 1;
     }
-    message[produced < sizeof message ? produced : sizeof message - 1] = '\0';
 }
 
 // Makes the finished line what printing it as a format without arguments gives, and returns its new

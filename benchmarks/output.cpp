@@ -1,10 +1,10 @@
 // Formatted output: the formats that the daemon uses and four others, beside the platform's snprintf,
 // stb_sprintf, libsafec and fmt (its own language and its printf one, both read at run time).
 #include "benchmarks/harness.h"
+#include "benchmarks/peers/bounds.h"
 #include "benchmarks/peers/safec.h"
 #include "tamrik/tamrik.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -67,17 +67,6 @@ Case &AddFormat(const std::string &name, const char *format, [[maybe_unused]] co
     return work;
 }
 
-// The least that a floating conversion can do: one variadic call that hands its value on to the
-// platform by another.
-[[gnu::noinline]] int PlatformAlone(char *buffer, const char *format, ...)
-{
-    va_list argList;
-    va_start(argList, format);
-    const int result = indirectSprintf(buffer, format, va_arg(argList, double));
-    va_end(argList);
-    return result;
-}
-
 }  // namespace
 
 void AddOutputCases()
@@ -102,8 +91,9 @@ void AddOutputCases()
               "ThirdPartySetup.dmg");
     AddFormat("plain message", "DiskMountApproval exit success", "DiskMountApproval exit success");
     Case &floating = AddFormat("float", "%f", "{:f}", 3.14159265358979);
-    AddCandidate(floating, "two calls and vsprintf", [] {
-        benchmark::DoNotOptimize(PlatformAlone(g_buffer, Hidden("%f"), 3.14159265358979));
+    AddCandidate(floating, "checks, vsprintf, copy", [] {
+        benchmark::DoNotOptimize(
+            BareFloat(g_buffer, kSize, kSize - 1, Hidden("%f"), 3.14159265358979));
     });
     AddFormat("hexadecimal", "%x", "{:x}", 0xDEADBEEFu);
     AddFormat("long number", "%lld", "{}", -1234567890123456789LL);

@@ -25,6 +25,10 @@ static const size_t kNameSize = 512;      // bytes of the setup file's name
 static const size_t kNumberSize = 8;      // bytes of a duplicate's number: at most seven digits
 static const size_t kCommandRoom = 2048;  // bytes of a command line beside its open prefix
 
+static const size_t kSwitchSize = sizeof "No";  // bytes of the switch, its zero included
+static const long kLeastBlock = 512;            // the blocks of streams are multiples of this
+static const char kNowhere[] = "/";             // a folder takes no byte that is written to it
+
 static const int kTryInterval = 2;       // seconds between two looks for a volume
 static const int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
 static const int kPackageWait = 30;      // seconds for the volume that the setup file brings
@@ -404,17 +408,36 @@ static void StripExtension(char *name)
 // Sends what is still pending in `file`, which stays open, to nowhere instead of into its file.
 static void DivertStream(FILE *file)
 {
-    const int nowhere = open("/dev/null", O_WRONLY);
-    if (nowhere == -1)
-        return;
-    dup2(nowhere, fileno(file));
-    close(nowhere);
+    const int stream = fileno(file);
+    int nowhere = open(kNowhere, O_RDONLY);
+    if (nowhere == -1) {
+        close(stream);  // its own descriptor is the one that was missing
+        nowhere = open(kNowhere, O_RDONLY);
+    }
+    if (nowhere != -1 && nowhere != stream) {
+        dup2(nowhere, stream);
+        close(nowhere);
+    }
+}
+
+// Puts the stream where the switch is to be written, in such a way that its three bytes reach the file
+// in one write.
+static bool SeekToSwitch(FILE *file, long offset)
+{
+    if (fseek(file, offset, SEEK_SET) == -1)
+        return false;
+    if (offset % kLeastBlock + static_cast<long>(kSwitchSize) <= kLeastBlock)
+        return true;
+    // A block of the stream may end among the three bytes, and would be written by itself. Once the
+    // stream has forgotten what it had read, the next block begins where it stands.
+    fflush(file);
+    return fseek(file, 0, SEEK_CUR) != -1;
 }
 
 // Overwrites the three bytes at `offset` with "No" and a zero byte.
 static bool SwitchSetupOff(FILE *file, long offset)
 {
-    if (fseek(file, offset, SEEK_SET) == -1) {
+    if (!SeekToSwitch(file, offset)) {
         Log(kSourceFile, "RunSDProgram", "fseek error.");
         return false;
     }

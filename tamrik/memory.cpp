@@ -20,15 +20,13 @@ const unsigned char myStrAllFF[32] = {
 };
 
 // What a fill that was not admitted reports, and the filling of the whole buffer when count is what
-// does not fit.
-[[gnu::cold, gnu::noinline]] static int FillError(void *dest, size_t destMax, int c, size_t count)
+// does not fit: what is left when size and pointer are good.
+[[gnu::cold, gnu::noinline]] static int FillError(void *dest, size_t destMax, int c)
 {
     if (IsBadSize(destMax, MAX_BUFFER_SIZE))
         return ERANGE;
     if (dest == nullptr)
         return EINVAL;
-    if (count <= destMax)
-        return RESULT_OK;
     // Intended: the buffer is filled with the caller's value, where every other function clears.
     memset(dest, c, destMax);
     return ERANGE_CLEARED;
@@ -66,7 +64,7 @@ template <bool hasLimit>
 [[gnu::noinline]] static int FillOther(void *dest, size_t destMax, int c, size_t count)
 {
     if ((hasLimit && destMax > MAX_BUFFER_SIZE) || dest == nullptr || count > destMax)
-        return FillError(dest, destMax, c, count);
+        return FillError(dest, destMax, c);
     if (count != 0)
         memset(dest, c, count);
     return RESULT_OK;
@@ -118,7 +116,7 @@ int memset_s(void *dest, size_t destMax, int c, size_t count)
         memset(dest, c, count);
         return RESULT_OK;
     }
-    return FillError(dest, destMax, c, count);
+    return FillError(dest, destMax, c);
 }
 
 int memset_sOptAsm(void *dest, size_t destMax, int c, size_t count)

@@ -149,20 +149,41 @@ static int CountDigits(uint64_t value, int bitsPerDigit)
     return count;
 }
 
-// Puts the decimal digits of `value`, which are `count` (0 has none or one), and returns where they
-// end.
-template <class Unsigned>
-static char *PutDecimal(char *to, Unsigned value, int count)
+// The two digits of a value below 100.
+static inline char *PutTwoDigits(char *to, uint32_t value)
 {
+    memcpy(to, kDigitPairs + size_t{value} * 2, 2);
+    return to + 2;
+}
+
+// The four digits of a value below 10000.
+static inline char *PutFourDigits(char *to, uint32_t value)
+{
+    return PutTwoDigits(PutTwoDigits(to, value / 100), value % 100);
+}
+
+// Puts the decimal digits of `value`, which are `count` (0 has none or one), and returns where they
+// end. From the end on, in groups of eight whose halves do not wait for each other.
+static char *PutDecimal(char *to, uint64_t value, int count)
+{
+    constexpr uint32_t kHalf = 10000;
+    constexpr uint64_t kGroup = uint64_t{kHalf} * kHalf;
+    constexpr int kGroupDigits = 8;
     char *at = to + count;
-    for (; value >= 100; value /= 100) {
-        at -= 2;
-        memcpy(at, kDigitPairs + static_cast<size_t>(value % 100) * 2, 2);
+    for (; value >= kGroup; value /= kGroup) {
+        const uint32_t group = static_cast<uint32_t>(value % kGroup);
+        at -= kGroupDigits;
+        PutFourDigits(PutFourDigits(at, group / kHalf), group % kHalf);
     }
-    if (value >= 10)
-        memcpy(at - 2, kDigitPairs + static_cast<size_t>(value) * 2, 2);
+    uint32_t rest = static_cast<uint32_t>(value);
+    for (; rest >= 100; rest /= 100) {
+        at -= 2;
+        PutTwoDigits(at, rest % 100);
+    }
+    if (rest >= 10)
+        PutTwoDigits(at - 2, rest);
     else if (at != to)
-        *--at = static_cast<char>('0' + value);
+        *--at = static_cast<char>('0' + rest);
     return to + count;
 }
 
@@ -182,7 +203,7 @@ static char *PutBytes(char *to, const char *text, size_t n)
 {
     if (n > kSmallCopy)
         memcpy(to, text, n);
-    else if (n > 0)
+    else
         CopySmall(to, text, n);
     return to + n;
 }

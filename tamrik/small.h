@@ -54,7 +54,7 @@ static inline void FillSmall(unsigned char *dest, uint64_t word, size_t count)
     dest[count - 1] = byte;
 }
 
-// Copies 1 to kSmallCopy bytes from src to dest, which do not overlap.
+// Copies up to kSmallCopy bytes from src to dest, which do not overlap.
 static inline void CopySmall(void *to, const void *from, size_t count)
 {
     unsigned char *dest = static_cast<unsigned char *>(to);
@@ -70,6 +70,8 @@ static inline void CopySmall(void *to, const void *from, size_t count)
     }
     if (count >= sizeof(uint32_t))
         return CopyEnds<uint32_t>(dest, src, count);
+    if (count == 0)
+        return;
     // One to three bytes: the first, the middle and the last one, whichever fall together.
     const unsigned char first = src[0], middle = src[count / 2], last = src[count - 1];
     dest[0] = first;

@@ -20,8 +20,10 @@
 static constexpr char kMountInfo[] = "/proc/self/mountinfo";
 static constexpr mode_t kFolderMode = 0755;
 
-// The sticky bit marks a folder that this layer has made, from its first moment on.
+// The sticky bit marks a folder that this layer has made, from its first moment on. Others make sticky
+// folders too, but for everybody to write to: only just this mode is the layer's.
 static constexpr mode_t kPlaceMode = kFolderMode | S_ISVTX;
+static constexpr mode_t kModeBits = 07777 & ~S_ISGID;  // that one a folder has from /Volumes
 
 // ---- Names ----
 
@@ -41,6 +43,15 @@ bool PlaceName(const char *label, int number, char *place, size_t size)
     return true;
 }
 
+// Makes a folder of just kPlaceMode, whatever the process's umask would take from it.
+static int MakePlace(const char *place)
+{
+    const mode_t mask = umask(0);
+    const int result = mkdir(place, kPlaceMode);
+    umask(mask);
+    return result;
+}
+
 int TakePlace(const char *label, char *place, size_t size)
 {
     if (mkdir(VOLUMES_FOLDER, kFolderMode) != 0 && errno != EEXIST) {
@@ -50,7 +61,7 @@ int TakePlace(const char *label, char *place, size_t size)
     for (int number = 0; number <= kLastPlaceNumber; number++) {
         if (!PlaceName(label, number, place, size))
             return ENAMETOOLONG;
-        if (mkdir(place, kPlaceMode) == 0)
+        if (MakePlace(place) == 0)
             return 0;
         if (errno == EEXIST)
             continue;
@@ -158,7 +169,7 @@ static bool IsOwnFolder(int volumes, const char *name)
 {
     struct stat status = {};
     return fstatat(volumes, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode) &&
-           (status.st_mode & S_ISVTX) != 0 && status.st_uid == geteuid();
+           (status.st_mode & kModeBits) == kPlaceMode && status.st_uid == geteuid();
 }
 
 // True for a mount of this layer's. Without a view of the folder under it the options must do: a

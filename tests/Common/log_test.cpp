@@ -329,6 +329,18 @@ TEST_CASE("a pair of percent signs that the cut parts leaves one")
     CHECK(CloseAndRead(folder / "log") == (frame + text).substr(0, kLongestLine));
 }
 
+TEST_CASE(
+    "a doubled sign in a line that is cut becomes single, and nothing behind the line is read")
+{
+    const Folder folder;
+    const int number = NextNumber();
+    const std::string frame = Prefix(number) + "Kestrun:main --- ";
+    const std::string rest(kLongestLine - 2 - frame.size(), 'x');
+    StartLog(folder / "log");
+    Log("src/Kestrun", "main", "%s", ("%%" + rest + "cut").c_str());
+    CHECK(CloseAndRead(folder / "log") == frame + "%" + rest);
+}
+
 TEST_CASE("long names are cut with their line")
 {
     const Folder folder;
@@ -772,9 +784,18 @@ TEST_CASE("a file of exactly 10,000,000 bytes takes one more line, one more byte
     }
 }
 
+// The number that the next descriptor gets: higher when one was left open.
+static int NextDescriptor()
+{
+    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(fd);
+    return fd;
+}
+
 TEST_CASE("a log that starts at 9.9 MB runs over once and goes on numbering in the emptied file")
 {
     const Folder folder;
+    const int descriptor = NextDescriptor();
     int number = NextNumber();
     const std::string text(1000, 'x');
     MakeFile(folder / "log", 9900000);
@@ -792,6 +813,7 @@ TEST_CASE("a log that starts at 9.9 MB runs over once and goes on numbering in t
     CHECK(largest <= static_cast<uintmax_t>(kCap) + kLongestLine);
     const bool same = CloseAndRead(folder / "log") == expected;
     CHECK(same);
+    CHECK(NextDescriptor() == descriptor);
 }
 
 TEST_CASE("a full file that cannot be reopened loses the line, and the next call begins anew")

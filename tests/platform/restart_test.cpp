@@ -1,8 +1,11 @@
 // What a daemon that is started again finds of the one before it.
 #include "World.h"
 
+#include "platform/linux/MountPoints.h"
+
 #include <doctest/doctest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -80,9 +83,47 @@ TEST_CASE("an empty folder of the layer's is removed, anybody else's stays")
     mkdir("/Volumes/full", 01755);
     WriteFile("/Volumes/full/file", "");
     symlink("/run", "/Volumes/link");
+    // Sticky folders that anybody may write to are made by people, as /tmp is.
+    std::vector<std::string> strangers{"full", "link", "mine"};
+    for (const mode_t mode : {01777U, 01775U, 01700U, 01750U, 05755U, 0755U, 0777U}) {
+        strangers.push_back("mode" + std::to_string(mode));
+        const std::string place = "/Volumes/" + strangers.back();
+        REQUIRE(mkdir(place.c_str(), 0700) == 0);
+        REQUIRE(chmod(place.c_str(), mode) == 0);
+    }
+    std::sort(strangers.begin(), strangers.end());
     DASessionRef session = Watch(nullptr, RecordAndMount);
-    CHECK(NamesIn("/Volumes") == Events{"full", "link", "mine"});
+    CHECK(NamesIn("/Volumes") == strangers);
     Forget(session);
+}
+
+TEST_CASE("the layer's folder is known as its own whatever the umask and /Volumes hand down")
+{
+    if (!EnterWorld())
+        return;
+    mode_t volumesMode = 0755;
+    SUBCASE("a plain /Volumes")
+    {
+    }
+    SUBCASE("a /Volumes that hands its group down")
+    {
+        volumesMode = 02755;
+    }
+    REQUIRE(chmod("/Volumes", volumesMode) == 0);
+    for (const mode_t mask : {0U, 022U, 077U, 0777U}) {
+        CAPTURE(mask);
+        const mode_t before = umask(mask);
+        char place[kPlaceSize];
+        const int error = TakePlace("Orvanta", place, sizeof place);
+        CHECK(umask(before) == mask);
+        REQUIRE(error == 0);
+        struct stat status = {};
+        REQUIRE(stat("/Volumes/Orvanta", &status) == 0);
+        CHECK((status.st_mode & 05777) == 01755);
+        RemoveStalePlaces();
+        CHECK(NamesIn("/Volumes").empty());
+    }
+    REQUIRE(chmod("/Volumes", 0755) == 0);
 }
 
 TEST_CASE("mounts that the layer has not made stay")
@@ -90,8 +131,10 @@ TEST_CASE("mounts that the layer has not made stay")
     if (!EnterWorld())
         return;
     const std::string folder = NewFolder();
-    for (const char *name : {"tmpfs", "bound", "deep", "deep/below"})
+    for (const char *name : {"tmpfs", "bound", "deep", "deep/below", "scratch"})
         fs::create_directory("/Volumes/" + std::string(name));
+    REQUIRE(chmod("/Volumes/scratch", 01777) == 0);
+    REQUIRE(mount(folder.c_str(), "/Volumes/scratch", nullptr, MS_BIND, nullptr) == 0);
     REQUIRE(mount("t", "/Volumes/tmpfs", "tmpfs", kOwnFlags, nullptr) == 0);
     REQUIRE(mount(folder.c_str(), "/Volumes/bound", nullptr, MS_BIND, nullptr) == 0);
     REQUIRE(mount(folder.c_str(), "/Volumes/deep/below", nullptr, MS_BIND, nullptr) == 0);
@@ -102,7 +145,8 @@ TEST_CASE("mounts that the layer has not made stay")
     CHECK(RunUntil([] { return g_events.size() == 2; }));
     Unplug("Orvanta");
     Settle(0.3);
-    CHECK(MountPoints() == Events{"/Volumes/tmpfs", "/Volumes/bound", "/Volumes/deep/below"});
+    CHECK(MountPoints() ==
+          Events{"/Volumes/scratch", "/Volumes/tmpfs", "/Volumes/bound", "/Volumes/deep/below"});
     Forget(session);
 }
 

@@ -257,6 +257,28 @@ TEST_CASE("a file without memory for its block is at its end, and nothing of it 
     std::fclose(file);
 }
 
+TEST_CASE("a float of a file whose text finds no memory is no field, and nothing leaks")
+{
+    for (long good = 1; good < 4; ++good) {
+        CAPTURE(good);
+        FILE *file = std::tmpfile();
+        REQUIRE(file != nullptr);
+        std::fputs(("1 " + std::string(3000, '7')).c_str(), file);
+        std::rewind(file);
+        int number = 0;
+        double value = -1;
+        int result = 0;
+        const Watched seen =
+            Watch(good, [&] { result = RunFile(file, "%d %lf", &number, &value); });
+        CHECK(result == 1);
+        CHECK(value == -1);
+        CHECK(seen.sizes.size() == static_cast<std::size_t>(good));
+        CHECK(seen.held.empty());
+        CHECK_FALSE(seen.hasFreedText);
+        std::fclose(file);
+    }
+}
+
 TEST_CASE("an empty file's block is freed too")
 {
     FILE *file = std::tmpfile();

@@ -55,6 +55,12 @@ static bool IsIdle(const InputSource &source)
            source.kind == kFileSource;
 }
 
+// Lets a scan that reads nothing free the block.
+static void LetGo(InputSource *source)
+{
+    CHECK(ScanSource(source, "") == 0);
+}
+
 // ---- Files ----
 
 TEST_CASE("after a scan the file stands just past the last character used")
@@ -314,6 +320,36 @@ TEST_CASE("a mark on such a stream is passed over, its beginning alone is text")
     std::fclose(stream);
 }
 
+TEST_CASE("a stream without a position may end at once, or within a mark")
+{
+    for (const std::string content : {"", "\xEF", "\xEF\xBB"}) {
+        CAPTURE(content.size());
+        FILE *stream = PipeWith(content);
+        InputSource source = FileSource(stream);
+        char word[8];
+        CHECK(ScanSource(&source, "%s", word, 8U) == (content.empty() ? -1 : 1));
+        CHECK(std::string(word) == content);
+        CHECK(Rest(stream).empty());
+        CHECK(IsIdle(source));
+        std::fclose(stream);
+    }
+}
+
+TEST_CASE("a long stream without a position begins its count anew nowhere")
+{
+    FILE *stream = PipeWith("abc");
+    InputSource source = FileSource(stream);
+    CHECK(_inc(&source) == 'a');
+    CHECK(source.startOffset == -1);
+    source.consumed = INT_MAX / 2 + 1;
+    CHECK(_inc(&source) == 'b');
+    CHECK(source.consumed == INT_MAX / 2 + 2);
+    CHECK(source.startOffset == -1);
+    LetGo(&source);
+    CHECK(Rest(stream) == "c");
+    std::fclose(stream);
+}
+
 TEST_CASE("a scan from a pipe waits for no character that it does not need")
 {
     int ends[2] = {};
@@ -431,12 +467,37 @@ TEST_CASE("_inc and _un_inc hold one character of standard input, which a scan f
     CHECK(_inc(&source) == EOF);
 }
 
+TEST_CASE("a character that was put back is in the stream behind a scan that reads nothing")
+{
+    PutOnStdin("abc");
+    InputSource source = StdinSource();
+    CHECK(_inc(&source) == 'a');
+    _un_inc('a', &source);
+    CHECK(ScanSource(&source, "") == 0);
+    CHECK(source.pushbackValid == 0);
+    CHECK(Rest(stdin) == "abc");
+
+    PutOnStdin("xyz");
+    source = StdinSource();
+    source.pushback = L'\u00E4';
+    source.pushbackValid = 1;
+    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    CHECK(WideScanSource(&source, L"") == 0);
+    CHECK(source.pushbackValid == 0);
+    CHECK(std::getwchar() == L'\u00E4');
+    CHECK(std::getwchar() == L'x');
+    std::setlocale(LC_ALL, "C");
+}
+
 // ---- _inc on files ----
 
-// Lets a scan that reads nothing free the block.
-static void LetGo(InputSource *source)
+TEST_CASE("_inc on a file source without a stream is at its end")
 {
-    CHECK(ScanSource(source, "") == 0);
+    InputSource source = FileSource(nullptr);
+    errno = 77;
+    CHECK(_inc(&source) == EOF);
+    CHECK(errno == 77);
+    CHECK(IsIdle(source));
 }
 
 TEST_CASE("_inc loads a file in blocks of 1024 bytes with a zero behind them")

@@ -177,6 +177,19 @@ TEST_CASE("a width written as 0 skips blanks, gives the next character back and 
     });
 }
 
+TEST_CASE("a width written as 0 at the input's end gives EOF, and text is empty")
+{
+    for (const bool wide : kEngines) {
+        for (const char *format : {"%0s", "%0c", "%0[a]"}) {
+            CAPTURE(format);
+            const Guarded dest(16);
+            CHECK(ScanWith(wide, "", format, dest.Text(), 16U) == Scanned<char>{-1, ""});
+            CHECK(dest.Held() == Stored(std::string(1, '\0')));
+        }
+    }
+    CheckNumbers({{"%0d", "", -1, kUntouched, ""}});
+}
+
 TEST_CASE("pointers are hexadecimal or the text of the null pointer")
 {
     CheckNumbers({
@@ -271,6 +284,7 @@ TEST_CASE("what only begins like a float does not match")
         {"%lf", "nab", 0, kUntouched, "b"},
         {"%lf", "nan(1", 0, kUntouched, ""},
         {"%lf", "nan(1-)", 0, kUntouched, "-)"},
+        {"%lf", "nan(a{)", 0, kUntouched, "{)"},
         {"%lf", "1.2.3", 1, Stored(Of<double>(1.2)), ".3"},
     });
 }
@@ -619,6 +633,9 @@ TEST_CASE("a star reads a field without an argument")
         }
         a = 7;
         CHECK(ScanWith(wide, "1", "%d%*n%n", &a, &a) == Scanned<char>{1, ""});
+        int n = -7;
+        CHECK(ScanWith(wide, "1 ", "%d%*n%n", &a, &n) == Scanned<char>{1, " "});
+        CHECK(n == 1);
     }
 }
 
@@ -800,6 +817,30 @@ TEST_CASE("sets of the wide engine know every character")
           Scanned<wchar_t>{0, L"\u00FE"});
 }
 
+TEST_CASE("a range of far characters holds both its ends and nothing beyond")
+{
+    struct Row {
+        const wchar_t *text;
+        int result;
+        const wchar_t *rest;
+    };
+    for (const Row &row : {Row{L"\u0400\u0427\u0450", 1, L""}, Row{L"\u03FF", 0, L"\u03FF"},
+                           Row{L"\u0451", 0, L"\u0451"}, Row{L"\u0430\u0300", 1, L"\u0300"}}) {
+        wchar_t wide[8];
+        CHECK(WideScan(row.text, L"%l[\u0400-\u0450]", wide, 8U) ==
+              Scanned<wchar_t>{row.result, row.rest});
+        const bool isOutside = row.result == 0;
+        CHECK(WideScan(row.text, L"%l[^\u0400-\u0450]", wide, 8U).result == (isOutside ? 1 : 0));
+    }
+}
+
+TEST_CASE("a conversion letter beyond the narrow characters makes no sense")
+{
+    int a = 0;
+    for (const wchar_t *format : {L"%d%\u0164", L"%d%\u65E5", L"%d%\U0010FFFF"})
+        CHECK(WideScan(L"1 2", format, &a, &a) == Scanned<wchar_t>{1, L" 2"});
+}
+
 TEST_CASE("characters no encoding has stand in wide strings all the same")
 {
     const std::wstring text = {static_cast<wchar_t>(0xFFFFFFFF), static_cast<wchar_t>(0x80000000),
@@ -898,6 +939,33 @@ TEST_CASE("_inc hands out the bytes of a string, then EOF while count and cur go
     CHECK(source.count == -2);
     CHECK(source.cur == text.Text() + 4);
     CHECK(source.consumed == 0);
+}
+
+TEST_CASE("no count of a source runs over its type's ends")
+{
+    InputSource source = {};
+    source.kind = kStringSource;
+    CHECK(_inc(&source) == EOF);  // there is no text at all
+    CHECK(source.cur == nullptr);
+    CHECK(source.count == -1);
+
+    const char text[] = "ab";
+    source.cur = text;
+    source.count = INT_MIN;
+    CHECK(_inc(&source) == EOF);
+    CHECK(source.count == INT_MIN);
+    CHECK(source.cur == text + 1);
+
+    source.count = INT_MAX;
+    _un_inc('a', &source);
+    CHECK(source.count == INT_MAX);
+    CHECK(source.cur == text + 1);
+
+    source.cur = text;
+    source.count = 2;
+    int counter = INT_MAX;
+    CHECK(_whiteout(&counter, &source) == 'a');
+    CHECK(counter == INT_MAX);
 }
 
 TEST_CASE("_un_inc gives one character of a string back, and ignores EOF")
@@ -1025,5 +1093,9 @@ TEST_CASE("clearDestBuf empties the destination of the first conversion if that 
         CHECK(dest.Held() == expected);
 
         clear(row.input, format.Text(), nullptr, row.size);  // nothing to clear
+        dest.Fill();
+        clear(row.input, nullptr, dest.Text(), row.size);
+        clearWide(nullptr, nullptr, dest.Text(), row.size);
+        CHECK(dest.Held() == Canaries(8));
     }
 }

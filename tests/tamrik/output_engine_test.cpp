@@ -99,6 +99,23 @@ Run Wide(int room, const wchar_t *format, ...)
     return {result, stream.count, text};
 }
 
+// Runs a format in every room, from none to far more than its text takes.
+template <class... Arguments>
+void RunInEveryRoom(const std::string &whole, const char *format, Arguments... arguments)
+{
+    constexpr int kBehind = 400;
+    const int length = static_cast<int>(whole.size());
+    for (int room = 0; room < length + kBehind; room++) {
+        CAPTURE(whole);
+        CAPTURE(room);
+        const Run run = Narrow(room, format, arguments...);
+        CHECK(run.result == (room < length ? -1 : length));
+        CHECK(run.text == whole.substr(0, static_cast<std::size_t>(room)));
+        // A padding that finds no room and the text behind it are an attempt each.
+        CHECK((room < length ? run.count < 0 : run.count == room - length));
+    }
+}
+
 constexpr int kRoom = 1024;
 constexpr int kWideRoom = kRoom * static_cast<int>(sizeof(wchar_t));
 
@@ -233,6 +250,24 @@ TEST_CASE("what finds no room fails the call and lowers the room below zero")
     CHECK(Narrow(3, "%5.1f", 1.0) == Run{-1, -1, "  1"});
     CHECK(Narrow(4, "ab%y") == Run{-1, 2, "ab"});
     CHECK(Narrow(2, "ab%y") == Run{-1, 0, "ab"});
+}
+
+TEST_CASE("whatever room is left, what fits comes out whole and what does not is cut at its end")
+{
+    RunInEveryRoom("abcdef", "abcdef");
+    RunInEveryRoom("abcdefg", "abcdefg");
+    RunInEveryRoom(std::string(70, 'x'), std::string(70, 'x').c_str());
+    RunInEveryRoom("abcdef-2147483648", "abcdef%d", INT_MIN);
+    RunInEveryRoom("abcdef-9223372036854775808.", "abcdef%lld.", LLONG_MIN);
+    RunInEveryRoom("1 23 456 7890 12345 -6", "%d %d %d %d %d %d", 1, 23, 456, 7890, 12345, -6);
+    RunInEveryRoom("abcdefdeadbeef", "abcdef%x", 0xDEADBEEFU);
+    RunInEveryRoom("abcdef", "%s%s", "abc", "def");
+    RunInEveryRoom("a" + std::string(40, 'y') + "b", "a%sb", std::string(40, 'y').c_str());
+    RunInEveryRoom("Orvanta             |    123456", "%-20s|%10d", "Orvanta", 123456);
+    RunInEveryRoom(std::string(40, 'z') + "7", "%3s%1d", std::string(40, 'z').c_str(), 7);
+    RunInEveryRoom("abcdef0.500000!", "abcdef%f!", 0.5);
+    RunInEveryRoom("5.000000e-01-0.5", "%e%g", 0.5, -0.5);
+    RunInEveryRoom("50% of 8", "%d%% of %d", 50, 8);
 }
 
 // ---- The wide twin ----

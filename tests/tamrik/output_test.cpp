@@ -62,7 +62,16 @@ std::string Bytes(const char *text, std::size_t count)
     return {text, count};
 }
 
-// What a buffer of eight canaries holds after a call.
+int PrintList(char *to, std::size_t destMax, std::size_t count, const char *format, ...)
+{
+    va_list argList;
+    va_start(argList, format);
+    const int result = vsnprintf_s(to, destMax, count, format, argList);
+    va_end(argList);
+    return result;
+}
+
+// What a buffer of eight canaries holds after a call of either function.
 template <class... Arguments>
 std::string HeldAfter(std::size_t destMax, std::size_t count, int expected, const char *format,
                       Arguments... arguments)
@@ -70,6 +79,10 @@ std::string HeldAfter(std::size_t destMax, std::size_t count, int expected, cons
     const Guarded buffer(8);
     CHECK(snprintf_s(buffer.Text(), destMax, count, format, arguments...) == expected);
     CHECK(buffer.FrontIntact());
+    const Guarded second(8);
+    CHECK(PrintList(second.Text(), destMax, count, format, arguments...) == expected);
+    CHECK(second.FrontIntact());
+    CHECK(second.Held() == buffer.Held());
     return buffer.Held();
 }
 
@@ -103,6 +116,8 @@ TEST_CASE("a bad size, pointer or count gives -1 and clears the first byte where
     CHECK(HeldAfter(8, SIZE_MAX - 1, -1, "abc") == cleared);
     CHECK(snprintf_s(nullptr, 8, 7, "abc") == -1);
     CHECK(snprintf_s(nullptr, 0, 0, nullptr) == -1);
+    CHECK(PrintList(nullptr, 8, 7, "abc") == -1);
+    CHECK(PrintList(nullptr, 0, 0, nullptr) == -1);
 }
 
 TEST_CASE("the largest size and the largest counts are good")
