@@ -346,14 +346,23 @@ TEST_CASE("a text longer than reckoned is discarded, one of just that length is 
 
 TEST_CASE("a negative result lowers the count and fails the call below zero")
 {
-    static char buffer[16];
+    static char buffer[1024];
     const Watch watch(0, -2);
-    CHECK(snprintf_s(buffer, sizeof buffer, sizeof buffer - 1, "abcd%f!", 1.5) == 3);
-    CHECK(std::string(buffer) == "abcd!");
-    CHECK(snprintf_s(buffer, sizeof buffer, sizeof buffer - 1, "ab%f!", 1.5) == 1);
-    CHECK(std::string(buffer) == "ab!");
-    CHECK(snprintf_s(buffer, sizeof buffer, sizeof buffer - 1, "a%f!", 1.5) == -1);
-    CHECK(buffer[0] == '\0');
+    for (const std::size_t size : {std::size_t{16}, sizeof buffer}) {
+        CAPTURE(size);
+        CHECK(snprintf_s(buffer, size, size - 1, "abcd%f!", 1.5) == 3);
+        CHECK(std::string(buffer) == "abcd!");
+        CHECK(snprintf_s(buffer, size, size - 1, "abcd%f%s", 1.5, "efgh") == 6);
+        CHECK(std::string(buffer) == "abcdefgh");
+        CHECK(snprintf_s(buffer, size, size - 1, "ab%f!", 1.5) == 1);
+        CHECK(std::string(buffer) == "ab!");
+        CHECK(snprintf_s(buffer, size, size - 1, "ab%f", 1.5) == 0);
+        CHECK(std::string(buffer) == "ab");
+        CHECK(snprintf_s(buffer, size, size - 1, "a%f!", 1.5) == -1);
+        CHECK(buffer[0] == '\0');
+        CHECK(snprintf_s(buffer, size, size - 1, "a%f%f", 1.5, 2.5) == -1);
+        CHECK(buffer[0] == '\0');
+    }
     // No room comes back: four characters fill the room for four.
     CHECK(snprintf_s(buffer, sizeof buffer, 4, "abcd%f", 1.5) == 2);
     CHECK(snprintf_s(buffer, sizeof buffer, 4, "abcd%fe", 1.5) == -1);
