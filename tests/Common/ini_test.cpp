@@ -1,8 +1,12 @@
 // The INI reader: its format, its functions one by one, and random files against a naive reading of
 // the rules.
 #include "Common/INI.h"
+#ifdef __linux__
+#include "tests/support/bounded_calls.h"
+#endif
 #include "tests/support/ini_model.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/rounds.h"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -259,6 +263,16 @@ TEST_CASE("SetIniFileName stores the path of a file that can be opened")
     CHECK(std::string(g_filename, sizeof g_filename) == expected);
     CHECK(log.Take() == Lines{});
 }
+
+#ifdef __linux__
+TEST_CASE("the stored name and a header are put into cleared buffers")
+{
+    LogCapture log;
+    const RealFile file("");
+    CHECK(ClearedBy([&] { SetIniFileName(file.path.c_str()); }) == std::vector<size_t>{1024});
+    CHECK(ClearedBy([] { SectionExistsInLine("[s]", "s"); }) == std::vector<size_t>{128});
+}
+#endif
 
 TEST_CASE("SetIniFileName takes its own stored name, whole or in part")
 {
@@ -797,7 +811,7 @@ static void CheckState(const IniModel &model, const std::string &content)
 
 TEST_CASE("lookups in random files are those of a naive reading of the format")
 {
-    const int kFiles = 200000;
+    const int kFiles = Rounds(200000);
     static const std::string kSections[] = {"s", "s", "s", "", "key", "s]", "["};
     static const std::string kKeys[] = {"key", "key", "key", "k",  "",
                                         "=",   "[s]", "y",   " k", "\xFF"};
@@ -837,7 +851,7 @@ TEST_CASE("lookups in random files are those of a naive reading of the format")
 
 TEST_CASE("mixed calls on one stream of a random file keep its position and the offsets")
 {
-    const int kFiles = 50000;
+    const int kFiles = Rounds(50000);
     std::mt19937 random(1872);
     LogCapture log;
     Lines expected;

@@ -1,6 +1,10 @@
 // The log: lines, numbers, files and what trouble does to them.
 #include "Common/Log.h"
 #include "tamrik/tamrik.h"
+#ifdef __linux__
+#include "tests/support/bounded_calls.h"
+#endif
+#include "tests/support/descriptors.h"
 #include "tests/support/log_capture.h"
 
 #include <errno.h>
@@ -263,6 +267,18 @@ TEST_CASE(
     Log("src/Kestrun", "main", "text %d %", 1);
     CHECK(CloseAndRead(folder / "log") == Line(number, "") + Line(number + 1, ""));
 }
+
+#ifdef __linux__
+TEST_CASE("a line is made in cleared buffers, a text without a percent sign in the line's alone")
+{
+    const Folder folder;
+    StartLog(folder / "log");
+    CHECK(ClearedBy([] { LogUsual("plain"); }) == std::vector<size_t>{2048});
+    CHECK(ClearedBy([] { LogUsual("50%%"); }) == std::vector<size_t>{2048, 2048});
+    CHECK(ClearedBy([] { Log("src/Kestrun", "main", "%d", 1); }) ==
+          std::vector<size_t>{2048, 2048});
+}
+#endif
 
 TEST_CASE("a missing argument writes nothing and takes no number")
 {
@@ -782,14 +798,6 @@ TEST_CASE("a file of exactly 10,000,000 bytes takes one more line, one more byte
             CHECK(FileContent(folder / "log") == Line(number, "one"));
         }
     }
-}
-
-// The number that the next descriptor gets: higher when one was left open.
-static int NextDescriptor()
-{
-    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(fd);
-    return fd;
 }
 
 TEST_CASE("a log that starts at 9.9 MB runs over once and goes on numbering in the emptied file")

@@ -117,6 +117,14 @@ TEST_CASE("a modem that is there at once is acted upon before the watch begins")
           kBanner + kNoConfig + kBegin + kPortFound + kActionsLog + kActionsDone + kReadOnly);
 }
 
+TEST_CASE("each buffer is cleared before it is used")
+{
+    const World world;
+    frameworks.ports = {kModem};
+    CHECK(ClearedBy([] { KestrunMain(); }, kLogLineSize) ==
+          std::vector<size_t>{64, 1024, 64, 256, 256, 256, 1024, 512, 512});
+}
+
 TEST_CASE(
     "a modem that is absent costs ten searches, ten messages and ten seconds, then the watch begins")
 {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tests/src/frameworks_stand_in.h"
+#include "tests/support/bounded_calls.h"
 #include "tests/support/log_capture.h"
 
 // What a search for the Finder answers.

@@ -5,6 +5,7 @@
 #include "tests/support/guarded.h"
 #include "tests/support/key_model.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/rounds.h"
 
 #include <limits.h>
 
@@ -650,6 +651,14 @@ TEST_CASE("the whole log of one question")
     CHECK(log.Take() == expected);
 }
 
+TEST_CASE("a question is asked with a cleared buffer")
+{
+    FreshSeam();
+    LogCapture log;
+    CHECK(ClearedBy([] { Ask("[a]\nkey=yes\n", "a", "key", "yes"); }, kLogLineSize) ==
+          std::vector<size_t>{1024});
+}
+
 TEST_CASE("a missing argument is refused before the file is opened")
 {
     for (int missing = 0; missing < 4; missing++) {
@@ -783,7 +792,7 @@ struct Random {
     }
 };
 
-static constexpr int kRandomFiles = 250000;
+static constexpr int kRandomFiles = Rounds(250000);
 
 TEST_CASE("the reader agrees with a plain model on random files")
 {

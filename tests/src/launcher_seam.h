@@ -8,6 +8,8 @@
 #ifndef TESTS_SRC_LAUNCHER_SEAM_H
 #define TESTS_SRC_LAUNCHER_SEAM_H
 
+#include "tests/support/bounded_calls.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -33,6 +35,7 @@ struct Seam {
     std::set<FILE *> streams;           // open now
     std::set<DIR *> folders;            // open now
     std::set<void *> blocks;            // allocated now
+    std::vector<size_t> sizes;          // what malloc was asked for, in bytes
     unsigned clock = 0;                 // seconds slept in all
 
     // What is to happen.
@@ -100,6 +103,7 @@ void __wrap_free(void *block);
 // The linker sends the launcher's own calls here (--wrap).
 void *__wrap_malloc(size_t size)
 {
+    g_seam.sizes.push_back(size);
     if (g_seam.Fails("malloc"))
         return nullptr;
     void *block = __real_malloc(size);

@@ -249,6 +249,15 @@ TEST_CASE("output is captured, cut to the buffer, and the file deleted")
     }
 }
 
+TEST_CASE("the command line and the caller's whole buffer are cleared")
+{
+    FreshSeam();
+    LogCapture log;
+    char output[77];
+    CHECK(ClearedBy([&] { RunShellCmd("print", output, sizeof output); }, kLogLineSize) ==
+          std::vector<size_t>{1024, 77});
+}
+
 TEST_CASE("a command that prints nothing fails, and the file is still deleted")
 {
     for (const std::string command : {"true", ""}) {  // the empty command runs its redirection

@@ -2,6 +2,7 @@
 #include "src/ActiveVolumeProgram.h"
 
 #include "tests/src/launcher_seam.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/guarded.h"
 #include "tests/support/log_capture.h"
 
@@ -169,6 +170,21 @@ static std::string TakeBackLeak()
     while (!g_seam.blocks.empty())
         __wrap_free(*g_seam.blocks.begin());
     return leak;
+}
+
+TEST_CASE("the run takes the room that it needs and clears what it will write to")
+{
+    VolumesReady();
+    const ConfigFile config(Usual());
+    LogCapture log;
+    bool done = false;
+    const std::vector<size_t> cleared = ClearedBy([&] { done = Run(config); }, kLogLineSize);
+    CHECK(done);
+    const size_t joined = sizeof "/Volumes/Orvanta";
+    const size_t command = strlen("open \"") + 2048;
+    const size_t work = strlen("/Volumes/") + 2 * strlen("ThirdPartySetup") + 9;
+    CHECK(g_seam.sizes == std::vector<size_t>{joined, command, work});
+    CHECK(cleared == std::vector<size_t>{1024, 512, joined, command, work});
 }
 
 TEST_CASE("the rewrite changes three bytes and keeps every other, and the run is not repeated")
@@ -597,12 +613,14 @@ TEST_CASE("the whole log of a rewrite that fails")
         VolumesReady().Fail(function, 1);
         const ConfigFile config(Usual());
         LogCapture log;
+        const int descriptor = NextDescriptor();
         CHECK_FALSE(Run(config));
         Lines expected = WholeRun();
         expected.resize(expected.size() - 2);
         expected.push_back(Say(std::string(function) == "fseek" ? "fseek error." : "fputc error."));
         CHECK(log.Take() == expected);
         TakeBackLeak();
+        CHECK(NextDescriptor() == descriptor);
         CHECK(config.Bytes() == Usual());
     }
 }

@@ -4,6 +4,7 @@
 
 #include "tests/support/guarded.h"
 #include "tests/support/random.h"
+#include "tests/support/rounds.h"
 
 #include <doctest/doctest.h>
 
@@ -458,7 +459,7 @@ Call AnyCall(Random &random, std::size_t size)
 
 TEST_CASE("random fills, copies and moves, overlapping or not, do what a byte by byte model does")
 {
-    constexpr std::size_t kRounds = 300000;  // of seven calls each
+    constexpr std::size_t kRounds = Rounds(300000);  // of seven calls each
     constexpr std::size_t kArena = 160;
     Random random;
     const Guarded arena(kArena);

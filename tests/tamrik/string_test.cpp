@@ -4,6 +4,7 @@
 
 #include "tests/support/guarded.h"
 #include "tests/support/random.h"
+#include "tests/support/rounds.h"
 
 #include <doctest/doctest.h>
 
@@ -632,7 +633,7 @@ const Compared kCompared[] = {
 
 TEST_CASE("over a million random calls do what the models do character by character")
 {
-    constexpr unsigned long kCalls = 1200000;  // legal ones, that were made and compared
+    constexpr unsigned long kCalls = Rounds(1200000);  // legal ones, that were made and compared
     constexpr std::size_t kArena = 96;
     Random random;
     const Guarded memory(kArena);
