@@ -273,6 +273,20 @@ TEST_CASE("the two users are compared as they were read, to the last byte")
     }
 }
 
+TEST_CASE("a name whose reading fails halfway counts as none")
+{
+    World world;
+    world.owner = "ad";
+    world.ownerBreaks = true;
+    world.console = kNothing;
+    DiskMountCallback(nullptr, nullptr, nullptr);
+    CHECK(calls == Lines{kOwnerQuery, "pclose()", kConsoleQuery, "pclose()", kFinderProbe,
+                         kFallback, kSetup});
+    CHECK(world.TakeLog() == kEnter + Mount({"fgets pname failed!", "fgets active failed!"}) +
+                                 kSameUser + kFinderRuns + kDefaultPath + kOpened + kSetupDone +
+                                 kExit);
+}
+
 TEST_CASE("without a pipe for its own user the daemon opens nothing")
 {
     World world;
@@ -305,6 +319,15 @@ TEST_CASE("the process id stands in the owner's command in decimal")
         CHECK(calls.at(0) == "popen(\"" + command + "\", \"r\")");
         CHECK(world.TakeLog().at(1) == "Kestrun:DiskMountCallback --- " + command);
     }
+}
+
+TEST_CASE("a single character of the Finder is enough")
+{
+    World world;
+    world.finder.push_back({true, "F"});
+    DiskMountCallback(nullptr, nullptr, nullptr);
+    CHECK(calls == Lines{kOwnerQuery, "pclose()", kConsoleQuery, "pclose()", kFinderProbe,
+                         kFallback, kSetup});
 }
 
 TEST_CASE("the wait for the Finder goes on, five seconds apart, until a probe prints something")

@@ -2,6 +2,7 @@
 #include "tests/src/kestrun_seams.h"
 
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -55,6 +56,25 @@ Lines World::TakeLog() const
     return LogRecords(FileContent(folder + "/log"));
 }
 
+// A pipe that gives what the query for the daemon's user prints, and an error behind it.
+static FILE *BrokenPipe()
+{
+    static bool isRead;
+    isRead = false;
+    cookie_io_functions_t functions = {};
+    functions.read = [](void *, char *buffer, size_t size) -> ssize_t {
+        if (isRead) {
+            errno = EIO;
+            return -1;
+        }
+        isRead = true;
+        return static_cast<ssize_t>(world->owner->copy(buffer, size));
+    };
+    FILE *pipe = fopencookie(nullptr, "r", functions);
+    REQUIRE(pipe != nullptr);
+    return pipe;
+}
+
 // ---- The C library ----
 
 extern "C" {
@@ -88,6 +108,8 @@ FILE *popen(const char *command, const char *mode)
     const std::optional<std::string> &output = console ? world->console : world->owner;
     if (!output)
         return nullptr;
+    if (!console && world->ownerBreaks)
+        return BrokenPipe();
     FILE *pipe = tmpfile();
     REQUIRE(pipe != nullptr);
     fputs(output->c_str(), pipe);

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(KESTRUN_FEW_ROUNDS)
 static constexpr int kScans = 100'000;
 static constexpr int kFileScans = 10'000;
 #else
