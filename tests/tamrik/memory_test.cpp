@@ -135,6 +135,27 @@ TEST_CASE("memset_sOptTc alone fills where destMax is above the limit")
     }
 }
 
+// Leaves other bytes than zeros and ones where the next call has its local variables.
+[[gnu::noinline]] static void SpoilStack()
+{
+    volatile unsigned char spoilt[1024];
+    for (volatile unsigned char &byte : spoilt)
+        byte = 0x5A;
+}
+
+TEST_CASE("a small fill depends on nothing that earlier calls left behind")
+{
+    for (const FillFunction &fill : kFills) {
+        for (const unsigned count : {1U, 4U, 8U, 16U, 32U}) {
+            CAPTURE(fill.name);
+            const Guarded buffer(count);
+            SpoilStack();
+            CHECK(fill.call(buffer.Bytes(), count, 'x', count) == 0);
+            CHECK(buffer.Held() == std::string(count, 'x'));
+        }
+    }
+}
+
 TEST_CASE(
     "a fill of any small size at any alignment with any value writes these bytes and no others")
 {
@@ -507,16 +528,19 @@ TEST_CASE("blocks above the small sizes are filled, copied and moved whole")
             text += static_cast<char>(i * 7 + i / 256);
         const Guarded src(text);
         const Guarded dest(size);
-        for (const CopyFunction &copy : kCopies) {
-            CAPTURE(copy.name);
-            dest.Fill();
-            CHECK(copy.call(dest.Bytes(), size, src.Bytes(), size) == 0);
-            CHECK((dest.Held() == text));
-        }
-        for (const FillFunction &fill : kFills) {
-            CAPTURE(fill.name);
-            CHECK(fill.call(dest.Bytes(), size, 0x1FF, size) == 0);
-            CHECK((dest.Held() == std::string(size, '\xFF')));
+        for (const std::size_t destMax : {size, std::size_t{MAX_BUFFER_SIZE}}) {
+            for (const CopyFunction &copy : kCopies) {
+                CAPTURE(copy.name);
+                dest.Fill();
+                CHECK(copy.call(dest.Bytes(), destMax, src.Bytes(), size) == 0);
+                CHECK((dest.Held() == text));
+            }
+            for (const FillFunction &fill : kFills) {
+                CAPTURE(fill.name);
+                dest.Fill();
+                CHECK(fill.call(dest.Bytes(), destMax, 0x1FF, size) == 0);
+                CHECK((dest.Held() == std::string(size, '\xFF')));
+            }
         }
         CHECK(memmove_s(src.Bytes() + 1, size - 1, src.Bytes(), size - 1) == 0);
         CHECK((src.Held() == text.substr(0, 1) + text.substr(0, size - 1)));
