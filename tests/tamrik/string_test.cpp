@@ -217,6 +217,7 @@ TEST_CASE("strncpy_error writes nothing for what fits")
 {
     const Guarded buffer(8);
     CHECK(strncpy_error(buffer.Text(), 4, "abc", 100) == 0);
+    CHECK(strncpy_error(buffer.Text(), 4, "abc", MAX_BUFFER_SIZE) == 0);
     CHECK(strncpy_error(buffer.Text(), 4, "abcdef", 3) == 0);
     CHECK(buffer.Held() == Canaries(8));
     CHECK(strncpy_error(buffer.Text(), 4, "abcdef", 4) == 162);
