@@ -1,35 +1,19 @@
 #!/usr/bin/env bash
 # command_test.sh BENCH DAEMON SCENARIOS - what the bench's command line promises: plans, mistakes
 # with line and column, failures that show what came, exit statuses, and the other kinds of worlds.
-set -euo pipefail
-bench=$1
+# shellcheck source=tests/support/command_line.sh
+source "$(dirname "$0")/../support/command_line.sh"
+program=$1
 daemon=$2
 scenarios=$3
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
-failed=0
-
-# check STATUS TEXT ARGUMENTS...: the bench ends with STATUS, and TEXT is in what it says.
-check() {
-    local wanted=$1 text=$2 status=0
-    shift 2
-    "$bench" "$@" >"$here/said" 2>&1 || status=$?
-    if [ "$status" -ne "$wanted" ] || ! grep -qF -- "$text" "$here/said"; then
-        echo "kestrun-bench $*: status $status, expected $wanted and \"$text\"; it said:"
-        sed 's/^/    /' "$here/said"
-        failed=1
-    fi
-}
 
 for scenario in "$scenarios"/*.scenario; do
     check 0 'start daemon' run "$scenario" --dry-run
 done
 check 0 'plug modem [label STRING]' words
 while IFS= read -r statement; do
-    grep -qxF -- "  $statement" "$scenarios/../../docs/bench.md" || {
-        echo "docs/bench.md does not list: $statement"
-        failed=1
-    }
+    grep -qxF -- "  $statement" "$scenarios/../../docs/bench.md" ||
+        fail "docs/bench.md does not list: $statement"
 done <"$here/said"
 check 0 'usage: kestrun-bench run FILE' --help
 check 2 'usage: kestrun-bench run FILE'
@@ -50,10 +34,8 @@ expect log "nobody says this"
 END
 check 1 'line 3: expect log "nobody says this"' run "$here/fails" --speed 50 --daemon "$daemon"
 for shown in 'came: the log does not say it' '> line 2===' 'TOOL-BrelmarkV100R001B035'; do
-    grep -qF -- "$shown" "$here/said" || {
-        echo "a failed expectation does not show \"$shown\""
-        failed=1
-    }
+    grep -qF -- "$shown" "$here/said" ||
+        fail "a failed expectation does not show \"$shown\""
 done
 
 cat >"$here/mounted" <<'END'
@@ -111,7 +93,7 @@ exit "$status"
 END
     mkdir "$here/root"
     status=0
-    unshare -m sh "$here/real" "$here" "$bench" run "$scenarios/replugged.scenario" --speed 50 \
+    unshare -m sh "$here/real" "$here" "$program" run "$scenarios/replugged.scenario" --speed 50 \
         --daemon "$daemon" --world real >"$here/said" 2>&1 || status=$?
     if [ "$status" -ne 0 ] || ! grep -qF 'real paths' "$here/said"; then
         echo "at the real paths: status $status; it said:"

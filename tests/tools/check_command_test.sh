@@ -1,25 +1,11 @@
 #!/usr/bin/env bash
 # check_command_test.sh KESTRUN-CHECK - what the command line promises: exit statuses, machines, modes,
 # and that nothing is written.
-set -euo pipefail
-tool=$1
-here=$(mktemp -d)
-trap 'rm -rf "$here"' EXIT
+# shellcheck source=tests/support/command_line.sh
+source "$(dirname "$0")/../support/command_line.sh"
+program=$1
 cd "$here"
 umask 022
-failed=0
-
-# check STATUS TEXT ARGUMENTS...: the tool ends with STATUS, and TEXT is in what it says.
-check() {
-    local wanted=$1 text=$2 status=0
-    shift 2
-    "$tool" "$@" >"$here/said" 2>&1 </dev/null || status=$?
-    if [ "$status" -ne "$wanted" ] || ! grep -qF -- "$text" "$here/said"; then
-        echo "kestrun-check $*: status $status, expected $wanted and \"$text\"; it said:"
-        sed 's/^/    /' "$here/said"
-        failed=1
-    fi
-}
 
 check 0 'usage: kestrun-check' --help
 check 0 'kestrun-check 1.' --version
@@ -58,8 +44,6 @@ check 1 'WARN  SysConfig.dat  file:' --root "$root"
 
 before=$(find . -type f ! -name said -exec cksum {} + | sort)
 check 0 'PASS' config SysConfig.dat
-[ "$before" = "$(find . -type f ! -name said -exec cksum {} + | sort)" ] || {
-    echo 'a file was made or changed'
-    failed=1
-}
+[ "$before" = "$(find . -type f ! -name said -exec cksum {} + | sort)" ] ||
+    fail 'a file was made or changed'
 exit "$failed"
