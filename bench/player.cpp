@@ -110,11 +110,13 @@ void SeekUnwrittenLine(Player *player)
 // The recorder sees what anybody could see who looks at the world from outside.
 void RecordNow(Player *player)
 {
-    Sighting sighting;
-    LookAtHardware(player->world, &sighting);
-    LookAtPeople(player->world, &sighting);
-    sighting.daemon = player->daemon.ended ? 0 : player->daemon.pid;
-    Record(&player->recorder, sighting, player->observed.log);
+    Sighting *sighting = &player->sighting;
+    sighting->at = SecondsSince(player->timeLine) * player->options->speed;
+    LookAtHardware(player->world, sighting);
+    LookAtPeople(player->world, sighting);
+    sighting->daemon = player->daemon.ended ? 0 : player->daemon.pid;
+    sighting->idle = IsIdle(player->daemon);
+    Record(&player->recorder, *sighting, player->observed.log);
 }
 
 }  // namespace
@@ -279,6 +281,7 @@ void PlayFillLog(Player *player, double bytes)
         content.back() = '\n';
     PutFile(player, kLogPath, content);
     SkipLog(&player->observed.log);
+    LookAround(player);  // before the daemon cuts it
 }
 
 void PlayPlug(Player *player, const Step &step)
@@ -565,6 +568,7 @@ void SaveRecording(Player *player)
     if (file.empty())
         return;
     LookAround(player);
+    LookAround(player);  // what the look before it meant
     FinishRecording(&player->recorder);
     if (!WriteFile(file, player->recorder.text))
         FailScenario(player, "could not write " + file + ": " + strerror(errno));

@@ -44,6 +44,7 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
     Hardware hardware;
     Process daemon;
     Recorder recorder;
+    Sighting sighting;  // the newest one, for the recorder
     Observed observed;
     TimeLine timeLine;
     std::mt19937_64 random;

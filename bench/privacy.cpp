@@ -4,6 +4,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <sstream>
+#include <utility>
+#include <vector>
+
 #include <strings.h>
 
 namespace bench
@@ -16,6 +20,8 @@ const char *const kHomes[] = {"/Users/", "/home/"};
 const char kModemPart[] = "QARVELMobile-Pcui";
 const size_t kSerialLength = 6;
 const long kSerialDigits = 4;
+const char kNameKey[] = "name";
+const size_t kNameLength = 63;  // bytes of a volume's name that the daemon takes
 
 bool IsWordByte(char c)
 {
@@ -53,6 +59,27 @@ bool IsSerial(const std::string &word)
            !IsStandIn(word, "serial") && !IsStandIn(word, "user");
 }
 
+// The words of a text: each begins at a first index and ends before the second.
+std::vector<std::pair<size_t, size_t>> WordsOf(const std::string &text)
+{
+    std::vector<std::pair<size_t, size_t>> words;
+    for (size_t at = 0; at < text.size(); ++at) {
+        size_t end = at;
+        while (end < text.size() && IsWordByte(text[end]))
+            ++end;
+        if (end > at)
+            words.emplace_back(at, end);
+        at = end;
+    }
+    return words;
+}
+
+void KeepWords(Privacy *privacy, const std::string &text)
+{
+    for (const auto &[start, end] : WordsOf(text))
+        privacy->kept.insert(text.substr(start, end - start));
+}
+
 // The stand-in of one word: a user's, a serial number's or the word itself.
 std::string MaskWord(Privacy *privacy, const std::string &word)
 {
@@ -60,7 +87,9 @@ std::string MaskWord(Privacy *privacy, const std::string &word)
         if (strcasecmp(user.c_str(), word.c_str()) == 0)
             return standIn;
     }
-    return IsSerial(word) ? StandIn(&privacy->serials, "serial", word) : word;
+    return IsSerial(word) && !privacy->kept.contains(word)
+               ? StandIn(&privacy->serials, "serial", word)
+               : word;
 }
 
 // A user's name may hold more than letters and digits: what stands behind /Users/ up to the next
@@ -94,6 +123,22 @@ std::string MaskOddNames(const Privacy &privacy, std::string text)
 
 }  // namespace
 
+void KeepVolumeName(Privacy *privacy, const std::string &config)
+{
+    std::istringstream lines(config);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t key = line.find_first_not_of(' ');
+        const size_t value = line.find('=');
+        if (key == std::string::npos || value == std::string::npos ||
+            line.compare(key, strlen(kNameKey), kNameKey) != 0)
+            continue;
+        const size_t start = line.find_first_not_of(' ', value + 1);
+        const std::string name = start == std::string::npos ? "" : line.substr(start);
+        KeepWords(privacy, name);
+        KeepWords(privacy, name.substr(0, kNameLength));
+    }
+}
+
 std::string MaskUser(Privacy *privacy, const std::string &user)
 {
     const bool person = std::none_of(std::begin(kNoPersons), std::end(kNoPersons),
@@ -106,14 +151,13 @@ std::string MaskText(Privacy *privacy, const std::string &text)
     LearnHomes(privacy, text);
     const std::string plain = MaskOddNames(*privacy, text);
     std::string masked;
-    for (size_t at = 0; at < plain.size();) {
-        size_t end = at;
-        while (end < plain.size() && IsWordByte(plain[end]))
-            ++end;
-        masked += end > at ? MaskWord(privacy, plain.substr(at, end - at)) : plain.substr(at, 1);
-        at = std::max(end, at + 1);
+    size_t at = 0;
+    for (const auto &[start, end] : WordsOf(plain)) {
+        masked +=
+            plain.substr(at, start - at) + MaskWord(privacy, plain.substr(start, end - start));
+        at = end;
     }
-    return masked;
+    return masked + plain.substr(at);
 }
 
 std::string MaskPort(Privacy *privacy, const std::string &name)

@@ -3,6 +3,7 @@
 #define BENCH_PRIVACY_H
 
 #include <map>
+#include <set>
 #include <string>
 
 namespace bench
@@ -13,7 +14,12 @@ namespace bench
 struct Privacy {
     std::map<std::string, std::string> users;    // "anna" to "user1"
     std::map<std::string, std::string> serials;  // "0123456789ABCDEF" to "serial1"
+    std::set<std::string> kept;                  // words that are no serial numbers
 };
+
+// The name that a configuration gives to the modem's volume is the product's and no serial number: its
+// words stay, whole and as the daemon cuts the name, to 63 bytes.
+void KeepVolumeName(Privacy *privacy, const std::string &config);
 
 // The stand-in of a user, which is given one when it has none. root and nobody are no persons.
 std::string MaskUser(Privacy *privacy, const std::string &user);

@@ -56,6 +56,23 @@ void FollowDaemon(Player *player)
     player->daemon.pid = static_cast<pid_t>(pid);
 }
 
+// The log was read before. Whenever something else is new, who sits at the console is asked too, so
+// that a login is not told behind what followed it.
+void LookOnce(Player *player, bool ask)
+{
+    Sighting *sighting = &player->sighting;
+    const Sighting before = *sighting;
+    sighting->at = SecondsSince(player->timeLine);
+    LookAtHardware(player->world, sighting);
+    sighting->daemon = player->daemon.pid;
+    sighting->idle = IsIdle(player->daemon);
+    const bool news = player->observed.log.lines.size() != player->recorder.linesTaken ||
+                      !ChangesBetween(before, *sighting).empty();
+    if (ask || news)
+        AskForPeople(player->daemon.pid, sighting);
+    Record(&player->recorder, *sighting, player->observed.log);
+}
+
 }  // namespace
 
 bool RecordThisSystem(const PlayOptions &options)
@@ -70,15 +87,10 @@ bool RecordThisSystem(const PlayOptions &options)
     (void)signal(SIGTERM, End);
     PassOverLog(&player);
     player.recorder.midway = true;
-    Sighting sighting;
     for (int look = 0; g_ended == 0; ++look) {
         FollowDaemon(&player);
-        LookAtHardware(player.world, &sighting);
-        if (look % kAskEvery == 0)
-            AskForPeople(player.daemon.pid, &sighting);
-        sighting.daemon = player.daemon.pid;
         LookAround(&player);
-        Record(&player.recorder, sighting, player.observed.log);
+        LookOnce(&player, look % kAskEvery == 0);
         (void)usleep(kLookEvery);
     }
     FinishRecording(&player.recorder);

@@ -36,11 +36,22 @@ const char *const kMilestones[] = {
     "ActiveVolumeProgram:RunSDProgram --- Have change value of SD_THIRD_SETUP to No",
 };
 
+const char kStarted[] = "Kestrun:main --- TOOL-";
+const char kStartOver[] = "Kestrun:main --- value of disable_cdrom";
+const char kMain[] = "Kestrun:main --- ";
+const char kArrival[] = "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter";
+const char kMountEnd[] = "Kestrun:DiskMountCallback --- DiskMountCallback Enter";
+const char *const kActionEnds[] = {
+    "Kestrun:DiskMountCallback --- are not same return",
+    "Kestrun:DiskMountCallback --- create pipe failed!",
+    "Kestrun:DiskMountCallback --- DiskMountCallback exit",
+};
 const char kFinderMissed[] = "Kestrun:DiskMountCallback --- send cmd failed, not run board app";
 const char kSetup[] = "ActiveVolumeProgram:RunSDProgram --- ";
 const char kCommandRan[] = "Process:RunShellProgram --- RunShellProgram exit true.(open ";
 const char kCommandFailed[] = "Process:RunShellProgram --- system failed ";
 const char kCommandGaveUp[] = "Process:RunShellProgram --- (open -a ";
+const char kNotWritable[] = "ActiveVolumeProgram:RunSDProgram --- open file [";
 
 bool Begins(const std::string &text, const char *begin)
 {
@@ -51,26 +62,6 @@ void Expect(Recorder *recorder, const std::string &text)
 {
     recorder->episode.active = true;
     recorder->episode.log.push_back("expect log " + QuotedText(MaskText(&recorder->privacy, text)));
-}
-
-void FollowProgress(Progress *progress, const std::string &body)
-{
-    if (Begins(body, "Kestrun:main --- TOOL-"))
-        *progress = {true, false, 0, false};
-    if (Begins(body, "Kestrun:main --- value of disable_cdrom"))
-        progress->starting = false;
-    if (Begins(body, "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter"))
-        ++progress->pending;
-    if (Begins(body, "Kestrun:DiskMountCallback --- DiskMountCallback Enter")) {
-        progress->pending = std::max(0, progress->pending - 1);
-        progress->inside = true;
-        progress->finderMissed = false;
-    }
-    if (Begins(body, "Kestrun:DiskMountCallback --- are not same return") ||
-        Begins(body, "Kestrun:DiskMountCallback --- create pipe failed!") ||
-        Begins(body, "Kestrun:DiskMountCallback --- DiskMountCallback exit")) {
-        progress->inside = false;
-    }
 }
 
 // What stands between the quotes of an open command; empty when nothing does.
@@ -85,8 +76,10 @@ std::string OpenedPath(const std::string &body)
 // What the episode needs to know to arrange the same again.
 void CountEvents(Episode *episode, const std::string &body)
 {
-    episode->arrivals += Begins(body, "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter");
-    episode->callbacks += Begins(body, "Kestrun:DiskMountCallback --- DiskMountCallback Enter");
+    episode->arrivals += Begins(body, kArrival);
+    episode->callbacks += Begins(body, kMountEnd);
+    episode->startPass = episode->startPass || Begins(body, kMain);
+    episode->readOnly = episode->readOnly || Begins(body, kNotWritable);
     const bool application = body.find("(open -a ") != std::string::npos;
     if (Begins(body, kCommandFailed) && application)
         ++episode->openFailures;
@@ -100,15 +93,42 @@ void CountEvents(Episode *episode, const std::string &body)
 
 }  // namespace
 
+bool IsArrival(const std::string &line)
+{
+    return Begins(LineBody(line), kArrival);
+}
+
 bool IsAtRest(const Progress &progress)
 {
     return !progress.starting && !progress.inside && progress.pending == 0;
 }
 
+void FollowProgress(Progress *progress, const std::string &line)
+{
+    const std::string body = LineBody(line);
+    if (Begins(body, kStarted)) {
+        const bool abandoned = progress->abandoned || progress->pending > 0;
+        *progress = Progress();
+        progress->starting = true;
+        progress->abandoned = abandoned;
+    }
+    if (Begins(body, kStartOver))
+        progress->starting = false;
+    if (IsArrival(line))
+        ++progress->pending;
+    if (Begins(body, kMountEnd)) {
+        progress->pending = std::max(0, progress->pending - 1);
+        progress->inside = true;
+        progress->finderMissed = false;
+    }
+    if (std::ranges::any_of(kActionEnds, [&](const char *end) { return Begins(body, end); }))
+        progress->inside = false;
+}
+
 void RecordLine(Recorder *recorder, const std::string &line)
 {
     const std::string body = LineBody(line);
-    FollowProgress(&recorder->progress, body);
+    FollowProgress(&recorder->progress, line);
     CountEvents(&recorder->episode, body);
     for (const char *milestone : kMilestones) {
         if (Begins(body, milestone)) {

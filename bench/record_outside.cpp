@@ -1,5 +1,6 @@
-// record_outside.cpp - what changed outside the daemon between two looks, as statements.
+// record_outside.cpp - how the outside differs between two sightings, and how that is told.
 #include <algorithm>
+#include <tuple>
 
 #include "bench/modem.h"
 #include "bench/recorder.h"
@@ -10,175 +11,305 @@ namespace bench
 namespace
 {
 
-// The order in which the changes of one episode are told: what goes before what comes, and the daemon
-// starts when all is in its place.
-enum Rank {
-    kKill,
-    kFiles,
-    kPeople,
-    kUnplugPort,
-    kUnplug,
-    kChange,
-    kPlugPort,
-    kPlug,
-    kSystemMounts,
-    kStart,
-};
+const char kModemName[] = "modem";
+const char kLogFolder[] = "/usr/local/Tarnwell";
+const char kVolumes[] = "/Volumes/";
+const long kNearCap = 9000000;  // bytes of a log that may be cut before the recording is over
 
-std::string PortText(Recorder *recorder, const std::string &port)
+void CompareDaemon(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
-    return QuotedText(MaskPort(&recorder->privacy, port));
-}
-
-void CompareFile(Recorder *recorder, const char *word, const std::optional<std::string> &before,
-                 const std::optional<std::string> &now, std::vector<Change> *changes)
-{
-    if (before == now)
+    if (before.daemon == now.daemon)
         return;
-    const std::string text =
-        now ? word + std::string("\n") + BlockText(MaskText(&recorder->privacy, *now))
-            : std::string("no ") + word;
-    changes->push_back({kFiles, text, ""});
+    if (before.daemon != 0)
+        changes->push_back({Happened::Kill, "", ""});
+    if (now.daemon != 0)
+        changes->push_back({Happened::Start, "", ""});
 }
 
-void CompareFiles(Recorder *recorder, const Sighting &now, std::vector<Change> *changes)
+void CompareFile(const std::optional<std::string> &before, const std::optional<std::string> &now,
+                 Happened made, Happened gone, std::vector<Change> *changes)
 {
-    CompareFile(recorder, "config", recorder->last.config, now.config, changes);
-    // The setup runner writes this file itself.
-    if (!recorder->progress.inside)
-        CompareFile(recorder, "sysconfig", recorder->last.sysConfig, now.sysConfig, changes);
+    if (before != now)
+        changes->push_back({now ? made : gone, now.value_or(""), ""});
 }
 
-// Folders that stand where volumes are to be mounted. Those that come while the daemon runs are its own.
-void CompareFolders(const Recorder &recorder, const Sighting &now, std::vector<Change> *changes)
+void CompareFiles(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
-    if (recorder.last.daemon != 0)
-        return;
+    if (before.logFolder != now.logFolder) {
+        changes->push_back(
+            {now.logFolder ? Happened::MakeLogFolder : Happened::RemoveLogFolder, kLogFolder, ""});
+    }
+    CompareFile(before.config, now.config, Happened::Config, Happened::NoConfig, changes);
+    CompareFile(before.sysConfig, now.sysConfig, Happened::SysConfig, Happened::NoSysConfig,
+                changes);
+    if (now.logSize >= kNearCap && now.logSize != before.logSize)
+        changes->push_back({Happened::FillLog, std::to_string(now.logSize), ""});
     for (const std::string &folder : now.folders) {
-        if (!recorder.last.folders.contains(folder))
-            changes->push_back({kFiles, "make folder " + QuotedText(folder), ""});
+        if (!before.folders.contains(folder))
+            changes->push_back({Happened::MakeFolder, folder, ""});
     }
 }
 
-void ComparePeople(Recorder *recorder, const Sighting &now, std::vector<Change> *changes)
+void ComparePeople(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
-    const Sighting &last = recorder->last;
-    if (now.daemonUser != last.daemonUser && !now.daemonUser.empty()) {
-        const std::string user = MaskUser(&recorder->privacy, now.daemonUser);
-        changes->push_back({kPeople, "daemon user " + QuotedText(user), ""});
-    }
-    if (now.consoleUser != last.consoleUser && !now.consoleUser.empty()) {
-        const std::string user = MaskUser(&recorder->privacy, now.consoleUser);
-        const std::string text = user == "root" ? "logout" : "login " + QuotedText(user);
-        changes->push_back({kPeople, text, ""});
-    }
-    if (now.finder != last.finder)
-        changes->push_back({kPeople, now.finder ? "finder starts" : "finder quits", ""});
+    if (now.daemonUser != before.daemonUser)
+        changes->push_back({Happened::DaemonUser, now.daemonUser, ""});
+    if (now.consoleUser != before.consoleUser)
+        changes->push_back({Happened::Console, now.consoleUser, ""});
+    if (now.finder != before.finder)
+        changes->push_back({now.finder ? Happened::FinderStarts : Happened::FinderQuits, "", ""});
 }
 
-void ComparePorts(Recorder *recorder, const Sighting &now, std::vector<Change> *changes)
+void ComparePorts(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
-    for (const std::string &port : recorder->last.ports) {
+    for (const std::string &port : before.ports) {
         if (!now.ports.contains(port))
-            changes->push_back({kUnplugPort, "unplug port " + PortText(recorder, port), ""});
+            changes->push_back({Happened::UnplugPort, port, ""});
     }
     for (const std::string &port : now.ports) {
-        if (!recorder->last.ports.contains(port))
-            changes->push_back({kPlugPort, "plug port " + PortText(recorder, port), ""});
+        if (!before.ports.contains(port))
+            changes->push_back({Happened::PlugPort, port, ""});
     }
 }
 
-// Disks that went, and other disks in the same drive. The labels concerned go to `labels`.
-void CompareKnownDisks(Recorder *recorder, std::vector<Change> *changes,
-                       std::set<std::string> *labels)
+void CompareDisks(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
-    for (auto at = recorder->disks.begin(); at != recorder->disks.end();) {
-        KnownDisk &disk = at->second;
-        const std::string identity = IdentityOf(at->first);
-        if (identity == disk.identity) {
-            ++at;
-            continue;
-        }
-        labels->insert(disk.label);
-        if (identity.empty()) {
-            changes->push_back({kUnplug, "unplug " + disk.name, at->first});
-            at = recorder->disks.erase(at);
-            continue;
-        }
-        changes->push_back({kChange, "change " + disk.name, ""});
-        disk.identity = identity;
-        ++at;
+    const auto isSameDrive = [](const std::map<std::string, SeenDisk> &disks, const auto &entry) {
+        const auto found = disks.find(entry.first);
+        return found != disks.end() && found->second.label == entry.second.label;
+    };
+    for (const auto &entry : before.disks) {
+        if (!isSameDrive(now.disks, entry))
+            changes->push_back({Happened::Unplug, entry.second.label, entry.first});
     }
-}
-
-void CompareDisks(Recorder *recorder, const Sighting &now, std::vector<Change> *changes)
-{
-    std::set<std::string> labels;
-    CompareKnownDisks(recorder, changes, &labels);
-    for (const auto &[label, disk] : now.disks) {
-        const auto before = recorder->last.disks.find(label);
-        if (!recorder->disks.contains(disk.device)) {
-            const std::string name = "disk" + std::to_string(++recorder->disksNamed);
-            const std::string text = MaskText(&recorder->privacy, label);
-            recorder->disks[disk.device] = {name, label, disk.identity};
+    for (const auto &entry : now.disks) {
+        const auto &[device, disk] = entry;
+        if (!isSameDrive(before.disks, entry)) {
             changes->push_back(
-                {kPlug, "plug disk " + QuotedText(text) + " as " + name, disk.device});
-        } else if (before != recorder->last.disks.end() && before->second.link != disk.link &&
-                   before->second.device == disk.device && !labels.contains(label)) {
-            changes->push_back({kChange, "touch " + recorder->disks[disk.device].name, ""});
-        }
-    }
-}
-
-void CompareDaemon(const Recorder &recorder, const Sighting &now, std::vector<Change> *changes)
-{
-    if (recorder.last.daemon == now.daemon)
-        return;
-    if (recorder.last.daemon != 0)
-        changes->push_back({kKill, "kill daemon", ""});
-    if (now.daemon != 0)
-        changes->push_back({kStart, "start daemon", ""});
-}
-
-// The daemon's own mounts forbid programs to change users and devices to be opened.
-bool IsDaemonsMount(const Mounted &mounted)
-{
-    return mounted.options.find("nosuid") != std::string::npos &&
-           mounted.options.find("nodev") != std::string::npos;
-}
-
-bool Contains(const std::vector<Mounted> &mounts, const std::string &place)
-{
-    return std::ranges::any_of(mounts,
-                               [&](const Mounted &mounted) { return mounted.place == place; });
-}
-
-void CompareSystemMounts(const Recorder &recorder, const Sighting &now,
-                         std::vector<Change> *changes)
-{
-    for (const Mounted &mounted : now.mounts) {
-        if (IsDaemonsMount(mounted) || Contains(recorder.last.mounts, mounted.place))
+                {disk.image ? Happened::PlugImage : Happened::Plug, disk.label, device});
             continue;
-        for (const auto &[device, disk] : recorder.disks) {
-            if (mounted.place == "/Volumes/" + disk.label)
-                changes->push_back({kSystemMounts, "system mounts " + disk.name, ""});
         }
+        const SeenDisk &other = before.disks.at(device);
+        if (other.identity != disk.identity)
+            changes->push_back({Happened::Change, disk.label, device});
+        else if (!other.link.empty() && !disk.link.empty() && other.link != disk.link)
+            changes->push_back({Happened::Touch, disk.label, device});
     }
+}
+
+void CompareSystemMounts(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
+{
+    const auto isSystems = [](const Sighting &sighting, const std::string &place) {
+        const auto found = sighting.mounts.find(place);
+        return found != sighting.mounts.end() &&
+               OwnerOf(found->second.options, false) == Owner::System;
+    };
+    for (const auto &[device, disk] : now.disks) {
+        const std::string place = kVolumes + disk.label;
+        if (isSystems(now, place) && !isSystems(before, place))
+            changes->push_back({Happened::SystemMounts, place, device});
+    }
+}
+
+// ---- The modem: its port and its disk are one statement ----
+
+bool IsModemPort(const Change &change)
+{
+    return change.text == kModemPort;
+}
+
+bool IsPlug(const Change &change)
+{
+    return change.what == Happened::Plug || change.what == Happened::PlugImage;
+}
+
+// Whether a disk of this label can be the modem's: the configuration speaks of it.
+bool IsModemLabel(const Sighting &now, const std::string &label)
+{
+    return label == kDefaultLabel || (now.config && now.config->find(label) != std::string::npos);
+}
+
+// The modem's device; empty when none of the disks told is its.
+std::string ModemsDevice(const Recorder &recorder)
+{
+    for (const auto &[device, name] : recorder.names) {
+        if (name == kModemName)
+            return device;
+    }
+    return "";
+}
+
+// What of the modem came and went since `recorder.told`.
+struct Halves {
+    bool portCame = false;
+    bool diskCame = false;
+    bool portGone = false;
+    bool diskGone = false;
+};
+
+Halves HalvesOf(const Recorder &recorder, const std::vector<Change> &changes, const Sighting &now)
+{
+    Halves halves;
+    const std::string modem = ModemsDevice(recorder);
+    for (const Change &change : changes) {
+        if (change.what == Happened::UnplugPort && IsModemPort(change))
+            halves.portGone = true;
+        if (change.what == Happened::Unplug && change.device == modem)
+            halves.diskGone = true;
+        if (change.what == Happened::PlugPort && IsModemPort(change))
+            halves.portCame = true;
+    }
+    if (modem.empty() || halves.diskGone) {
+        halves.diskCame = std::ranges::any_of(changes, [&](const Change &change) {
+            return IsPlug(change) && IsModemLabel(now, change.text);
+        });
+    }
+    return halves;
+}
+
+void JoinModem(const Recorder &recorder, std::vector<Change> *changes)
+{
+    const Halves halves = HalvesOf(recorder, *changes, recorder.now);
+    if (halves.portGone && halves.diskGone) {
+        std::erase_if(*changes, [](const Change &change) {
+            return change.what == Happened::UnplugPort && IsModemPort(change);
+        });
+    }
+    if (!halves.portCame || !halves.diskCame)
+        return;
+    std::erase_if(*changes, [](const Change &change) {
+        return change.what == Happened::PlugPort && IsModemPort(change);
+    });
+    const auto disk = std::ranges::find_if(*changes, [&](const Change &change) {
+        return IsPlug(change) && IsModemLabel(recorder.now, change.text);
+    });
+    disk->what = Happened::PlugModem;
+}
+
+// ---- Statements ----
+
+// Puts what stands for a change's text in a scenario in its place: persons masked, in quotes where
+// the statement says so.
+void MaskChange(Recorder *recorder, Change *change)
+{
+    Privacy *privacy = &recorder->privacy;
+    switch (change->what) {
+    case Happened::UnplugPort:
+    case Happened::PlugPort: change->text = QuotedText(MaskPort(privacy, change->text)); return;
+    case Happened::DaemonUser: change->text = QuotedText(MaskUser(privacy, change->text)); return;
+    case Happened::Console: change->text = MaskUser(privacy, change->text); return;
+    case Happened::FillLog: return;
+    case Happened::Config:
+    case Happened::SysConfig:
+        change->text = "\n" + BlockText(MaskText(privacy, change->text));
+        return;
+    default: change->text = QuotedText(MaskText(privacy, change->text)); return;
+    }
+}
+
+// The name of a disk that is plugged in from now on.
+std::string NewName(Recorder *recorder, const Change &change)
+{
+    std::string name = change.what == Happened::PlugModem
+                           ? kModemName
+                           : "disk" + std::to_string(++recorder->disksNamed);
+    recorder->names[change.device] = name;
+    return name;
+}
+
+// The name of a disk that goes.
+std::string LastName(Recorder *recorder, const Change &change)
+{
+    std::string name = recorder->names[change.device];
+    recorder->names.erase(change.device);
+    if (name == kModemName)  // the statement pulls the port too
+        recorder->told.ports.erase(kModemPort);
+    return name;
+}
+
+std::string Statement(Recorder *recorder, const Change &change)
+{
+    const std::string &text = change.text;
+    switch (change.what) {
+    case Happened::Kill: return "kill daemon";
+    case Happened::RemoveLogFolder: return "remove folder " + text;
+    case Happened::MakeLogFolder:
+    case Happened::MakeFolder: return "make folder " + text;
+    case Happened::Config: return "config" + text;
+    case Happened::NoConfig: return "no config";
+    case Happened::FillLog: return "fill log " + text + " bytes";
+    case Happened::SysConfig: return "sysconfig" + text;
+    case Happened::NoSysConfig: return "no sysconfig";
+    case Happened::ReadOnly: return "sysconfig read-only";
+    case Happened::DaemonUser: return "daemon user " + text;
+    case Happened::Console: return text == "root" ? "logout" : "login " + QuotedText(text);
+    case Happened::FinderStarts: return "finder starts";
+    case Happened::FinderQuits: return "finder quits";
+    case Happened::UnplugPort: return "unplug port " + text;
+    case Happened::Unplug: return "unplug " + LastName(recorder, change);
+    case Happened::MountWorks: return "mount works";
+    case Happened::Change: return "change " + recorder->names[change.device];
+    case Happened::Touch: return "touch " + recorder->names[change.device];
+    case Happened::PlugPort: return "plug port " + text;
+    case Happened::PlugModem:
+        (void)NewName(recorder, change);
+        return text == QuotedText(kDefaultLabel) ? "plug modem" : "plug modem label " + text;
+    case Happened::Plug: return "plug disk " + text + " as " + NewName(recorder, change);
+    case Happened::PlugImage: return "plug disk image " + text + " as " + NewName(recorder, change);
+    case Happened::SystemMounts: return "system mounts " + recorder->names[change.device];
+    case Happened::Start: return "start daemon";
+    }
+    return "";
 }
 
 }  // namespace
 
-std::vector<Change> ChangesOutside(Recorder *recorder, const Sighting &now)
+// The daemon's own mounts forbid programs to change users and devices to be opened.
+Owner OwnerOf(const std::string &options, bool underWay)
+{
+    const auto has = [&](const char *option) {
+        return ("," + options + ",").find(option) != std::string::npos;
+    };
+    if (has(",nosuid,") && has(",nodev,"))
+        return Owner::Daemon;
+    return underWay || options.empty() ? Owner::Unknown : Owner::System;
+}
+
+std::vector<Change> ChangesBetween(const Sighting &before, const Sighting &now)
 {
     std::vector<Change> changes;
-    CompareFiles(recorder, now, &changes);
-    CompareFolders(*recorder, now, &changes);
-    ComparePeople(recorder, now, &changes);
-    ComparePorts(recorder, now, &changes);
-    CompareDisks(recorder, now, &changes);
-    CompareSystemMounts(*recorder, now, &changes);
-    CompareDaemon(*recorder, now, &changes);
+    CompareFiles(before, now, &changes);
+    ComparePeople(before, now, &changes);
+    ComparePorts(before, now, &changes);
+    CompareDisks(before, now, &changes);
+    CompareSystemMounts(before, now, &changes);
+    CompareDaemon(before, now, &changes);
     return changes;
+}
+
+std::string TellChanges(Recorder *recorder, std::vector<Change> changes)
+{
+    JoinModem(*recorder, &changes);
+    for (Change &change : changes)
+        MaskChange(recorder, &change);
+    std::ranges::sort(changes, {}, [](const Change &change) {
+        return std::tie(change.what, change.text, change.device);
+    });
+    std::string text;
+    for (const Change &change : changes) {
+        text += Statement(recorder, change);
+        text += text.ends_with('\n') ? "" : "\n";
+    }
+    return text;
+}
+
+bool IsOtherHalf(const Recorder &recorder, const Sighting &now)
+{
+    const Sighting &told = recorder.told;
+    const Halves one = HalvesOf(recorder, ChangesBetween(told, recorder.now), recorder.now);
+    const Halves both = HalvesOf(recorder, ChangesBetween(told, now), now);
+    return (one.portCame != one.diskCame && both.portCame && both.diskCame) ||
+           (one.portGone != one.diskGone && both.portGone && both.diskGone);
 }
 
 }  // namespace bench

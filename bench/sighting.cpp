@@ -1,13 +1,17 @@
 // sighting.cpp - see sighting.h.
 #include "bench/sighting.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "bench/logbook.h"
 #include "bench/modem.h"
 
 namespace bench
@@ -40,6 +44,20 @@ std::string Numbers(const struct stat &status)
            std::to_string(status.st_rdev);
 }
 
+// What identifies the disk at a device, or what is mounted at a place; empty when nothing stands
+// there. A drive stays when its medium goes: the kernel counts its media.
+std::string IdentityOf(const std::string &path)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        return "";
+    if (!S_ISBLK(status.st_mode))
+        return Numbers(status);
+    const std::string folder = "/sys/dev/block/" + std::to_string(major(status.st_rdev)) + ":" +
+                               std::to_string(minor(status.st_rdev));
+    return Numbers(status) + ":" + ReadFile(folder + "/diskseq");
+}
+
 std::string FirstLineOf(const std::string &text)
 {
     return text.substr(0, text.find('\n'));
@@ -58,14 +76,22 @@ std::string Asked(const std::string &command)
     return output;
 }
 
-std::set<std::string> FoldersWithout(const std::vector<Mounted> &mounts)
+std::map<std::string, SeenMount> MountsNow(const World &world)
+{
+    std::map<std::string, SeenMount> mounts;
+    for (const Mounted &mounted : MountsUnder(world, kVolumes))
+        mounts[mounted.place] = {mounted.options, IdentityOf(mounted.place)};
+    return mounts;
+}
+
+std::set<std::string> FoldersWithout(const std::map<std::string, SeenMount> &mounts)
 {
     std::set<std::string> folders;
     std::error_code ignored;
     for (const auto &entry : fs::directory_iterator(kVolumes, ignored))
         folders.insert(entry.path());
-    for (const Mounted &mounted : mounts)
-        folders.erase(mounted.place);
+    for (const auto &[place, mounted] : mounts)
+        folders.erase(place);
     return folders;
 }
 
@@ -74,45 +100,91 @@ std::optional<std::string> ContentOf(const char *path)
     return access(path, R_OK) == 0 ? std::optional(ReadFile(path)) : std::nullopt;
 }
 
+// udev makes a link under such a name: ".#", its name and 16 hex digits.
+bool IsUnfinished(const std::string &name)
+{
+    const size_t digits = 16;
+    return name.starts_with(".#") && name.size() > 2 + digits &&
+           std::all_of(name.end() - digits, name.end(),
+                       [](unsigned char c) { return isxdigit(c) != 0; });
+}
+
 // The entries of a folder of links, without those that udev has not renamed yet.
 std::vector<fs::path> LinksIn(const char *folder)
 {
     std::vector<fs::path> links;
     std::error_code ignored;
     for (const auto &entry : fs::directory_iterator(folder, ignored)) {
-        if (entry.path().filename().string().compare(0, 2, ".#") != 0)
+        if (!IsUnfinished(entry.path().filename()))
             links.push_back(entry.path());
     }
     return links;
 }
 
-}  // namespace
-
-std::string IdentityOf(const std::string &device)
+std::map<std::string, SeenDisk> LinkedDisks()
 {
-    struct stat status;
-    return stat(device.c_str(), &status) == 0 ? Numbers(status) : "";
-}
-
-void LookAtHardware(const World &world, Sighting *sighting)
-{
-    sighting->disks.clear();
-    sighting->ports.clear();
+    std::map<std::string, SeenDisk> disks;
     for (const fs::path &link : LinksIn(kByLabel)) {
         std::error_code error;
         struct stat status;
         const std::string device = fs::canonical(link, error);
         const std::string identity = error ? "" : IdentityOf(device);
         if (!identity.empty() && lstat(link.c_str(), &status) == 0) {
-            sighting->disks[UnescapedLabel(link.filename())] = {device, identity, Numbers(status)};
+            disks[device] = {UnescapedLabel(link.filename()), identity, Numbers(status),
+                             fs::is_regular_file(device, error)};
         }
     }
-    for (const fs::path &link : LinksIn(kById))
-        sighting->ports.insert(link.filename());
-    sighting->mounts = MountsUnder(world, kVolumes);
+    return disks;
+}
+
+// Whether a disk that was seen before is missing in `disks` though it stands where it stood.
+bool MissesOne(const std::map<std::string, SeenDisk> &before,
+               const std::map<std::string, SeenDisk> &disks)
+{
+    return std::ranges::any_of(before, [&](const auto &entry) {
+        return !disks.contains(entry.first) && IdentityOf(entry.first) == entry.second.identity;
+    });
+}
+
+bool HasLabel(const std::map<std::string, SeenDisk> &disks, const std::string &label)
+{
+    return std::ranges::any_of(disks,
+                               [&](const auto &entry) { return entry.second.label == label; });
+}
+
+// The disks that are there now. One without a link is there as long as its device is and its link
+// names another disk: a drive whose medium went has no link any more.
+std::map<std::string, SeenDisk> DisksNow(const std::map<std::string, SeenDisk> &before)
+{
+    std::map<std::string, SeenDisk> disks = LinkedDisks();
+    if (MissesOne(before, disks))  // a list may lack a link that is renamed over itself just then
+        disks = LinkedDisks();
+    const std::map<std::string, SeenDisk> linked = disks;
+    for (auto [device, disk] : before) {
+        disk.link.clear();
+        if (!linked.contains(device) && HasLabel(linked, disk.label) &&
+            IdentityOf(device) == disk.identity) {
+            disks[device] = disk;
+        }
+    }
+    return disks;
+}
+
+}  // namespace
+
+void LookAtHardware(const World &world, Sighting *sighting)
+{
+    sighting->mounts = MountsNow(world);
     sighting->folders = FoldersWithout(sighting->mounts);
+    struct stat log;
+    sighting->logSize = stat(kLogPath, &log) == 0 ? static_cast<long>(log.st_size) : 0;
+    sighting->logFolder = access(fs::path(kLogPath).parent_path().c_str(), F_OK) == 0;
     sighting->config = ContentOf(kConfigPath);
     sighting->sysConfig = ContentOf(kSysConfigPath);
+    sighting->disks = DisksNow(sighting->disks);
+    sighting->ports.clear();
+    for (const fs::path &link : LinksIn(kById))
+        sighting->ports.insert(link.filename());
 }
 
 void LookAtPeople(const World &world, Sighting *sighting)
