@@ -43,8 +43,8 @@ class Machine:
         self.world = world
         self.drives = 0
         self.events = []
-        control, shell = (os.path.join(world, name) for name in ("control", "shell"))
-        for path in control, shell:
+        control, shell, console = (os.path.join(world, name) for name in ("control", "shell", "tty"))
+        for path in control, shell, console:
             if os.path.exists(path):
                 os.unlink(path)
         self.process = subprocess.Popen([
@@ -52,15 +52,18 @@ class Machine:
             "-display", "none", "-no-reboot", "-S",
             "-kernel", os.path.join(world, "vmlinuz"),
             "-initrd", os.path.join(world, "initramfs.gz"),
-            "-append", "console=ttyS0 quiet panic=-1",
-            "-serial", "file:" + os.path.join(world, "console.log"),
+            "-append", "console=ttyS0 quiet panic=-1 sysrq_always_enabled",
+            "-chardev", f"socket,id=console,path={console},server=on,wait=off,"
+                        f"logfile={os.path.join(world, 'console.log')}",
+            "-serial", "chardev:console",
             "-chardev", f"socket,id=shell,path={shell},server=on,wait=off",
-            "-device", "virtio-serial-pci", "-device", "virtserialport,chardev=shell,nr=1",
+            "-serial", "chardev:shell",
             "-qmp", f"unix:{control},server=on,wait=off",
             "-device", "qemu-xhci,id=xhci"], stdin=subprocess.DEVNULL)
         try:
             self.control = self.connect(control)
             self.shell = self.connect(shell)
+            self.console = self.connect(console)
             self.control.read("QEMU")  # its greeting
             self.command("qmp_capabilities")
         except Broken:
@@ -85,15 +88,32 @@ class Machine:
         while self.shell.read("the guest", BOOT_LIMIT) != "=== ready":
             pass
 
-    def run(self, command):
-        """What a shell command in the guest printed, as a list of lines."""
+    def explain(self):
+        """Has the guest's kernel write to console.log what its processes do."""
+        for key in "9wt":  # all messages to the console, blocked tasks, all tasks
+            self.command("chardev-send-break", id="console")
+            self.console.socket.sendall(key.encode())
+            try:
+                while True:  # the log file gets only what is taken from the socket
+                    self.console.read("the kernel", 5)
+            except Broken:
+                pass  # it has said all
+
+    def output(self, command):
+        """All that a shell command in the guest printed, to the byte: its last line may have no end."""
         self.shell.write(command)
         lines = []
-        while True:
-            line = self.shell.read("the guest")
-            if line.startswith("=== "):
-                return lines
-            lines.append(line)
+        while not lines or not lines[-1].startswith("=== "):
+            try:
+                lines.append(self.shell.read("the guest"))
+            except Broken:
+                self.explain()
+                raise
+        return "\n".join(lines[:-1])
+
+    def run(self, command):
+        """What a shell command in the guest printed, as a list of lines."""
+        return self.output(command).splitlines()
 
     def command(self, name, **arguments):
         self.control.write(json.dumps({"execute": name, "arguments": arguments}))
