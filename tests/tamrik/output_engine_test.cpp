@@ -257,6 +257,7 @@ TEST_CASE("whatever room is left, what fits comes out whole and what does not is
     RunInEveryRoom("abcdef", "abcdef");
     RunInEveryRoom("abcdefg", "abcdefg");
     RunInEveryRoom(std::string(70, 'x'), std::string(70, 'x').c_str());
+    RunInEveryRoom("1" + std::string(70, 'x'), ("%i" + std::string(70, 'x')).c_str(), 1);
     RunInEveryRoom("abcdef-2147483648", "abcdef%d", INT_MIN);
     RunInEveryRoom("abcdef-9223372036854775808.", "abcdef%lld.", LLONG_MIN);
     RunInEveryRoom("1 23 456 7890 12345 -6", "%d %d %d %d %d %d", 1, 23, 456, 7890, 12345, -6);
@@ -267,6 +268,7 @@ TEST_CASE("whatever room is left, what fits comes out whole and what does not is
     RunInEveryRoom(std::string(40, 'z') + "7", "%3s%1d", std::string(40, 'z').c_str(), 7);
     RunInEveryRoom("abcdef0.500000!", "abcdef%f!", 0.5);
     RunInEveryRoom("5.000000e-01-0.5", "%e%g", 0.5, -0.5);
+    RunInEveryRoom("-7     |    -1234567890", "%-7d|%15ld", -7, -1234567890L);
     RunInEveryRoom("50% of 8", "%d%% of %d", 50, 8);
 }
 

@@ -354,6 +354,8 @@ TEST_CASE("a negative result lowers the count and fails the call below zero")
         CHECK(std::string(buffer) == "abcd!");
         CHECK(snprintf_s(buffer, size, size - 1, "abcd%f%s", 1.5, "efgh") == 6);
         CHECK(std::string(buffer) == "abcdefgh");
+        CHECK(snprintf_s(buffer, size, size - 1, "abcd%i%f!", 1, 1.5) == 4);
+        CHECK(std::string(buffer) == "abcd1!");
         CHECK(snprintf_s(buffer, size, size - 1, "ab%f!", 1.5) == 1);
         CHECK(std::string(buffer) == "ab!");
         CHECK(snprintf_s(buffer, size, size - 1, "ab%f", 1.5) == 0);
