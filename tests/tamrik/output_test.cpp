@@ -261,6 +261,13 @@ TEST_CASE("every number of digits comes out right in every radix")
             CHECK(Print("%lld", power) == Good(std::to_string(power)));
             CHECK(Print("%lld", 0 - power) == Good("-" + std::to_string(power)));
         }
+        if (power <= INT_MAX) {
+            const int value = static_cast<int>(power);
+            CHECK(Print("%d", value) == Good(std::to_string(value)));
+            CHECK(Print("%d", value - 1) == Good(std::to_string(value - 1)));
+            CHECK(Print("%d", -value) == Good(std::to_string(-value)));
+            CHECK(Print("%1d", value) == Good(std::to_string(value)));
+        }
         power *= digits < 20 ? 10 : 1;
     }
     for (int bit = 0; bit < 64; bit++) {
@@ -270,6 +277,9 @@ TEST_CASE("every number of digits comes out right in every radix")
         const std::string octal =
             "124"[bit % 3] + std::string(static_cast<std::size_t>(bit / 3), '0');
         CHECK(Print("%llx", value) == Good(hex));
+        if (value <= UINT_MAX) {
+            CHECK(Print("%x", static_cast<unsigned>(value)) == Good(hex));
+        }
         CHECK(Print("%llo", value) == Good(octal));
     }
     CHECK(Print("%lld", LLONG_MIN) == Good("-9223372036854775808"));
