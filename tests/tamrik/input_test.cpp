@@ -163,6 +163,7 @@ TEST_CASE("a width counts the sign and the prefix, and leaves the rest")
         {"%99999999999d", "12", 1, Stored(Of<int>(12)), ""},
         {"%2147483648d", "12", 1, Stored(Of<int>(12)), ""},
         {"%007d", "123", 1, Stored(Of<int>(123)), ""},
+        {"%1w2d", "0000000000123", 1, Stored(Of<int>(12)), "3"},
     });
 }
 
@@ -361,6 +362,27 @@ TEST_CASE("strings end at white space, at their width and at the end of the inpu
         {"%hS", "abc", 4, 1, WithTerminator("abc"), ""},
         {"%hhS", "abc", 4, 1, WithTerminator("abc"), ""},
     });
+}
+
+TEST_CASE("a word ends at each white space and at no other character, wherever that stands")
+{
+    constexpr std::size_t kLength = 20;
+    for (int ch = 0; ch <= 255; ++ch) {
+        const bool isBlank = ch == ' ' || (ch >= '\t' && ch <= '\r');
+        for (std::size_t at = 0; at < kLength; ++at) {
+            CAPTURE(ch);
+            CAPTURE(at);
+            std::string text(kLength, 'a');
+            text[at] = static_cast<char>(ch);
+            const std::size_t begin = isBlank && at == 0 ? 1 : 0;
+            const std::size_t end = isBlank && at > 0 ? at : kLength;
+            const Guarded dest(kLength + 1);
+            const Scanned<char> scanned = Scan(text, "%s", dest.Text(), dest.size);
+            CHECK(scanned == Scanned<char>{1, text.substr(end)});
+            CHECK(dest.Held() == WithTerminator(text.substr(begin, end - begin)) +
+                                     Canaries(kLength - (end - begin)));
+        }
+    }
 }
 
 TEST_CASE(
