@@ -27,6 +27,7 @@ SWAPS = {"<=": "<", ">=": ">", "<": "<=", ">": ">=", "==": "!=", "!=": "==", "&&
          "-": "+", "+=": "-=", "-=": "+=", "++": "--", "--": "++", "true": "false", "false": "true"}
 NUMBER = re.compile(r"(0[xX][0-9a-fA-F]+|[1-9]\d*|0)([uUlLzZ]*)")
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
+DECLARATIONS = (Kind.VAR_DECL, Kind.FUNCTION_DECL, Kind.FUNCTION_TEMPLATE)
 # What may stand before a statement; a condition or a step of a loop stands behind something else.
 BEFORE_STATEMENT = re.compile(r"([;{}):]|\belse|\bdo)\s*$")
 
@@ -56,12 +57,18 @@ def flat(code):
 
 
 def is_constant(cursor, source):
-    """Whether the compiler wants to know what is written inside: a constant, or a function for constants."""
+    """Whether the compiler wants to know what is written inside."""
     head = source[cursor.extent.start.offset:cursor.extent.end.offset].split("{")[0].split("=")[0]
     if cursor.kind == Kind.VAR_DECL:
-        at_file = cursor.semantic_parent.kind == Kind.TRANSLATION_UNIT and "const" in head
-        return at_file or re.search(r"\b(static|constexpr)\b", head)
-    return cursor.kind == Kind.ENUM_DECL or re.search(r"\bconst(expr|eval)\b", head.split("(")[0])
+        return "const" in head and (cursor.semantic_parent.kind == Kind.TRANSLATION_UNIT or "static" in head)
+    return cursor.kind == Kind.ENUM_DECL
+
+
+def is_for_compiler(cursor, source):
+    """Whether the compiler works it out by itself and checks it there: a table, a size, a static_assert."""
+    head = source[cursor.extent.start.offset:cursor.extent.end.offset].split("{")[0].split("=")[0].split("(")[0]
+    return cursor.kind == Kind.STATIC_ASSERT or \
+        cursor.kind in DECLARATIONS and re.search(r"\bconst(expr|eval)\b", head) is not None
 
 
 def changes_of(cursor, source, parent):
@@ -93,10 +100,9 @@ def changes_of(cursor, source, parent):
 
 def collect(cursor, path, source, found, alone=False, parent=None):
     """Gathers the changes at and below a cursor by their place; a template's text is met once."""
-    if cursor.kind == Kind.STATIC_ASSERT:
+    if is_for_compiler(cursor, source):
         return
-    alone = alone or cursor.kind in (Kind.VAR_DECL, Kind.ENUM_DECL, Kind.FUNCTION_DECL, Kind.FUNCTION_TEMPLATE) \
-        and bool(is_constant(cursor, source))
+    alone = alone or is_constant(cursor, source)
     if cursor.kind.is_expression() and parent is not None:
         start, end = cursor.extent.start.offset, cursor.extent.end.offset
         for change, code in changes_of(cursor, source, parent):

@@ -389,9 +389,19 @@ TEST_CASE("the writers store while there is room, then fail the count and lower 
         int left;
         std::size_t written;
     } rows[] = {
-        {5, 0, 10, 5, 0},  {5, -1, 10, 5, 0}, {5, INT_MIN, 10, 5, 0}, {5, 1, 11, 4, 1},
-        {5, 4, 14, 1, 4},  {5, 5, 15, 0, 5},  {5, 6, -1, -1, 5},      {5, INT_MAX, -1, -1, 5},
-        {0, 1, -1, -1, 0}, {0, 0, 10, 0, 0},  {-4, 3, -1, -5, 0},     {INT_MIN, 3, -1, INT_MIN, 0},
+        {5, 0, 10, 5, 0},
+        {5, -1, 10, 5, 0},
+        {5, INT_MIN, 10, 5, 0},
+        {5, 1, 11, 4, 1},
+        {5, 4, 14, 1, 4},
+        {5, 5, 15, 0, 5},
+        {5, 6, -1, -1, 5},
+        {5, INT_MAX, -1, -1, 5},
+        {0, 1, -1, -1, 0},
+        {0, 0, 10, 0, 0},
+        {-4, 3, -1, -5, 0},
+        {INT_MIN, 3, -1, INT_MIN, 0},
+        {INT_MIN + 1, 3, -1, INT_MIN, 0},
     };
     for (const auto &row : rows) {
         CAPTURE(row.room);

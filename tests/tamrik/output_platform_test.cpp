@@ -35,6 +35,7 @@ int g_failAllocation = 0;  // the how-manieth allocation fails, from 1
 bool g_isWatching = false;
 int g_resets = 0;
 bool g_failConversion = false;
+std::size_t g_longestCharacter = 1;  // of the encoding, in bytes
 
 // Forgets what was asked before and watches while it lives.
 struct Watch {
@@ -130,6 +131,12 @@ int mbtowc(wchar_t *to, const char *text, std::size_t size) noexcept
     return *text != '\0' ? 1 : 0;
 }
 
+// What MB_CUR_MAX asks.
+std::size_t __ctype_get_mb_cur_max() noexcept
+{
+    return g_longestCharacter;
+}
+
 void *__real_malloc(std::size_t size);
 void __real_free(void *memory);
 void *__wrap_malloc(std::size_t size);
@@ -186,6 +193,7 @@ TEST_CASE("a star reaches the platform with the number that is passed for it")
     CHECK(AskedBy("%*.5f", 9, 1.5) == Asked{"%*.5f", {9}, 1.5L});
     // The magnitude of a width, the precision that holds.
     CHECK(AskedBy("%*f", -9, 1.5) == Asked{"%*f", {9}, 1.5L});
+    CHECK(AskedBy("%*f", 1, 1.5) == Asked{"%*f", {1}, 1.5L});
     CHECK(AskedBy("%*f", INT_MIN, 1.5) == Asked{"%*f", {0}, 1.5L});
     CHECK(AskedBy("%.*f", -3, 1.5) == Asked{"%.*f", {6}, 1.5L});
     CHECK(AskedBy("%.*g", 0, 1.5) == Asked{"%.*g", {1}, 1.5L});
@@ -229,19 +237,22 @@ TEST_CASE("what the platform does not know is said in words that it knows")
     CHECK(AskedBy("%*5f", INT_MIN, 1.5) == Asked{"%f", {}, 1.5L});
 }
 
+template <std::size_t size>
+static int PrintWide(wchar_t (&buffer)[size], const wchar_t *format, ...)
+{
+    OutputStream stream = {sizeof buffer, reinterpret_cast<char *>(buffer)};
+    va_list argList;
+    va_start(argList, format);
+    const int result = tamrik_woutput_s(&stream, format, argList);
+    va_end(argList);
+    return result;
+}
+
 TEST_CASE("the wide twin asks in narrow words")
 {
     const Watch watch;
     wchar_t buffer[64];
-    OutputStream stream = {sizeof buffer, reinterpret_cast<char *>(buffer)};
-    const auto print = [&stream](const wchar_t *format, ...) {
-        va_list argList;
-        va_start(argList, format);
-        const int result = tamrik_woutput_s(&stream, format, argList);
-        va_end(argList);
-        return result;
-    };
-    CHECK(print(L"ab%-9.2lf|", 1.5) == 12);
+    CHECK(PrintWide(buffer, L"ab%-9.2lf|", 1.5) == 12);
     CHECK(g_asked == std::vector<Asked>{{"%-9.2lf", {}, 1.5L}});
     CHECK(std::wstring(buffer, 12) == L"ab1.50     |");
 }
@@ -375,15 +386,17 @@ TEST_CASE("a negative result lowers the count and fails the call below zero")
 
 TEST_CASE("the shift state is reset once in each call that converts characters")
 {
-    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
-    const Watch watch;
-    CHECK(Print("%d%s%c", 1, "abc", 'x') == "1abcx");
-    CHECK(g_resets == 0);
-    CHECK(Print("%ls%lc%S", L"abc", L'd', L"ef") == "abcdef");
-    CHECK(g_resets == 1);
-    CHECK(Print("%lc", L'd') == "d");
-    CHECK(g_resets == 2);
-    std::setlocale(LC_ALL, "C");
+    for (const std::size_t longest : {std::size_t{2}, std::size_t{6}}) {
+        const Watch watch;
+        g_longestCharacter = longest;
+        CHECK(Print("%d%s%c", 1, "abc", 'x') == "1abcx");
+        CHECK(g_resets == 0);
+        CHECK(Print("%ls%lc%S", L"abc", L'd', L"ef") == "abcdef");
+        CHECK(g_resets == 1);
+        CHECK(Print("%lc", L'd') == "d");
+        CHECK(g_resets == 2);
+    }
+    g_longestCharacter = 1;
 }
 
 TEST_CASE("an encoding of single bytes has no shift state to reset")
@@ -402,5 +415,9 @@ TEST_CASE("a failing conversion leaves errno alone")
     CHECK(Print("<%ls>", L"x") == "refused");
     CHECK(Print("<%ls>", L"") == "<>");
     CHECK(Print("<%.0ls>", L"x") == "<>");
+    wchar_t wide[16];
+    errno = kErrnoBefore;
+    CHECK(PrintWide(wide, L"<%s>", "x") < 0);
+    CHECK(errno == kErrnoBefore);
     g_failConversion = false;
 }

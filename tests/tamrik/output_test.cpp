@@ -509,6 +509,7 @@ TEST_CASE("a negative precision from the arguments is none")
 TEST_CASE("digits behind a star continue its number")
 {
     CHECK(Print("%*5d|", 3, 7) == Good(std::string(34, ' ') + "7|"));
+    CHECK(Print("%*5d|", 0, 7) == Good("    7|"));
     CHECK(Print("%*0d|", 1, 7) == Good(std::string(9, ' ') + "7|"));
     CHECK(Print("%*5d|", -3, 7) == Good("7" + std::string(34, ' ') + "|"));
     CHECK(Print("%.*2d|", 1, 7) == Good(std::string(11, '0') + "7|"));
