@@ -1,7 +1,8 @@
 // "%[", "%s" and "%c" of formatted input: sets, and text stored within its size.
 //
 // Sizes are in characters of the destination; nothing is written past them, and a terminated text is
-// left on every failure. Part of input.cpp alone.
+// left on every failure. What goes from a string to a narrow destination is found as a whole, all else is
+// read by single characters. Part of input.cpp alone.
 #ifndef TAMRIK_INPUT_TEXT_H
 #define TAMRIK_INPUT_TEXT_H
 
@@ -352,29 +353,19 @@ template <typename Char>
     return outcome;
 }
 
-// A "%s" or "%[" that is stored, narrow, and read from a string: the field is found as a whole, and
-// copied at once. It may be as long as the size says, which is one character too many.
-[[gnu::noinline]] static Outcome ConvertWholeText(Scan<char> *scan, const Spec &spec,
-                                                  Set<char> *set)
+// Reads a "%s" or "%[" whose blanks are skipped. The field is found as a whole and copied at once; one
+// that is as long as the size says has no room for its terminator.
+static inline Outcome ReadWholeText(Scan<char> *scan, const Spec &spec, Set<char> *set,
+                                    const Text &text)
 {
-    Text text = {false, true, nullptr, 0, 0};
-    const Outcome outcome = TakeTextSize(scan, spec, &text);
-    if (outcome != kDone)
-        return outcome;
-    const bool isWord = spec.type == 's';
-    if (isWord)
-        SkipBlanks(scan);
-    else if (set->end == nullptr)
-        return kNoMatch;
-
     const char *const at = scan->reader.at;
     const int64_t there = scan->reader.end - at;
     const int64_t size = static_cast<int64_t>(text.size);
     const int64_t most = Least(Least(there, spec.width), size);
     if (most == 0)
         return EndEmptyField(scan);
-    const char *end = at + most;
-    end = isWord ? EndOfWord(at, end) : EndOfMembers(at, end, set);
+    const char *const last = at + most;
+    const char *const end = spec.type == 's' ? EndOfWord(at, last) : EndOfMembers(at, last, set);
     const int64_t length = end - at;
     if (length == 0)
         return kNoMatch;
@@ -390,6 +381,21 @@ template <typename Char>
     if (length == there && length < spec.width)
         scan->isAtEnd = true;
     return kDone;
+}
+
+// A "%s" or "%[" that is stored, narrow, and read from a string.
+[[gnu::noinline]] static Outcome ConvertWholeText(Scan<char> *scan, const Spec &spec,
+                                                  Set<char> *set)
+{
+    Text text = {false, true, nullptr, 0, 0};
+    const Outcome outcome = TakeTextSize(scan, spec, &text);
+    if (outcome != kDone)
+        return outcome;
+    if (spec.type == 's')
+        SkipBlanks(scan);
+    else if (set->end == nullptr)
+        return kNoMatch;
+    return ReadWholeText(scan, spec, set, text);
 }
 
 static inline Outcome ConvertAnyText(Scan<char> *scan, Spec *spec, Set<char> *set)
