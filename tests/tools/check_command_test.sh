@@ -42,6 +42,32 @@ check 1 'PASS  machine  log-folder:' --root "$root"
 check 1 'FAIL  machine  volume: /Volumes/Mine is a folder and no volume' --root "$root"
 check 1 'WARN  SysConfig.dat  file:' --root "$root"
 
+# What is no configuration, and what cannot be read.
+: >nothing
+head -c 100000 /dev/urandom >random
+check 1 'no section [Volumes]' nothing
+check 1 'no section [Volumes]' random
+check 2 ': No such file or directory' ''
+check 2 ': No such file or directory' config ''
+check 2 './-: No such file or directory' -
+check 2 'Not a regular file' <(printf '[Volumes]\n')
+check 2 'Not a regular file' config /dev/null
+check 2 'none: No such file or directory' --root none
+check 2 'nothing: Not a directory' --root nothing
+check 2 'usage: kestrun-check' --root '' config
+for options in "config SysConfig.dat" nothing "nothing nothing" "random random" "--root $root"; do
+    # shellcheck disable=SC2086  # a list of words
+    "$program" --json $options >said || [ $? -eq 1 ] || fail "$options: status $?"
+    python3 -m json.tool said >/dev/null || fail "$options: no JSON"
+done
+if [ -w /dev/full ]; then
+    for option in --help --version config; do
+        status=0
+        "$program" "$option" >/dev/full 2>said || status=$?
+        [ "$status" -eq 2 ] || fail "a full output, $option: status $status"
+    done
+fi
+
 before=$(find . -type f ! -name said -exec cksum {} + | sort)
 check 0 'PASS' config SysConfig.dat
 [ "$before" = "$(find . -type f ! -name said -exec cksum {} + | sort)" ] ||

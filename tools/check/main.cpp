@@ -2,9 +2,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include <getopt.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tools/check/render.h"
 #include "tools/check/rules.h"
@@ -29,9 +32,9 @@ namespace
 {
 
 struct Arguments {
-    std::string root;
-    std::string config;     // empty: the machine's own
-    std::string sysConfig;  // empty: the machine's own, or none beside a named CONFIG
+    std::optional<std::string> root;
+    std::optional<std::string> config;     // else the machine's own
+    std::optional<std::string> sysConfig;  // else the machine's own, or none beside a named CONFIG
     bool json = false;
 };
 
@@ -39,12 +42,25 @@ using Check = void (*)(kcheck::Report &, const std::string &, std::string_view);
 
 }  // namespace
 
+// A file of this name: "-" is one too, for standard input can be read but once.
+static std::string FileAt(const std::string &path)
+{
+    return path == "-" ? "./-" : path;
+}
+
 // Checks the file at `path`, which may be missing when the machine is looked at. False when it had
 // to be there, or cannot be read.
 static bool CheckFile(kcheck::Report &report, const char *file, const std::string &path, bool named,
                       Check check)
 {
-    const auto content = tools::ReadWholeFile(path);
+    struct stat status;
+    const bool stands = stat(path.c_str(), &status) == 0;
+    // A pipe can be read once: the daemon's readers would find it empty.
+    if (stands && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        tools::CouldNot(kProgram, path + ": Not a regular file");
+        return false;
+    }
+    const auto content = stands ? tools::ReadWholeFile(path) : std::nullopt;
     if (!content && (named || errno != ENOENT)) {
         tools::CouldNot(kProgram, path + ": " + strerror(errno));
         return false;
@@ -65,22 +81,24 @@ static bool CheckFile(kcheck::Report &report, const char *file, const std::strin
 static int Run(const Arguments &arguments)
 {
     kcheck::Report report;
-    const bool named = !arguments.config.empty();
-    const std::string config = named ? arguments.config : arguments.root + kConfig;
+    const bool named = arguments.config.has_value();
+    const std::string root = arguments.root.value_or("");
+    if (!root.empty() && access((root + "/.").c_str(), F_OK) != 0)
+        return tools::CouldNot(kProgram, root + ": " + strerror(errno));
+    const std::string config = named ? FileAt(*arguments.config) : root + kConfig;
     if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
         return tools::kExitCouldNot;
-    const bool sysNamed = !arguments.sysConfig.empty();
-    const std::string sysConfig = sysNamed ? arguments.sysConfig : arguments.root + kSysConfig;
+    const bool sysNamed = arguments.sysConfig.has_value();
+    const std::string sysConfig = sysNamed ? FileAt(*arguments.sysConfig) : root + kSysConfig;
     if ((sysNamed || !named) &&
         !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
         return tools::kExitCouldNot;
     if (!named)
-        kcheck::CheckMachine(report, arguments.root, config);
+        kcheck::CheckMachine(report, root, config);
     const std::string text =
         arguments.json ? kcheck::RenderJson(report) : kcheck::RenderText(report);
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        return tools::CouldNot(kProgram, std::string("standard output: ") + strerror(errno));
-    return kcheck::Worst(report) == kcheck::Verdict::Pass ? tools::kExitFine : tools::kExitFound;
+    const bool fine = kcheck::Worst(report) == kcheck::Verdict::Pass;
+    return tools::Say(kProgram, text, fine ? tools::kExitFine : tools::kExitFound);
 }
 
 // Takes the options. Returns an exit status when there is nothing more to do, else -1.
@@ -96,14 +114,14 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
     int letter = 0;
     while ((letter = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
         switch (letter) {
-        case 'h': fputs(kUsage, stdout); return tools::kExitFine;
+        case 'h': return tools::Say(kProgram, kUsage, tools::kExitFine);
         case 'j': arguments.json = true; break;
         case 'r': arguments.root = optarg; break;
-        case 'v': tools::PrintVersion(kProgram); return tools::kExitFine;
+        case 'v': return tools::SayVersion(kProgram);
         default: fputs(kUsage, stderr); return tools::kExitCouldNot;
         }
     }
-    if (argc - optind > 2 || (optind < argc && !arguments.root.empty())) {
+    if (argc - optind > 2 || (optind < argc && arguments.root)) {
         fputs(kUsage, stderr);
         return tools::kExitCouldNot;
     }

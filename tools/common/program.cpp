@@ -3,19 +3,27 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace tools
 {
-
-void PrintVersion(const char *program)
-{
-    printf("%s %s\n", program, KESTRUN_VERSION);
-}
 
 int CouldNot(const char *program, const std::string &message)
 {
     fprintf(stderr, "%s: %s\n", program, message.c_str());
     return kExitCouldNot;
+}
+
+int Say(const char *program, std::string_view text, int status)
+{
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        return CouldNot(program, std::string("standard output: ") + strerror(errno));
+    return status;
+}
+
+int SayVersion(const char *program)
+{
+    return Say(program, std::string(program) + " " + KESTRUN_VERSION + "\n", kExitFine);
 }
 
 std::optional<std::string> ReadWholeFile(const std::string &path)

@@ -15,11 +15,15 @@ enum ExitStatus {
     kExitCouldNot = 2,  // wrong arguments, or a file that cannot be read or written
 };
 
-// Prints "<program> <version of this release>" to standard output.
-void PrintVersion(const char *program);
-
 // Prints "<program>: <message>" to standard error and returns kExitCouldNot.
 int CouldNot(const char *program, const std::string &message);
+
+// Writes `text` to standard output. Returns `status`; when the text could not be written, that is told
+// and kExitCouldNot returned.
+int Say(const char *program, std::string_view text, int status);
+
+// Says "<program> <version of this release>". Returns an exit status.
+int SayVersion(const char *program);
 
 // The whole of the file at `path` ("-" is standard input), or nothing when it cannot be opened or
 // read, with errno telling why.

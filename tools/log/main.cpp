@@ -2,6 +2,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <optional>
 #include <string>
 
 #include <getopt.h>
@@ -35,7 +37,7 @@ namespace
 
 struct Arguments {
     std::string log = kDefaultLog;
-    std::string svg;
+    std::optional<std::string> svg;
     bool json = false;
     bool follow = false;
     klog::TextOptions text;
@@ -52,12 +54,10 @@ static int Explain(const Arguments &arguments)
     const klog::Story story = klog::TellStory(log);
     const std::string text = arguments.json ? klog::RenderJson(log, story)
                                             : klog::RenderText(log, story, arguments.text);
-    if (!arguments.svg.empty() &&
-        !tools::WriteWholeFile(arguments.svg, klog::RenderSvg(log, story)))
-        return tools::CouldNot(kProgram, arguments.svg + ": " + strerror(errno));
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        return tools::CouldNot(kProgram, std::string("standard output: ") + strerror(errno));
-    return klog::HasFindings(story) ? tools::kExitFound : tools::kExitFine;
+    if (arguments.svg && !tools::WriteWholeFile(*arguments.svg, klog::RenderSvg(log, story)))
+        return tools::CouldNot(kProgram, *arguments.svg + ": " + strerror(errno));
+    return tools::Say(kProgram, text,
+                      klog::HasFindings(story) ? tools::kExitFound : tools::kExitFine);
 }
 
 // Returns when the file cannot be read at first, or nobody takes the output any more. One that is
@@ -70,7 +70,9 @@ static int Follow(const Arguments &arguments)
         struct stat now = {};
         if (stat(arguments.log.c_str(), &now) != 0)
             continue;
-        if (now.st_size == before.st_size && now.st_ino == before.st_ino &&
+        // A time of change counts in seconds: within one the file may change and keep its size.
+        const bool old = now.st_mtime < time(nullptr) - 1;
+        if (old && now.st_size == before.st_size && now.st_ino == before.st_ino &&
             now.st_mtime == before.st_mtime)
             continue;
         const auto content = tools::ReadWholeFile(arguments.log);
@@ -80,7 +82,7 @@ static int Follow(const Arguments &arguments)
             shown = {};
         before = now;
         const std::string text = klog::ShowNews(shown, *content);
-        if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
+        if (tools::Say(kProgram, text, tools::kExitFine) != tools::kExitFine)
             return tools::kExitCouldNot;
     }
 }
@@ -102,21 +104,21 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
         switch (letter) {
         case 'c': arguments.text.calls = true; break;
         case 'f': arguments.follow = true; break;
-        case 'h': fputs(kUsage, stdout); return tools::kExitFine;
+        case 'h': return tools::Say(kProgram, kUsage, tools::kExitFine);
         case 'j': arguments.json = true; break;
         case 's': arguments.svg = optarg; break;
-        case 'v': tools::PrintVersion(kProgram); return tools::kExitFine;
+        case 'v': return tools::SayVersion(kProgram);
         default: fputs(kUsage, stderr); return tools::kExitCouldNot;
         }
     }
-    const bool mixed =
-        arguments.follow && (arguments.json || arguments.text.calls || !arguments.svg.empty());
+    if (optind < argc)
+        arguments.log = argv[optind];
+    const bool mixed = arguments.follow && (arguments.json || arguments.text.calls ||
+                                            arguments.svg || arguments.log == "-");
     if (argc - optind > 1 || mixed) {
         fputs(kUsage, stderr);
         return tools::kExitCouldNot;
     }
-    if (optind < argc)
-        arguments.log = argv[optind];
     return -1;
 }
 

@@ -100,7 +100,8 @@ Story TellStory(const LogText &log)
 
 bool HasFindings(const Story &story)
 {
-    if (!story.unknown.empty())
+    const bool foreign = story.runs.empty() && !story.notes.empty();
+    if (!story.unknown.empty() || foreign)
         return true;
     for (const Run &run : story.runs) {
         for (const Gap &gap : run.gaps) {

@@ -20,25 +20,20 @@ static int Tell(bool json)
 {
     const kstatus::Facts facts = kstatus::GatherFacts();
     const std::string text = json ? kstatus::ReportJson(facts) : kstatus::ReportText(facts);
-    if (fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0)
-        return tools::CouldNot(kProgram, "cannot write what was found");
-    if (!facts.unknown.empty())
-        return tools::kExitCouldNot;
-    return kstatus::FindWrongs(facts).empty() ? tools::kExitFine : tools::kExitFound;
+    const int status = !facts.unknown.empty()               ? tools::kExitCouldNot
+                       : kstatus::FindWrongs(facts).empty() ? tools::kExitFine
+                                                            : tools::kExitFound;
+    return tools::Say(kProgram, text, status);
 }
 
 int main(int argc, char **argv)
 {
     bool json = false;
     for (int i = 1; i < argc; ++i) {
-        if (strcmp(argv[i], "--help") == 0) {
-            (void)fputs(kUsage, stdout);
-            return tools::kExitFine;
-        }
-        if (strcmp(argv[i], "--version") == 0) {
-            tools::PrintVersion(kProgram);
-            return tools::kExitFine;
-        }
+        if (strcmp(argv[i], "--help") == 0)
+            return tools::Say(kProgram, kUsage, tools::kExitFine);
+        if (strcmp(argv[i], "--version") == 0)
+            return tools::SayVersion(kProgram);
         if (strcmp(argv[i], "--json") != 0) {
             (void)fputs(kUsage, stderr);
             return tools::kExitCouldNot;

@@ -31,8 +31,10 @@ check 2 err "usage: kestrun-status [--json]" --jason
 check 2 err "usage: kestrun-status [--json]" file
 check 2 err "usage: kestrun-status [--json]" --json file
 if [ -w /dev/full ]; then
-    status=0
-    "$program" >/dev/full 2>/dev/null || status=$?
-    [ "$status" -eq 2 ] || { echo "a full output: status $status" && failed=1; }
+    for option in --json --help --version; do
+        status=0
+        "$program" "$option" >/dev/full 2>/dev/null || status=$?
+        [ "$status" -eq 2 ] || { echo "a full output, $option: status $status" && failed=1; }
+    done
 fi
 exit "$failed"
