@@ -4,6 +4,7 @@
 #include "bench/modem.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -58,7 +59,10 @@ void MakeLink(Hardware *hardware, const std::string &folder, const std::string &
 {
     char serial[24];
     (void)snprintf(serial, sizeof serial, "%016lx", 0xb8cd1eb03ccd0b0eUL + hardware->linksMade++);
-    const std::string aside = folder + "/.#" + name + serial;
+    // A name of the greatest length leaves no room for more: its end is left out, as it would be of
+    // no use in a name that nobody is to read.
+    const std::string shown = name.substr(0, NAME_MAX - strlen(".#") - strlen(serial));
+    const std::string aside = folder + "/.#" + shown + serial;
     (void)MakeFolders(folder);
     (void)symlink(target.c_str(), aside.c_str());
     (void)rename(aside.c_str(), (folder + "/" + name).c_str());
@@ -124,9 +128,23 @@ bool MakeImage(const Hardware &hardware, const std::string &device)
            RunQuietly({"/sbin/mke2fs", "-q", "-F", "-t", "ext2", "-d", content, device, "1440k"});
 }
 
+// The superblock stays good, so the kernel's file system looks further: the table of block groups
+// behind it is no table.
+bool DamageImage(const std::string &device)
+{
+    const off_t groups = 2048;
+    const std::string damage(1024, '\xA5');
+    const int image = open(device.c_str(), O_WRONLY | O_CLOEXEC);
+    const bool damaged = image >= 0 && pwrite(image, damage.data(), damage.size(), groups) ==
+                                           static_cast<ssize_t>(damage.size());
+    return image >= 0 && close(image) == 0 && damaged;
+}
+
 bool MakeMedium(Hardware *hardware, Disk *disk, std::string *why)
 {
-    const bool made = disk->image ? MakeImage(*hardware, disk->device) : FillMedium(disk->device);
+    const bool made =
+        (disk->image ? MakeImage(*hardware, disk->device) : FillMedium(disk->device)) &&
+        (!disk->broken || DamageImage(disk->device));
     if (!made)
         *why = "could not make " + disk->device + ": " + strerror(errno);
     disk->age = ++hardware->plugged;
@@ -212,7 +230,7 @@ bool SystemMount(Hardware *hardware, const std::string &name, std::string *why)
     return true;
 }
 
-bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, bool image,
+bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, Medium medium,
               std::string *why)
 {
     if (hardware->disks.contains(name)) {
@@ -221,7 +239,9 @@ bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &la
     }
     Disk disk;
     disk.label = label;
-    disk.image = image && hardware->world->kind == WorldKind::Root;
+    disk.broken = medium == Medium::BrokenImage;
+    disk.image =
+        disk.broken || (medium == Medium::Image && hardware->world->kind == WorldKind::Root);
     disk.device = FreeName("/dev/sr");
     if (!MakeMedium(hardware, &disk, why))
         return false;

@@ -19,6 +19,7 @@ struct Disk {
     bool modem = false;       // pulled together with the modem's port
     std::string systemPlace;  // where the system itself mounted it; empty when it did not
     unsigned long age = 0;    // of several disks with one label the link names the last that came
+    bool broken = false;      // an image whose file system is damaged
 };
 
 struct Hardware {
@@ -38,9 +39,12 @@ extern const char kById[];          // the folder of the links to serial ports
 // udev's way of writing a label as a file name: all but 0-9A-Za-z#+-.:=@_ and valid UTF-8 is \xNN.
 std::string EscapeLabel(const std::string &label);
 
-// Plugs a disk in: a new folder or image with the modem's software on it, then the link. False with
-// the reason in `why`.
-bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, bool image,
+// What lies in a drive: a folder, or an image of a file system, whole or damaged.
+enum class Medium { Folder, Image, BrokenImage };
+
+// Plugs a disk in: a new medium with the modem's software on it, then the link. Where images cannot be
+// mounted, a whole one becomes a folder. False with the reason in `why`.
+bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, Medium medium,
               std::string *why);
 
 // The system mounts the disk at /Volumes/<label>, as it does at boot, and unmounts it when the disk is

@@ -263,13 +263,81 @@ void PutFile(Player *player, const std::string &path, const std::string &content
         FailScenario(player, "could not write " + path + ": " + strerror(errno));
 }
 
+void GiveUp(Player *player, const std::string &why)
+{
+    player->result = Result::NotPlayable;
+    player->problem = why;
+}
+
+// Whether something may be mounted that the scenario's end need not take away again.
+bool MayMount(const Player &player)
+{
+    return player.world.kind != WorldKind::Real;
+}
+
 void MakeReadOnly(Player *player, const char *path)
 {
-    if (mount(path, path, nullptr, MS_BIND, nullptr) != 0 ||
-        mount(path, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
-        player->result = Result::NotPlayable;
-        player->problem = "no file can be made read-only here";
+    if (!MayMount(*player) || mount(path, path, nullptr, MS_BIND, nullptr) != 0 ||
+        mount(path, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
+        GiveUp(player, "no file can be made read-only here");
+}
+
+std::string LogFolder()
+{
+    return fs::path(kLogPath).parent_path();
+}
+
+// What uses up the room of the log folder's disk.
+std::string Filler()
+{
+    return LogFolder() + "/filler";
+}
+
+void PlayLogFolderWritable(Player *player)
+{
+    const std::string folder = LogFolder();
+    if (mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_BIND, nullptr) != 0)
+        GiveUp(player, "what is read-only cannot be made writable here");
+}
+
+void PlayLogFolderSize(Player *player, double bytes)
+{
+    const std::string size = "mode=755,size=" + std::to_string(lround(bytes));
+    if (!MayMount(*player) || mount("tmpfs", LogFolder().c_str(), "tmpfs", 0, size.c_str()) != 0)
+        GiveUp(player, "no disk of any size can be made here");
+}
+
+void PlayLogFolderFull(Player *player)
+{
+    const std::string block(4096, '.');
+    const int file = open(Filler().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    // Anybody else's disk is not filled up.
+    const bool isOwn = MountsUnder(player->world, LogFolder()).size() == 1;
+    while (file >= 0 && isOwn && write(file, block.data(), block.size()) > 0) {
     }
+    const bool isFull = errno == ENOSPC;
+    if (file < 0 || close(file) != 0 || !isOwn || !isFull)
+        FailScenario(player, "the log's folder could not be filled up");
+}
+
+// Its own memory is many times what a limit leaves of addresses.
+bool IsSanitized(const std::string &program)
+{
+    return ReadFile(program).find("__asan_init") != std::string::npos;
+}
+
+void PlayDaemonMemory(Player *player, double mebibytes)
+{
+    player->world.daemonMemory = static_cast<unsigned long>(lround(mebibytes)) << 20;
+    if (IsSanitized(player->options->daemonProgram))
+        GiveUp(player, "a daemon with AddressSanitizer cannot do with little memory");
+}
+
+void PlayClock(Player *player, const Step &step)
+{
+    const long back = step.act == Act::ClockSet ? time(nullptr) - lround(step.numbers[0]) : 0;
+    SetState(player->world, "clock-back", std::to_string(back));
+    Say(&player->timeLine, Kind::Outside, step.text);
 }
 
 void PlayFillLog(Player *player, double bytes)
@@ -298,7 +366,10 @@ void PlayPlug(Player *player, const Step &step)
         PlayWait(player, kModemStart);
     }
     Outside(player, (modem ? "its disk " : "a disk is plugged in: ") + Quoted(label));
-    if (!PlugDisk(&player->hardware, step.name, label, step.act == Act::PlugImage, &why)) {
+    const Medium medium = step.act == Act::PlugImage         ? Medium::Image
+                          : step.act == Act::PlugBrokenImage ? Medium::BrokenImage
+                                                             : Medium::Folder;
+    if (!PlugDisk(&player->hardware, step.name, label, medium, &why)) {
         FailScenario(player, why);
         return;
     }
@@ -443,6 +514,26 @@ bool PlayArrangement(Player *player, const Step &step)
         return true;
     case Act::WhenOpened: PlayWhenOpened(player, step); return true;
     case Act::FillLog: PlayFillLog(player, step.numbers[0]); return true;
+    case Act::LogFolderReadOnly:
+        Outside(player, step.text);
+        MakeReadOnly(player, LogFolder().c_str());
+        return true;
+    case Act::LogFolderWritable:
+        Outside(player, step.text);
+        PlayLogFolderWritable(player);
+        return true;
+    case Act::LogFolderSize: PlayLogFolderSize(player, step.numbers[0]); return true;
+    case Act::LogFolderFull:
+        Outside(player, step.text);
+        PlayLogFolderFull(player);
+        return true;
+    case Act::LogFolderRoom:
+        Outside(player, step.text);
+        (void)unlink(Filler().c_str());
+        return true;
+    case Act::DaemonMemory: PlayDaemonMemory(player, step.numbers[0]); return true;
+    case Act::ClockSet:
+    case Act::ClockRight: PlayClock(player, step); return true;
     default: return false;
     }
 }
@@ -491,7 +582,8 @@ void PlayStep(Player *player, const Step &step)
     switch (step.act) {
     case Act::PlugModem:
     case Act::PlugDisk:
-    case Act::PlugImage: PlayPlug(player, step); return;
+    case Act::PlugImage:
+    case Act::PlugBrokenImage: PlayPlug(player, step); return;
     case Act::Unplug: PlayUnplug(player, step); return;
     case Act::PlugPort:
     case Act::UnplugPort: PlayPort(player, step); return;

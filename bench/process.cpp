@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
@@ -96,6 +97,10 @@ void Preload(const World &world, double speed)
     (void)WriteFile(world.stateDir + "/daemon-pid", std::to_string(getpid()));
     SetWorldEnvironment(world);
     Preload(world, speed);
+    if (world.daemonMemory > 0) {
+        const rlimit limit = {world.daemonMemory, world.daemonMemory};
+        (void)setrlimit(RLIMIT_AS, &limit);
+    }
     (void)execl(program.c_str(), program.c_str(), static_cast<char *>(nullptr));
     (void)dprintf(STDERR_FILENO, "%s: %s\n", program.c_str(), strerror(errno));
     _exit(127);

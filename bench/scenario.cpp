@@ -47,8 +47,17 @@ const Form kForms[] = {
     {Act::MakeFolder,          "make folder STRING",               "a folder is made"},
     {Act::RemoveFolder,        "remove folder STRING",             "an empty folder is removed"},
     {Act::FillLog,             "fill log NUMBER bytes",            "the log file has this size already"},
+    {Act::LogFolderReadOnly,   "log folder read-only",             "nobody may write the log's folder any more"},
+    {Act::LogFolderWritable,   "log folder writable",              "it may be written again"},
+    {Act::LogFolderSize,       "log folder NUMBER bytes",          "the log's folder is an empty disk of its own, of this size"},
+    {Act::LogFolderFull,       "log folder full",                  "that disk has no room any more"},
+    {Act::LogFolderRoom,       "log folder has room",              "that disk has room again"},
+    {Act::DaemonMemory,        "daemon memory NUMBER MiB",         "the daemon and what it starts have so much memory at most (from its start on)"},
+    {Act::ClockSet,            "clock set to NUMBER s",            "the daemon's clock says so many seconds since 1970, and goes on from there"},
+    {Act::ClockRight,          "clock set right",                  "the daemon's clock is right again"},
     {Act::PlugModem,           "plug modem [label STRING]",        "the modem is plugged in: its port, then its disk (named modem)"},
     {Act::PlugImage,           "plug disk image STRING [as NAME]", "a disk image of this label is plugged in"},
+    {Act::PlugBrokenImage,     "plug disk damaged STRING [as NAME]", "a disk image of this label whose file system is damaged"},
     {Act::PlugDisk,            "plug disk STRING [as NAME]",       "a disk of this label is plugged in"},
     {Act::PlugPort,            "plug port STRING",                 "a serial port of this name is plugged in"},
     {Act::UnplugPort,          "unplug port STRING",               "this serial port is pulled"},
@@ -410,7 +419,9 @@ bool CheckMeaning(Step *step, std::set<std::string> *names, bool *started, Mista
     }
     if (step->act == Act::PlugModem)
         step->name = "modem";
-    if ((step->act == Act::PlugDisk || step->act == Act::PlugImage) && step->name.empty())
+    if ((step->act == Act::PlugDisk || step->act == Act::PlugImage ||
+         step->act == Act::PlugBrokenImage) &&
+        step->name.empty())
         step->name = "disk";
     if (!needsName && !step->name.empty())
         names->insert(step->name);
@@ -422,6 +433,10 @@ bool CheckMeaning(Step *step, std::set<std::string> *names, bool *started, Mista
     if (needsDaemon && !*started) {
         return Fail(mistake, place.line, place.column,
                     "this needs the daemon, and no \"start daemon\" stands before it");
+    }
+    if (step->act == Act::DaemonMemory && *started) {
+        return Fail(mistake, place.line, place.column,
+                    "this must stand before \"start daemon\": it holds from the start on");
     }
     if (step->act == Act::Repeat && (step->numbers[0] < 1 || step->numbers[0] > kMostRepeats))
         return Fail(mistake, place.line, place.column, "repeat takes 1 to 100000");

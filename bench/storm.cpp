@@ -50,10 +50,12 @@ void PlayEvent(Player *player, long number)
     std::string why;
     switch (ChooseEvent(player)) {
     case Event::Plug:
-        (void)PlugDisk(hardware, "storm" + std::to_string(number), kDefaultLabel, false, &why);
+        (void)PlugDisk(hardware, "storm" + std::to_string(number), kDefaultLabel, Medium::Folder,
+                       &why);
         break;
     case Event::PlugOther:
-        (void)PlugDisk(hardware, "storm" + std::to_string(number), kOtherLabel, false, &why);
+        (void)PlugDisk(hardware, "storm" + std::to_string(number), kOtherLabel, Medium::Folder,
+                       &why);
         break;
     case Event::Pull: UnplugDisk(hardware, AnyDisk(player)); break;
     case Event::Change: (void)ChangeMedium(hardware, AnyDisk(player), &why); break;

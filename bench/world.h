@@ -27,6 +27,7 @@ struct World {
     std::string programsDir;            // further programs that a scenario may run
     std::string speedLibrary;           // the library that shortens sleeps
     std::string systemPath;             // PATH as it was
+    unsigned long daemonMemory = 0;     // bytes that the daemon may have (RLIMIT_AS); 0: no limit
     std::vector<std::string> realDirs;  // kind Real: the folders to remove in the end
 };
 

@@ -67,12 +67,22 @@ TEST_CASE("every statement is known by its words and keeps its texts, names and 
         {"make folder \"/Volumes/x\"", Act::MakeFolder, {"/Volumes/x"}, "", {}, -1, -1},
         {"remove folder \"/Volumes/x\"", Act::RemoveFolder, {"/Volumes/x"}, "", {}, -1, -1},
         {"fill log 10000000 bytes", Act::FillLog, {}, "", {10000000}, -1, -1},
+        {"log folder read-only", Act::LogFolderReadOnly, {}, "", {}, -1, -1},
+        {"log folder writable", Act::LogFolderWritable, {}, "", {}, -1, -1},
+        {"log folder 65536 bytes", Act::LogFolderSize, {}, "", {65536}, -1, -1},
+        {"log folder full", Act::LogFolderFull, {}, "", {}, -1, -1},
+        {"log folder has room", Act::LogFolderRoom, {}, "", {}, -1, -1},
+        {"daemon memory 16 MiB", Act::DaemonMemory, {}, "", {16}, -1, -1},
+        {"clock set to 0 s", Act::ClockSet, {}, "", {0}, -1, -1},
+        {"clock set right", Act::ClockRight, {}, "", {}, -1, -1},
         {"plug modem", Act::PlugModem, {}, "modem", {}, -1, -1},
         {"plug modem label \"My Modem\"", Act::PlugModem, {"My Modem"}, "modem", {}, -1, -1},
         {"plug disk \"Orvanta\"", Act::PlugDisk, {"Orvanta"}, "disk", {}, -1, -1},
         {"plug disk \"Orvanta\" as second", Act::PlugDisk, {"Orvanta"}, "second", {}, -1, -1},
         {"plug disk image \"Orvanta\"", Act::PlugImage, {"Orvanta"}, "disk", {}, -1, -1},
         {"plug disk image \"O\" as other", Act::PlugImage, {"O"}, "other", {}, -1, -1},
+        {"plug disk damaged \"O\"", Act::PlugBrokenImage, {"O"}, "disk", {}, -1, -1},
+        {"plug disk damaged \"O\" as b", Act::PlugBrokenImage, {"O"}, "b", {}, -1, -1},
         {"plug port \"usb-x\"", Act::PlugPort, {"usb-x"}, "", {}, -1, -1},
         {"unplug port \"usb-x\"", Act::UnplugPort, {"usb-x"}, "", {}, -1, -1},
         {"start daemon", Act::StartDaemon, {}, "", {}, -1, -1},
@@ -110,6 +120,12 @@ TEST_CASE("every statement is known by its words and keeps its texts, names and 
         CHECK(step.within == row.within);
         CHECK(bench::StepMeaning(step) != "");
     }
+}
+
+TEST_CASE("what holds from the daemon's start on must stand before it")
+{
+    CHECK(MistakeIn("start daemon\ndaemon memory 16 MiB") ==
+          "2:1: this must stand before \"start daemon\": it holds from the start on");
 }
 
 TEST_CASE("statements about the daemon are known once it was started")
@@ -198,7 +214,7 @@ TEST_CASE("a mistake is told with its line, its column and what could have stood
         {"plug", "1:5: expected \"disk\", \"modem\" or \"port\"; the line ends here"},
         {"plug toaster", "1:6: expected \"disk\", \"modem\" or \"port\"; here stands \"toaster\""},
         {"plug disk Orvanta",
-         "1:11: expected \"image\" or a text in quotes; here stands \"Orvanta\""},
+         "1:11: expected \"damaged\", \"image\" or a text in quotes; here stands \"Orvanta\""},
         {"plug disk \"a\" like b",
          "1:15: expected \"as\" or the end of the line; here stands \"like\""},
         {"plug disk \"a\" as 7", "1:18: expected a name; here stands the number 7"},
