@@ -21,6 +21,7 @@ static bool g_isWatching = false;
 static std::vector<std::size_t> *g_sizes = nullptr;  // of the blocks taken while watching
 static std::vector<Block> *g_held = nullptr;         // those not given back yet
 static bool g_hasFreedText = false;                  // a block was freed that was not all zero
+static std::size_t g_lastAsked = 0;                  // the size of the last block asked for
 static long g_goodMallocs = 0;                       // how many more succeed
 static int g_localWipes = 0;  // memset of the local buffer's size with zero, outside of the heap
 
@@ -51,6 +52,7 @@ void *__wrap_malloc(std::size_t size)
 {
     if (!g_isWatching)
         return __real_malloc(size);
+    g_lastAsked = size;
     if (g_goodMallocs-- <= 0) {
         errno = ENOMEM;
         return nullptr;
@@ -348,6 +350,12 @@ TEST_CASE("a growth that fails changes nothing")
     CHECK(size == 16);
     CHECK(onHeap == 1);
     CHECK(errno == 77);
+
+    // The last size that may double asks for its memory.
+    size = 0x3FFFFFFF;
+    Watch(0, [&] { CHECK(__check_float_string(0x3FFFFFFF, &size, &buffer, local, &onHeap) == 0); });
+    CHECK(g_lastAsked == 0x7FFFFFFE);
+    CHECK(size == 0x3FFFFFFF);
 
     // Beyond the limit no memory is asked for.
     size = 0x40000000;

@@ -153,6 +153,95 @@ TEST_CASE("a file that starts with a byte-order mark is read as if the mark were
     std::fclose(file);
 }
 
+TEST_CASE("what looks like a mark at the start of a later block is text")
+{
+    const std::string content = std::string(kBlock, 'a') + kMark + "b";
+    FILE *file = FileWith(content);
+    InputSource source = FileSource(file);
+    const Guarded dest(content.size() + 1);
+    CHECK(ScanSource(&source, "%s", dest.Text(), static_cast<unsigned int>(dest.size)) == 1);
+    CHECK(dest.Held() == WithTerminator(content));
+    std::fclose(file);
+}
+
+TEST_CASE("a zero in a file is a character that does not match, and stays there")
+{
+    for (const bool wide : {false, true}) {
+        CAPTURE(wide);
+        const std::string content("\0x", 2);
+        FILE *file = FileWith(content);
+        InputSource source = FileSource(file);
+        int value = 0;
+        CHECK((wide ? WideScanSource(&source, L"%d", &value) : ScanSource(&source, "%d", &value)) ==
+              0);
+        CHECK(std::ftell(file) == 0);
+        CHECK(Rest(file) == content);
+        std::fclose(file);
+    }
+}
+
+TEST_CASE("a zero in a file is a character of a text")
+{
+    FILE *file = FileWith(std::string("\0b\0", 3));
+    InputSource source = FileSource(file);
+    const Guarded dest(2);
+    wchar_t wide = L'x';
+    int n = 0;
+    CHECK(ScanSource(&source, "%2c%lc%n", dest.Text(), 2U, &wide, 1U, &n) == 2);
+    CHECK(dest.Held() == std::string("\0b", 2));
+    CHECK(wide == L'\0');
+    CHECK(n == 3);
+    std::fclose(file);
+}
+
+TEST_CASE("the bytes of wide text from a file are counted, those that were given back are not")
+{
+    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    FILE *file = FileWith("a\xC3\xA4 b");
+    InputSource source = FileSource(file);
+    wchar_t wide[4];
+    int n = 0;
+    CHECK(ScanSource(&source, "%ls%n", wide, 4U, &n) == 1);
+    CHECK(std::wstring(wide) == L"a\u00E4");
+    CHECK(n == 3);
+    std::fclose(file);
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST_CASE("from a pipe that is still open no more than the field is read")
+{
+    for (const std::string &text : {std::string("7"), std::string("78")}) {
+        CAPTURE(text);
+        int ends[2] = {};
+        REQUIRE(pipe(ends) == 0);
+        REQUIRE(write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()));
+        FILE *stream = fdopen(ends[0], "r");
+        REQUIRE(stream != nullptr);
+        InputSource source = FileSource(stream);
+        int value = 0;
+        CHECK(ScanSource(&source, text.size() == 1 ? "%1d" : "%2d", &value) == 1);
+        CHECK(std::to_string(value) == text);
+        close(ends[1]);
+        std::fclose(stream);
+    }
+}
+
+TEST_CASE("in a file too, a character that was given back is not counted as read")
+{
+    for (const bool wide : {false, true}) {
+        CAPTURE(wide);
+        FILE *file = FileWith("12x");
+        InputSource source = FileSource(file);
+        int value = 0;
+        int n = 0;
+        CHECK((wide ? WideScanSource(&source, L"%d%n", &value, &n)
+                    : ScanSource(&source, "%d%n", &value, &n)) == 1);
+        CHECK(value == 12);
+        CHECK(n == 2);
+        std::fclose(file);
+    }
+}
+
 TEST_CASE("a file that is a mark alone is empty, and a mark that is not whole is text")
 {
     char text[8];
@@ -446,6 +535,17 @@ TEST_CASE("wide formats read standard input through fgetwc")
     std::setlocale(LC_ALL, "C");
 }
 
+TEST_CASE("a wide scan of standard input puts nothing into it that was not there")
+{
+    PutOnStdin("ab c");
+    InputSource source = StdinSource();
+    wchar_t wide = L'x';
+    CHECK(WideScanSource(&source, L"%lc", &wide, 1U) == 1);
+    CHECK(wide == L'a');
+    CHECK(std::getwchar() == L'b');
+    CHECK(std::getwchar() == L' ');
+}
+
 TEST_CASE("_inc and _un_inc hold one character of standard input, which a scan finds")
 {
     PutOnStdin("ab1");
@@ -460,6 +560,8 @@ TEST_CASE("_inc and _un_inc hold one character of standard input, which a scan f
     CHECK(_inc(&source) == 'a');
     CHECK(source.pushbackValid == 0);
     CHECK(_inc(&source) == 'b');
+    _un_inc('c', &source);  // another one than was read
+    CHECK(_inc(&source) == 'c');
     _un_inc('b', &source);
     int value = 0;
     CHECK(ScanSource(&source, "b%d", &value) == 1);
@@ -498,6 +600,18 @@ TEST_CASE("_inc on a file source without a stream is at its end")
     CHECK(_inc(&source) == EOF);
     CHECK(errno == 77);
     CHECK(IsIdle(source));
+}
+
+TEST_CASE("a stream that cannot be read leaves errno alone")
+{
+    FILE *file = fopen("/dev/null", "w");
+    REQUIRE(file != nullptr);
+    InputSource source = FileSource(file);
+    errno = 77;
+    CHECK(_inc(&source) == EOF);
+    CHECK(errno == 77);
+    LetGo(&source);
+    std::fclose(file);
 }
 
 TEST_CASE("_inc loads a file in blocks of 1024 bytes with a zero behind them")

@@ -167,6 +167,35 @@ TEST_CASE("a width counts the sign and the prefix, and leaves the rest")
     });
 }
 
+TEST_CASE("a width of several digits is just that wide")
+{
+    for (const bool wide : kEngines) {
+        char word[20];
+        CHECK(ScanWith(wide, "abcdefghijklmnop", "%12s", word, 20U) == Scanned<char>{1, "mnop"});
+        CHECK(std::string(word) == "abcdefghijkl");
+    }
+}
+
+TEST_CASE("as many l as h make text narrow, one more wide")
+{
+    const struct {
+        const char *format;
+        bool isWide;
+    } rows[] = {{"%hls", false},   {"%lhs", false},   {"%hlls", true},   {"%lhhs", false},
+                {"%hhlls", false}, {"%llhhs", false}, {"%hhllls", true}, {"%llhs", true},
+                {"%llhhls", true}, {"%lllhhs", true}, {"%hhllhs", false}};
+    for (const auto &row : rows) {
+        for (const bool wide : kEngines) {
+            CAPTURE(row.format);
+            const Guarded dest(4 * sizeof(wchar_t));
+            CHECK(ScanWith(wide, "ab", row.format, dest.Text(), 4U) == Scanned<char>{1, ""});
+            const std::string held =
+                row.isWide ? BytesOf(std::wstring(L"ab") + L'\0') : std::string("ab\0", 3);
+            CHECK(dest.Held() == held + Canaries(dest.size - held.size()));
+        }
+    }
+}
+
 TEST_CASE("a width written as 0 skips blanks, gives the next character back and ends the scan")
 {
     CheckNumbers({
@@ -238,8 +267,12 @@ TEST_CASE("floats are read as strtod reads them, in the size that the letters sa
         CHECK(ScanWith(wide, "nan", "%lf", &value) == Scanned<char>{1, ""});
         CHECK(std::isnan(value));
         value = 0;
-        CHECK(ScanWith(wide, "-nan(ab_1)2", "%lf", &value) == Scanned<char>{1, "2"});
-        CHECK(std::isnan(value));
+        for (const char *text : {"NAN2", "nan(azAZ09)2", "-nan(ab_1)2"}) {
+            CAPTURE(text);
+            value = 0;
+            CHECK(ScanWith(wide, text, "%lf", &value) == Scanned<char>{1, "2"});
+            CHECK(std::isnan(value));
+        }
         CHECK(std::signbit(value));
     }
 }
@@ -286,6 +319,7 @@ TEST_CASE("what only begins like a float does not match")
         {"%lf", "nan(1", 0, kUntouched, ""},
         {"%lf", "nan(1-)", 0, kUntouched, "-)"},
         {"%lf", "nan(a{)", 0, kUntouched, "{)"},
+        {"%lf", "nan(a@)", 0, kUntouched, "@)"},
         {"%lf", "1.2.3", 1, Stored(Of<double>(1.2)), ".3"},
     });
 }
@@ -456,6 +490,15 @@ TEST_CASE("sets know ranges, negation and a ']' that comes first")
         {"%[%d]", "%dx", 8, 1, WithTerminator("%d") + Canaries(5), "x"},
         {"%2[a-c]", "abc", 8, 1, WithTerminator("ab") + Canaries(5), "c"},
     });
+}
+
+TEST_CASE("a range from a character to itself is that character alone")
+{
+    for (const bool wide : kEngines) {
+        char text[8];
+        CHECK(ScanWith(wide, "aa-a", "%[a-a]", text, 8U) == Scanned<char>{1, "-a"});
+        CHECK(std::string(text) == "aa");
+    }
 }
 
 TEST_CASE("every byte is a member of the sets that name it and of no other")
@@ -666,7 +709,7 @@ TEST_CASE("a specification that makes no sense ends the scan with the fields so 
     for (const bool wide : kEngines) {
         int a = 0;
         for (const char *format : {"%d%{ab}", "%d%y", "%d%", "%d%5", "%d%*", "%d%l", "%d%b", "%d%D",
-                                   "%d%I", "%d%Is", "%d%.3d", "%d%-d", "%d%m", "%d%&"}) {
+                                   "%d%I", "%d%Is", "%d%.3d", "%d%-d", "%d%m", "%d%&", "%d%5:d"}) {
             CAPTURE(format);
             CHECK(ScanWith(wide, "1 2", format, &a, &a, 4U) == Scanned<char>{1, " 2"});
         }
@@ -1063,6 +1106,7 @@ TEST_CASE("clearDestBuf empties the destination of the first conversion if that 
         {nullptr, "%hs", 8, 1},
         {nullptr, "%hls", 8, 1},
         {nullptr, "%12s", 8, 1},
+        {nullptr, "%90s", 8, 1},
         {nullptr, "%12ls", 2, 4},
         {nullptr, "ab %s", 8, 1},
         {nullptr, "%[]a]", 8, 1},
