@@ -636,6 +636,26 @@ TEST_CASE("the result counts the fields stored")
     }
 }
 
+TEST_CASE("a field that met the input's end is the last, one that its width ended there is not")
+{
+    const struct {
+        const char *text;
+        const char *format;
+        bool isLast;
+    } rows[] = {{"abc", "%s%s", true},   {"abc", "%3s%s", false},  {"ab", "%ls%s", true},
+                {"ab", "%2ls%s", false}, {"ab", "%[a-b]%s", true}, {"ab", "%2[a-b]%s", false}};
+    for (const auto &row : rows) {
+        for (const bool wide : kEngines) {
+            CAPTURE(row.format);
+            const Guarded first(4 * sizeof(wchar_t));
+            const Guarded second(4);
+            CHECK(ScanWith(wide, row.text, row.format, first.Text(), 4U, second.Text(), 4U) ==
+                  Scanned<char>{1, ""});
+            CHECK(second.Held() == (row.isLast ? Canaries(4) : '\0' + Canaries(3)));
+        }
+    }
+}
+
 TEST_CASE("input that ends before the first conversion gives EOF")
 {
     for (const bool wide : kEngines) {
