@@ -69,6 +69,18 @@ static void StartScan(Scan *scan, FILE *file, long position)
     scan->dirty = sizeof g_linetext;
 }
 
+// Opens the configuration file and starts a scan of it. What is read at a time goes into `block`, which
+// must be there until the scan's file is closed. False when it cannot be opened.
+static bool OpenScan(Scan *scan, char (&block)[kBlockSize])
+{
+    FILE *file = fopen(g_filename, "rb");
+    if (!file)
+        return false;
+    setvbuf(file, block, _IOFBF, sizeof block);
+    StartScan(scan, file, 0);
+    return true;
+}
+
 // Reads up to and including the first line feed that ends a line with something in it, and stores
 // the line without it at the start of g_linetext. What stood behind it there still does. Returns by
 // how much the file moved.
@@ -227,22 +239,19 @@ const char *ReadString(const char *section, const char *key, const char *default
         return defaultValue;
     }
     char block[kBlockSize];
-    FILE *file = fopen(g_filename, "rb");
-    if (!file) {
+    Scan scan;
+    if (!OpenScan(&scan, block)) {
         Log(kSourceFile, "ReadString", "open file: %s failed, please check...", g_filename);
         return defaultValue;
     }
-    setvbuf(file, block, _IOFBF, sizeof block);
     const char *value = defaultValue;
-    Scan scan;
-    StartScan(&scan, file, 0);
     if (!FindSection(&scan, section))
         Log(kSourceFile, "ReadString", "cfg section [%s] not exists...", section);
     else if (!FindKey(&scan, key))
         Log(kSourceFile, "ReadString", "cfg key [%s] not exists...", key);
     else
         value = CutBlanks(ValueInLine());
-    fclose(file);
+    fclose(scan.file);
     return value;
 }
 
@@ -253,18 +262,15 @@ const char *ReadStringEx(const char *section, const char *key, const char *defau
         return defaultValue;
     }
     char block[kBlockSize];
-    FILE *file = fopen(g_filename, "rb");
-    if (!file) {
+    Scan scan;
+    if (!OpenScan(&scan, block)) {
         Log(kSourceFile, "ReadStringEx", "open file: %s failed, please check...\n", g_filename);
         return defaultValue;
     }
-    setvbuf(file, block, _IOFBF, sizeof block);
     const char *value = defaultValue;
-    Scan scan;
-    StartScan(&scan, file, 0);
     if (FindSection(&scan, section) && FindKey(&scan, key))
         value = ValueInLine();
-    fclose(file);
+    fclose(scan.file);
     return value;
 }
 
