@@ -41,6 +41,21 @@ extern "C" void *reallocarray(void *memory, size_t count, size_t size) noexcept
     return std::realloc(memory, count * size);
 }
 
+// A session on the loop, without a callback.
+static DASessionRef Scheduled()
+{
+    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
+    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    return session;
+}
+
+// An empty match dictionary.
+static CFMutableDictionaryRef NewMatch()
+{
+    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                     &kCFTypeDictionaryValueCallBacks);
+}
+
 // Waits for as many events, and then whether more come.
 static Events Await(size_t count)
 {
@@ -71,8 +86,7 @@ TEST_CASE("disks that were there before are not offered")
     if (!EnterWorld())
         return;
     Plug("before", NewFolder());
-    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
-    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    DASessionRef session = Scheduled();
     Register(session, nullptr, 0, RecordPeek, const_cast<char *>("early"));
     Plug("between", NewFolder());
     Register(session, nullptr, 0, RecordPeek, const_cast<char *>("late"));
@@ -106,8 +120,7 @@ TEST_CASE("the match dictionary chooses by the label, and no dictionary takes ev
         return;
     DASessionRef session = Watch("Orv\xC3\xA4nta Plus", RecordPeek, const_cast<char *>("one"));
     Register(session, nullptr, 0, RecordPeek, const_cast<char *>("all"));
-    CFMutableDictionaryRef match = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    CFMutableDictionaryRef match = NewMatch();
     DARegisterDiskPeekCallback(session, match, 0, RecordPeek, const_cast<char *>("empty"));
     CFDictionarySetValue(match, CFSTR("DAMediaBSDName"), CFSTR("disk2"));
     DARegisterDiskPeekCallback(session, match, 0, RecordPeek, const_cast<char *>("other key"));
@@ -131,10 +144,8 @@ TEST_CASE("a match dictionary that changes after the registration changes nothin
 {
     if (!EnterWorld())
         return;
-    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
-    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    CFMutableDictionaryRef match = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    DASessionRef session = Scheduled();
+    CFMutableDictionaryRef match = NewMatch();
     CFDictionarySetValue(match, CFSTR("DAVolumeName"), CFSTR("Orvanta"));
     DARegisterDiskPeekCallback(session, match, 0, RecordPeek, nullptr);
     CFDictionarySetValue(match, CFSTR("DAVolumeName"), CFSTR("Other"));
@@ -149,10 +160,8 @@ TEST_CASE("callbacks are called in their order, equal ones as they were register
 {
     if (!EnterWorld())
         return;
-    DASessionRef session = DASessionCreate(kCFAllocatorDefault);
-    DASessionRef other = DASessionCreate(kCFAllocatorDefault);
-    DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    DASessionScheduleWithRunLoop(other, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+    DASessionRef session = Scheduled();
+    DASessionRef other = Scheduled();
     Register(session, nullptr, 5, RecordPeek, const_cast<char *>("5"));
     Register(session, nullptr, 0, RecordPeek, const_cast<char *>("0 first"));
     Register(other, nullptr, -3, RecordPeek, const_cast<char *>("-3"));
