@@ -237,6 +237,81 @@ TEST_CASE("a smaller number, or the banner, begins a new run")
     CHECK(story.runs[2].isLast);
 }
 
+TEST_CASE("another process id behind missing lines is another run, whose start is lost")
+{
+    const auto mountOf = [](LogBuilder &log, int pid) {
+        log.Mount("DiskMountCallback Enter");
+        log.Mount("ps aux | awk -v PID=" + std::to_string(pid) + " '$2 == PID { print $1 }'");
+        log.Mount("are not same return.....");
+    };
+    const auto told = [](const LogBuilder &log) {
+        const LogText parsed = klog::ParseLog(log.text);
+        std::string text;
+        for (const klog::Run &run : klog::TellStory(parsed).runs) {
+            text += std::to_string(parsed.records[run.first].number) + " to " +
+                    std::to_string(parsed.records[run.last].number) + ", ";
+            text += std::to_string(run.arrivals.size()) + " arrivals, " +
+                    std::to_string(run.gaps.size()) + " gaps\n";
+            for (const std::string &note : run.notes)
+                text += note.starts_with("the process id") ? note + "\n" : "";
+        }
+        return text;
+    };
+    LogBuilder log;
+    log.Start().Inserted();
+    mountOf(log, 100);
+    SUBCASE("one gap: the run begins behind it")
+    {
+        log.number = 30;
+        log.Inserted();
+        mountOf(log, 200);
+        CHECK(
+            told(log) ==
+            "1 to 9, 1 arrivals, 0 gaps\n"
+            "31 to 36, 1 arrivals, 1 gaps\n"
+            "the process id in line 35 is another than in line 8 of the run before: the daemon was "
+            "started anew, and its first lines are lost\n");
+    }
+    SUBCASE("two gaps: it begins behind the second at the latest")
+    {
+        log.number = 30;
+        log.Inserted();
+        log.number = 40;
+        mountOf(log, 200);
+        CHECK(
+            told(log) ==
+            "1 to 33, 2 arrivals, 1 gaps\n"
+            "41 to 43, 1 arrivals, 1 gaps\n"
+            "the process id in line 42 is another than in line 8 of the run before: the daemon was "
+            "started anew, and its first lines are lost; lines of it may stand in the run before\n");
+    }
+    SUBCASE("the same process id: lines are lost, nothing else")
+    {
+        log.number = 30;
+        log.Inserted();
+        mountOf(log, 100);
+        CHECK(told(log) == "1 to 36, 2 arrivals, 1 gaps\n");
+    }
+    SUBCASE("no gap, or one before the first process id: nobody knows of another start")
+    {
+        mountOf(log, 200);
+        CHECK(told(log) == "1 to 12, 2 arrivals, 0 gaps\n");
+    }
+    SUBCASE("a start that is in the log needs no process id")
+    {
+        log.Start().Inserted();
+        mountOf(log, 200);
+        CHECK(told(log) == "1 to 9, 1 arrivals, 0 gaps\n1 to 9, 1 arrivals, 0 gaps\n");
+    }
+    SUBCASE("what only looks like the line says nothing")
+    {
+        log.number = 30;
+        log.Mount("ps aux | awk -v PID=x '$2 == PID { print $1 }'");
+        log.Shell("ps aux | awk -v PID=200 '$2 == PID { print $1 }'");
+        CHECK(told(log).starts_with("1 to 32, "));
+    }
+}
+
 TEST_CASE("missing numbers are told, and why they can be missing")
 {
     LogBuilder log;

@@ -1,18 +1,79 @@
 // story.cpp - see story.h. Splits the runs, finds what is missing, and hands each record on.
 #include "tools/log/story.h"
 
+#include <charconv>
+#include <optional>
+
 #include "tools/log/arrivals.h"
 #include "tools/log/sentences.h"
 
 namespace klog
 {
 
-// A record begins a run when its number starts again or when it is the banner.
+// A record begins a run when its number starts again or when it is the banner. (So does one that
+// LostStarts finds.)
 static bool BeginsRun(const LogText &log, size_t index, const Found &found)
 {
     if (index == 0 || (found.message && found.message->event == Event::Banner))
         return true;
     return log.records[index].number <= log.records[index - 1].number;
+}
+
+// The daemon's process id, where a record tells it.
+static std::optional<long> ProcessId(const Record &record)
+{
+    static constexpr std::string_view kBegin = "ps aux | awk -v PID=";
+    if (record.source != "Kestrun:DiskMountCallback" || !record.message.starts_with(kBegin))
+        return std::nullopt;
+    const std::string_view rest = record.message.substr(kBegin.size());
+    long pid = 0;
+    const auto parsed = std::from_chars(rest.data(), rest.data() + rest.size(), pid);
+    return parsed.ec == std::errc() ? std::optional(pid) : std::nullopt;
+}
+
+namespace
+{
+
+// Looks for starts whose first lines are lost. Numbers that go on may be a later daemon's; the process
+// id that it logs at a mount is not that of the one before, and it began where lines are missing.
+struct LostStarts {
+    std::optional<long> pid;      // of the run that is looked at
+    size_t toldAt = 0;            // the record that tells it
+    std::vector<size_t> gapEnds;  // records since then that stand behind missing numbers
+};
+
+struct LostStart {
+    size_t first;     // the record that begins the run
+    size_t pidAt;     // the records that tell its process id
+    size_t otherAt;   // and the other one
+    bool onlyOneGap;  // so that it is known where it began
+};
+
+}  // namespace
+
+static std::optional<LostStart> FollowProcess(LostStarts &looked, const LogText &log, size_t index,
+                                              bool begins)
+{
+    if (begins)
+        looked = {};
+    else if (log.records[index].number != log.records[index - 1].number + 1 && looked.pid)
+        looked.gapEnds.push_back(index);
+    const std::optional<long> pid = ProcessId(log.records[index]);
+    if (!pid)
+        return std::nullopt;
+    std::optional<LostStart> start;
+    if (looked.pid && *looked.pid != *pid && !looked.gapEnds.empty())
+        start = {looked.gapEnds.back(), index, looked.toldAt, looked.gapEnds.size() == 1};
+    looked = {pid, index, {}};
+    return start;
+}
+
+static std::string LostStartNote(const LogText &log, const LostStart &start)
+{
+    return "the process id in " + Lines(log, start.pidAt, start.pidAt) + " is another than in " +
+           Lines(log, start.otherAt, start.otherAt) +
+           " of the run before: the daemon was started anew, and its first lines are lost" +
+           (start.onlyOneGap ? "" : "; lines of it may stand in the run before");
 }
 
 static void BeginRun(Story &story, const LogText &log, size_t index)
@@ -82,15 +143,26 @@ Story TellStory(const LogText &log)
 {
     Story story;
     std::vector<Found> found;
+    std::vector<LostStart> lost;
+    LostStarts looked;
     found.reserve(log.records.size());
     for (size_t index = 0; index < log.records.size(); index++) {
         const Record &record = log.records[index];
         found.push_back(FindMessage(record.source, record.message, record.cut || !record.whole));
         if (!found.back().message)
             story.unknown.push_back({index});
-        if (BeginsRun(log, index, found.back()))
+        const auto start = FollowProcess(looked, log, index, BeginsRun(log, index, found.back()));
+        if (start)
+            lost.push_back(*start);
+    }
+    auto next = lost.begin();
+    for (size_t index = 0; index < log.records.size(); index++) {
+        const bool hidden = next != lost.end() && next->first == index;
+        if (hidden || BeginsRun(log, index, found[index]))
             BeginRun(story, log, index);
-        NoteRecord(story.runs.back(), log, index, found.back());
+        if (hidden)
+            story.runs.back().notes.push_back(LostStartNote(log, *next++));
+        NoteRecord(story.runs.back(), log, index, found[index]);
     }
     for (Run &run : story.runs)
         TellRun(run, log, found);
