@@ -46,7 +46,7 @@ static const size_t kNameSize = 64;      // a volume name: 63 characters
 static const size_t kPathSize = 1024;    // a callout device path
 static const size_t kOwnerSize = 256;    // a user's name and the command that asks for it
 static const size_t kOutputSize = 1024;  // what the search for the Finder prints
-static const size_t kAppSize = 512;      // the application's path, and the command that opens it
+static const size_t kAppSize = 512;      // the application's path
 
 CFStringRef gMountArgs[2];  // the mount option and the null behind it; both null at start
 
@@ -196,11 +196,20 @@ static void WaitForFinder()
     }
 }
 
+void BuildOpenCommand(const char *path, char (&command)[kOpenCommandSize])
+{
+    // Intended: a path of more than 501 characters loses the closing quote, and what of it does not
+    // fit.
+    strncpy_s(command, sizeof command, "open -a \"", sizeof command - 1);
+    strncat_s(command, sizeof command, path, sizeof command - 1 - strlen(command));
+    strncat_s(command, sizeof command, "\"", sizeof command - 1 - strlen(command));
+}
+
 // Opens the connection manager, from the path that the configuration names at this moment.
 static void OpenApplication()
 {
     char path[kAppSize];
-    char command[kAppSize];
+    char command[kOpenCommandSize];
     memset_s(path, sizeof path, 0, sizeof path);
     memset_s(command, sizeof command, 0, sizeof command);
 
@@ -210,11 +219,7 @@ static void OpenApplication()
             "Current Mac OS version is newer than Mac OS X 10.4\n");
         strncpy_s(path, sizeof path, ReadString(kConfigSection, "path1", kDefaultAppPath),
                   sizeof path - 1);
-        // Intended: a path of more than 501 characters loses the closing quote, and what of it does
-        // not fit.
-        strncpy_s(command, sizeof command, "open -a \"", sizeof command - 1);
-        strncat_s(command, sizeof command, path, sizeof command - 1 - strlen(command));
-        strncat_s(command, sizeof command, "\"", sizeof command - 1 - strlen(command));
+        BuildOpenCommand(path, command);
     } else {
         Log(kSourceFile, "DiskMountCallback", "Doesn't find ini file.");
         // Intended: this path is not quoted.

@@ -9,6 +9,8 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
 
+#include <stddef.h>
+
 // The mount options of every mount that the daemon asks for: one option, "nobrowse" or "rdonly", and
 // the null that ends the list. Both are null until `main` has read the configuration; the strings
 // are constants that nobody releases.
@@ -29,6 +31,12 @@ int FindCommPort(const char *namePart, char *outPath, int outSize);
 // `gMountArgs`, of which `DiskMountCallback` hears later. It does not block. `disk` stays the
 // service's own; `context` is not used.
 void DiskPeekCallback(DADiskRef disk, void *context);
+
+// Assembles the command that opens the application at `path`, in double quotes, into the whole of
+// `command`: at most 511 bytes and a terminator. A path of more than 501 bytes is cut to 502, and the
+// closing quote is missing then.
+static const size_t kOpenCommandSize = 512;  // bytes
+void BuildOpenCommand(const char *path, char (&command)[kOpenCommandSize]);
 
 // What follows a mount, and what `main` does once by itself for a modem that is there at start-up:
 // when the daemon's user owns the console, waits (for ever) until the Finder runs, opens the

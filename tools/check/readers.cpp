@@ -6,13 +6,13 @@
 
 #include "Common/INI.h"
 #include "src/ActiveVolumeProgram.h"
+#include "src/Kestrun.h"
 
 namespace kcheck
 {
 
-static const size_t kValueSize = 1024;      // of the setup runner's and the switch's buffer
-static const size_t kNameSize = 512;        // of its buffer for the file's name
-static const size_t kOpenCommandMax = 511;  // bytes of the command that opens the application
+static const size_t kValueSize = 1024;  // of the setup runner's and the switch's buffer
+static const size_t kNameSize = 512;    // of its buffer for the file's name
 
 std::optional<IniValue> ReadIni(const std::string &path, const char *section, const char *key)
 {
@@ -135,8 +135,9 @@ std::string PackageName(const std::string &fileName)
 
 std::string OpenCommand(const std::string &path)
 {
-    const std::string command = "open -a \"" + path.substr(0, kOpenCommandMax);
-    return (command + "\"").substr(0, kOpenCommandMax);
+    char command[kOpenCommandSize];
+    BuildOpenCommand(path.c_str(), command);
+    return command;
 }
 
 }  // namespace kcheck
