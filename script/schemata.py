@@ -128,10 +128,12 @@ def mutants_of(root, path, unit):
         if cursor.location.file and cursor.location.file.name == f"{root}/{path}":
             collect(cursor, path, source, found)
     mutants = [found[key] for key in sorted(found, key=lambda key: (key[0], -key[1], key[2]))]
-    lines = source.split("\n")
+    lines = [line.strip() for line in source.split("\n")]
     seen = {}
     for mutant in mutants:
-        mutant.text = lines[mutant.line - 1].strip()
+        mutant.text = lines[mutant.line - 1]
+        if lines.count(mutant.text) > 1:  # told by the line above it
+            mutant.text = f"{lines[mutant.line - 2]} / {mutant.text}"
         times = seen[mutant.line, mutant.change] = seen.get((mutant.line, mutant.change), 0) + 1
         if times > 1:  # the same change a second time on a line
             mutant.change += f" ({times})"
