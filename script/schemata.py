@@ -114,6 +114,15 @@ def collect(cursor, path, source, found, alone=False, parent=None):
         collect(child, path, source, found, alone or label, parent if wraps else cursor)
 
 
+def told(lines, at):
+    """A line's text, with those of as many lines above it as make it the only one."""
+    for above in range(5):
+        block = lines[at - above:at + 1]
+        if sum(lines[i - above:i + 1] == block for i in range(above, len(lines))) == 1:
+            break
+    return " / ".join(block)
+
+
 def mutants_of(root, path, unit):
     """All changes of a source in the order of their places. `unit` is what is compiled: a header's includer."""
     with open(f"{root}/{path}", encoding="latin-1") as file:
@@ -131,9 +140,7 @@ def mutants_of(root, path, unit):
     lines = [line.strip() for line in source.split("\n")]
     seen = {}
     for mutant in mutants:
-        mutant.text = lines[mutant.line - 1]
-        if lines.count(mutant.text) > 1:  # told by the line above it
-            mutant.text = f"{lines[mutant.line - 2]} / {mutant.text}"
+        mutant.text = told(lines, mutant.line - 1)
         times = seen[mutant.line, mutant.change] = seen.get((mutant.line, mutant.change), 0) + 1
         if times > 1:  # the same change a second time on a line
             mutant.change += f" ({times})"
