@@ -1,4 +1,6 @@
 // privacy_test.cpp - what belongs to a person is masked, and nothing else.
+#include <string>
+
 #include <doctest/doctest.h>
 
 #include "bench/privacy.h"
@@ -60,4 +62,19 @@ TEST_CASE("a port's serial number is masked whatever it looks like, the modem's 
     CHECK(bench::MaskPort(&privacy, "usb-ACME_Modem_serial1-if00-port0") ==
           "usb-ACME_Modem_serial1-if00-port0");
     CHECK(bench::MaskPort(&privacy, "tty.usbmodem1234567") == "tty.serial2");
+}
+
+TEST_CASE(
+    "the configured name of the volume stays, whole and cut to 63 bytes, whatever it looks like")
+{
+    const std::string digits(70, '7');
+    const std::string name = "Orvanta " + digits;
+    const std::string config =
+        "[Volumes]\n  name = " + name + "\npath1 = /Volumes/" + digits + "/x\n";
+    bench::Privacy privacy;
+    bench::KeepVolumeName(&privacy, config + "names\nname\nname=\n");
+    CHECK(bench::MaskText(&privacy, config) == config);
+    CHECK(bench::MaskText(&privacy, name.substr(0, 63)) == name.substr(0, 63));
+    CHECK(bench::MaskText(&privacy, name.substr(0, 62)) == "Orvanta serial1");
+    CHECK(bench::MaskText(&privacy, "path1 = /Volumes/1234567/x") == "path1 = /Volumes/serial2/x");
 }

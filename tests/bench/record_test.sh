@@ -48,6 +48,11 @@ stays_same replugged present-at-boot login-late finder-absent mount-refused setu
     changes-in-one-drive unplugged-during-mount disk-image hidden-disk-pulled log-folder-missing \
     log-at-its-cap setup-read-only name-of-70-characters labels-of-any-bytes \
     other-label-ignored
+for told in other-label-ignored:'plug disk ".#Orvanta" as disk1' log-at-its-cap:'fill log 10000000 bytes' \
+    setup-read-only:'sysconfig read-only' changes-in-one-drive:'touch modem' disk-image:'plug disk image' \
+    unplugged-during-mount:'mount holds' stale-folder:'expect not mounted "/Volumes/Orvanta 1"'; do
+    grep -qF -- "${told#*:}" "$here/${told%%:*}.first" || fail "the recording of ${told%%:*} lacks ${told#*:}"
+done
 
 # Persons and serial numbers do not get into a recording.
 cat >"$here/person.scenario" <<'END'

@@ -575,3 +575,84 @@ TEST_CASE("a recording of a daemon that runs already begins with what it says ne
               "expect log \"Kestrun:DiskPeekCallback --- DiskPeekCallback Enter\"\n");
     }
 }
+
+TEST_CASE("while nothing can be logged, a mount without the daemon's options is nobody's")
+{
+    for (const bool folder : {true, false}) {
+        CAPTURE(folder);
+        System system = AtRest();
+        system.sighting.logFolder = folder;
+        Look(&system);
+        PlugDisk(&system);
+        Mounting(kPlace, kBare)(&system);
+        Look(&system);
+        const std::string text = TextSince(&system, "plug disk");
+        CHECK((text.find("system mounts disk1") != std::string::npos) == folder);
+    }
+}
+
+TEST_CASE("folders for volumes are told until the daemon runs, then they are its own")
+{
+    System system;
+    system.sighting.folders = {"/Volumes/Left"};
+    Look(&system);
+    system.sighting.daemon = 100;
+    Look(&system);
+    Say(&system, "Kestrun:main --- TOOL-BrelmarkV100R001B035");
+    Look(&system);
+    system.sighting.folders = {"/Volumes/Left", "/Volumes/Orvanta"};
+    Look(&system);
+    CHECK(TextSince(&system, "make folder") ==
+          "make folder \"/Volumes/Left\"\ndaemon user \"user1\"\nlogin \"user1\"\nstart daemon\n"
+          "expect log \"Kestrun:main --- TOOL-\"\n");
+}
+
+TEST_CASE("a mount that is refused is not held as well")
+{
+    System system = AtRest();
+    for (const char *device : {"/dev/sr0", "/dev/sr1"}) {
+        Plug(&system, "Orvanta", device);
+        Say(&system, kArrival);
+        Look(&system);
+        if (std::string(device) == "/dev/sr1")
+            break;
+        Say(&system, kMountEnd);
+        Say(&system, kActionsEnd);
+        Look(&system);
+    }
+    system.sighting.disks.erase("/dev/sr1");
+    Look(&system);
+    Say(&system, kMountEnd);
+    Say(&system, kActionsEnd);
+    Look(&system);
+    const std::string text = TextSince(&system, "mount refuses");
+    CHECK(text.starts_with("mount refuses\nplug disk \"Orvanta\" as disk1\n"));
+    CHECK(text.find("mount holds") == std::string::npos);
+    CHECK(text.find("mount works") == std::string::npos);
+}
+
+TEST_CASE("what can only be told at the beginning, or from the log, is told in its place")
+{
+    System system;
+    system.sighting.logSize = 9999999;
+    system.sighting.sysConfig = "x\n";
+    system.sighting.logFolder = true;
+    system.sighting.finder = false;
+    system.sighting.daemonUser = "anna";
+    system.sighting.consoleUser = "root";
+    system.sighting.disks["/dev/sr0"] = {"Photos", "identity", "link", true};
+    Look(&system);
+    system.sighting.logSize = 20;
+    system.sighting.daemon = 100;
+    Look(&system);
+    Say(&system,
+        "ActiveVolumeProgram:RunSDProgram --- open file [x] failed, RunSDProgram exit false");
+    Look(&system);
+    system.sighting.logFolder = false;
+    CHECK(TextSince(&system, "fill log") ==
+          "fill log 9999999 bytes\nsysconfig\n  | x\nsysconfig read-only\ndaemon user \"user1\"\n"
+          "logout\nfinder quits\nplug disk image \"Photos\" as disk1\nstart daemon\n"
+          "expect log \"ActiveVolumeProgram:RunSDProgram --- open file [x] failed, "
+          "RunSDProgram exit false\"\nwait until idle\n\n"
+          "remove folder \"/usr/local/Tarnwell\"\n");
+}
