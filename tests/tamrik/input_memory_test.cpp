@@ -219,6 +219,16 @@ TEST_CASE("a float whose text finds no memory is no field, and nothing leaks")
     }
 }
 
+TEST_CASE("a float without memory that ends with the input is no end of the input")
+{
+    const std::string text(350, '7');
+    double value = -1;
+    int result = 0;
+    Watch(0, [&] { result = Run(&text, "%lf", &value); });
+    CHECK(result == 0);
+    CHECK(value == -1);
+}
+
 TEST_CASE("the text of a float is given to strtod as it was read, its sign included")
 {
     for (const std::string text :
@@ -277,6 +287,8 @@ TEST_CASE("a float of a file whose text finds no memory is no field, and nothing
         CHECK(seen.sizes.size() == static_cast<std::size_t>(good));
         CHECK(seen.held.empty());
         CHECK_FALSE(seen.hasFreedText);
+        // The field ends behind the character that found no room.
+        CHECK(std::ftell(file) == 2 + (350L << (good - 1)));
         std::fclose(file);
     }
 }
