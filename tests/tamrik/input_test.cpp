@@ -230,6 +230,7 @@ TEST_CASE("pointers are hexadecimal or the text of the null pointer")
         {"%p", "(NIL)", 1, Stored(Of<std::uintptr_t>(0)), ""},
         {"%p", "(nix)", 0, kUntouched, "x)"},
         {"%3p", "(nil)", 0, kUntouched, "l)"},
+        {"%p", "(nil\t", 0, kUntouched, "\t"},
         {"%x", "(nil)", 0, kUntouched, "(nil)"},
     });
 }
