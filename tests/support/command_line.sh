@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+#!/usr/bin/env bash
 # command_line.sh - what the tests of command lines share; they source it. It makes a folder $here that
 # goes when the test ends; they set `program`, and end with `exit "$failed"`.
 set -euo pipefail
