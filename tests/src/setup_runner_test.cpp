@@ -625,59 +625,60 @@ TEST_CASE("the whole log of a rewrite that fails")
     }
 }
 
-// Uses up the descriptors: as many as there may be, or so that there may be none any more.
-static void TakeDescriptors(rlim_t most)
-{
-    rlimit limit{};
-    REQUIRE(getrlimit(RLIMIT_NOFILE, &limit) == 0);
-    limit.rlim_cur = most;
-    REQUIRE(setrlimit(RLIMIT_NOFILE, &limit) == 0);
-    while (dup(STDIN_FILENO) != -1) {
-    }
-}
-
 TEST_CASE("half of a change does not reach the file when the process ends")
 {
-    std::function<int(const std::string &)> shell;
-    bool isOpen = true;  // whether the stream's descriptor still leads somewhere: to nowhere
-    SUBCASE("and there is a descriptor to be had")
-    {
-    }
-    SUBCASE("and all descriptors are taken")
-    {
-        shell = [](const std::string &) {
-            TakeDescriptors(64);
-            return 0;
-        };
-    }
-    SUBCASE("and no descriptor can be made")
-    {
-        shell = [](const std::string &) {
-            TakeDescriptors(0);
-            return 0;
-        };
-        isOpen = false;
-    }
     const ConfigFile config(Usual());
     fflush(nullptr);
     const pid_t child = fork();
     REQUIRE(child >= 0);
     if (child == 0) {
         VolumesReady().Fail("fputc", 1);
-        // The volumes' folders are looked at before the second command.
-        g_seam.shell = [&](const std::string &command) {
-            return shell && g_seam.commands.size() == 2 ? shell(command) : 0;
-        };
         const bool result = Run(config);
         fflush(nullptr);  // as exit does
-        const bool isAsToldOpen = (fcntl(fileno(*g_seam.streams.begin()), F_GETFD) != -1) == isOpen;
-        _exit(!result && isAsToldOpen ? 0 : 1);
+        // The stream's descriptor still leads somewhere: to nowhere.
+        const bool isOpen = fcntl(fileno(*g_seam.streams.begin()), F_GETFD) != -1;
+        _exit(!result && isOpen ? 0 : 1);
     }
     int status = 0;
     REQUIRE(waitpid(child, &status, 0) == child);
     CHECK(WIFEXITED(status));
     CHECK(WEXITSTATUS(status) == 0);
     CHECK(config.Bytes() == Usual());
+}
+
+TEST_CASE("half of a change does not reach the file without a free descriptor either")
+{
+    rlimit limit{};
+    REQUIRE(getrlimit(RLIMIT_NOFILE, &limit) == 0);
+    // All are taken, or none can be made at all.
+    for (const rlim_t most : {rlim_t{64}, rlim_t{0}}) {
+        CAPTURE(most);
+        VolumesReady().Fail("fputc", 1);
+        const ConfigFile config(Usual());
+        std::vector<int> taken;
+        taken.reserve(64);
+        g_seam.shell = [&](const std::string &) {
+            // The volumes' folders are looked at before the second command, and nothing is behind it.
+            const rlimit few{most, limit.rlim_max};
+            if (g_seam.commands.size() < 2 || setrlimit(RLIMIT_NOFILE, &few) != 0)
+                return 0;
+            for (int fd = dup(STDIN_FILENO); fd != -1; fd = dup(STDIN_FILENO))
+                taken.push_back(fd);
+            return 0;
+        };
+        const bool result = Run(config);
+        const bool isOpen = fcntl(fileno(*g_seam.streams.begin()), F_GETFD) != -1;
+        for (const int fd : taken)
+            close(fd);
+        REQUIRE(setrlimit(RLIMIT_NOFILE, &limit) == 0);
+        CHECK_FALSE(result);
+        CHECK(taken.empty() == (most == 0));
+        CHECK(isOpen == (most != 0));
+        fflush(nullptr);  // as exit does
+        CHECK(config.Bytes() == Usual());
+        CHECK(TakeBackLeak() == "1 stream, 1 block, 0 folder");
+        CHECK(config.Bytes() == Usual());
+    }
 }
 
 TEST_CASE("a disk that takes no byte leaves the file as it was, even when it recovers later")
