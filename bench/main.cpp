@@ -15,6 +15,8 @@
 
 #include "bench/player.h"
 #include "bench/scenario.h"
+#include "tools/common/json.h"
+#include "tools/common/program.h"
 
 namespace
 {
@@ -41,6 +43,9 @@ const char kUsage[] =
     "  --world KIND      root, user or real (else the first that this machine allows)\n"
     "  --update-golden   writes the scenario's golden log anew\n"
     "  --record FILE     writes what happens as a scenario, names and serial numbers masked\n"
+    "  --json            prints a JSON object on each line, for programs\n"
+    "  --help            prints this\n"
+    "  --version         prints the version\n"
     "exit status: 0 all came true, 1 something did not, 2 a mistake in the scenario or in these\n"
     "arguments, 77 this machine cannot play it\n";
 
@@ -48,6 +53,19 @@ struct Arguments {
     bench::PlayOptions play;
     bool dryRun = false;
 };
+
+void PrintPlanInJson(const std::vector<bench::Step> &steps)
+{
+    for (const bench::Step &step : steps) {
+        tools::JsonWriter json(tools::JsonWriter::Form::OneLine);
+        json.BeginObject()
+            .Member("line", step.place.line)
+            .Member("statement", step.text)
+            .Member("meaning", bench::StepMeaning(step))
+            .End();
+        std::cout << json.Text();
+    }
+}
 
 // Every statement and what it means, those that are repeated set in.
 void PrintPlan(const std::vector<bench::Step> &steps)
@@ -84,7 +102,19 @@ bool TakeWorld(const std::string &text, bench::WorldKind *kind)
     return true;
 }
 
-enum Option { kSpeed = 1, kDryRun, kDaemon, kKeep, kSeed, kWorld, kUpdateGolden, kRecord, kHelp };
+enum Option {
+    kSpeed = 1,
+    kDryRun,
+    kDaemon,
+    kKeep,
+    kSeed,
+    kWorld,
+    kUpdateGolden,
+    kRecord,
+    kJson,
+    kHelp,
+    kVersion
+};
 
 const struct option kOptions[] = {
     {"speed", required_argument, nullptr, kSpeed},
@@ -95,7 +125,9 @@ const struct option kOptions[] = {
     {"world", required_argument, nullptr, kWorld},
     {"update-golden", no_argument, nullptr, kUpdateGolden},
     {"record", required_argument, nullptr, kRecord},
+    {"json", no_argument, nullptr, kJson},
     {"help", no_argument, nullptr, kHelp},
+    {"version", no_argument, nullptr, kVersion},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -115,6 +147,7 @@ bool TakeOption(int option, Arguments *arguments)
     case kWorld: return TakeWorld(optarg, &arguments->play.world);
     case kRecord: arguments->play.recordFile = fs::absolute(optarg); return true;
     case kUpdateGolden: arguments->play.updateGolden = true; return true;
+    case kJson: arguments->play.json = true; return true;
     default: return false;
     }
 }
@@ -156,10 +189,10 @@ int Run(const Arguments &arguments)
     bench::Scenario scenario;
     if (!ReadScenario(arguments.play.scenarioFile, &scenario))
         return kExitMistake;
-    if (!scenario.title.empty())
+    if (!scenario.title.empty() && !arguments.play.json)
         std::cout << scenario.title << "\n";
     if (arguments.dryRun) {
-        PrintPlan(scenario.steps);
+        (arguments.play.json ? PrintPlanInJson : PrintPlan)(scenario.steps);
         return kExitPassed;
     }
     for (const std::string &needed : {arguments.play.daemonProgram, arguments.play.speedLibrary,
@@ -195,6 +228,8 @@ int main(int argc, char **argv)
     while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
         if (option == kHelp)
             return Usage(kExitPassed);
+        if (option == kVersion)
+            return tools::SayVersion("kestrun-bench");
         if (!TakeOption(option, &arguments))
             return Usage(kExitMistake);
     }

@@ -681,7 +681,7 @@ Result Play(const Scenario &scenario, const PlayOptions &options)
     Player player;
     player.options = &options;
     player.random.seed(options.seed);
-    player.timeLine = MakeTimeLine();
+    player.timeLine = MakeTimeLine(options.json);
     player.world.toolsDir = options.toolsDir;
     player.world.programsDir = options.programsDir;
     player.world.speedLibrary = options.speedLibrary;

@@ -28,6 +28,7 @@ struct PlayOptions {
     WorldKind world = WorldKind::Automatic;
     bool keep = false;
     bool updateGolden = false;
+    bool json = false;       // the time line is written in JSON
     std::string recordFile;  // absolute; what happens is recorded there. Empty: it is not
 };
 

@@ -81,7 +81,7 @@ bool RecordThisSystem(const PlayOptions &options)
     PlayOptions quiet = options;
     quiet.recordFile.clear();  // this loop records, with what it asks for
     player.options = &quiet;
-    player.timeLine = MakeTimeLine();
+    player.timeLine = MakeTimeLine(options.json);
     player.world.kind = WorldKind::Root;
     (void)signal(SIGINT, End);
     (void)signal(SIGTERM, End);

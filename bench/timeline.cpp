@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "bench/masking.h"
+#include "tools/common/json.h"
 
 namespace bench
 {
@@ -36,13 +37,27 @@ Look LookOf(Kind kind)
     return {"", ""};
 }
 
+void SayInJson(const TimeLine &timeLine, Kind kind, const std::string &text)
+{
+    const char *word = kind == Kind::Note ? "note" : LookOf(kind).word;
+    tools::JsonWriter json(tools::JsonWriter::Form::OneLine);
+    json.BeginObject()
+        .Member("milliseconds", static_cast<long>(SecondsSince(timeLine) * 1000))
+        .Member("kind", word)
+        .Member("text", text)
+        .End();
+    (void)fputs(json.Text().c_str(), stdout);
+    (void)fflush(stdout);
+}
+
 }  // namespace
 
-TimeLine MakeTimeLine()
+TimeLine MakeTimeLine(bool json)
 {
     TimeLine timeLine;
+    timeLine.json = json;
     const char *term = getenv("TERM");
-    timeLine.terminal = isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr &&
+    timeLine.terminal = !json && isatty(STDOUT_FILENO) != 0 && getenv("NO_COLOR") == nullptr &&
                         term != nullptr && std::string(term) != "dumb";
     return timeLine;
 }
@@ -54,6 +69,10 @@ double SecondsSince(const TimeLine &timeLine)
 
 void Say(TimeLine *timeLine, Kind kind, const std::string &text)
 {
+    if (timeLine->json) {
+        SayInJson(*timeLine, kind, text);
+        return;
+    }
     HideClock(timeLine);
     const Look look = LookOf(kind);
     const bool colour = timeLine->terminal;

@@ -1,5 +1,5 @@
 // timeline.h - the time line: what happened when, as it happens. A terminal gets colour and a clock
-// that runs while nothing happens; a pipe gets plain text.
+// that runs while nothing happens; a pipe gets plain text; a program that asks for it gets JSON.
 #ifndef BENCH_TIMELINE_H
 #define BENCH_TIMELINE_H
 
@@ -22,12 +22,14 @@ enum class Kind {
 struct TimeLine {
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     bool terminal = false;
+    bool json = false;
     bool clockShown = false;
     std::chrono::steady_clock::time_point clockAt;
 };
 
-// For standard output as it is.
-TimeLine MakeTimeLine();
+// For standard output as it is, or in JSON: an object on a line of its own for each entry, with its
+// "milliseconds" since the start, its "kind" and its "text".
+TimeLine MakeTimeLine(bool json);
 
 // Seconds since the start, real ones.
 double SecondsSince(const TimeLine &timeLine);

@@ -16,6 +16,7 @@ while IFS= read -r statement; do
         fail "docs/bench.md does not list: $statement"
 done <"$here/said"
 check 0 'usage: kestrun-bench run FILE' --help
+check 0 'kestrun-bench ' --version
 check 2 'usage: kestrun-bench run FILE'
 check 2 'usage: kestrun-bench run FILE' run
 check 2 'usage: kestrun-bench run FILE' run a b
@@ -43,6 +44,26 @@ start daemon
 expect mounted "/Volumes/Orvanta" within 1 s
 END
 check 1 'came: nothing is mounted' run "$here/mounted" --speed 50 --daemon "$daemon"
+
+# In JSON there is an object on each line and nothing else, whatever a device is called.
+cat >"$here/named" <<'END'
+title "A name of any bytes"
+start daemon
+plug disk "a\"\x01\\\xff"
+expect log "Kestrun started"
+END
+said_in_json() {  # KIND TEXT: one of the lines has them
+    python3 - "$here/said" "$@" <<'END' || fail "no line of JSON has $*"
+import json, sys
+with open(sys.argv[1], encoding="utf-8") as file:
+    entries = [json.loads(line) for line in file]
+sys.exit(not any(entry.get("kind") == sys.argv[2] and sys.argv[3] in entry["text"] for entry in entries))
+END
+}
+check 0 '"kind": "true"' run "$here/named" --speed 50 --daemon "$daemon" --json
+said_in_json log 'Kestrun started'
+said_in_json true 'expect log "Kestrun started"'
+check 0 '{"line": 2, "statement": "start daemon", "meaning": "' run "$here/named" --dry-run --json
 
 # A daemon that ends by itself is a failure, whatever was expected.
 printf 'start daemon\nwait 100 s\n' >"$here/ends"

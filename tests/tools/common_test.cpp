@@ -45,6 +45,16 @@ TEST_CASE("JSON: what a string cannot hold as it stands is escaped")
         "\"\\\"\\\\\\n\\u0009\\u0001\x7F\\u0000z\xC3\xA4\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"\n");
 }
 
+TEST_CASE("JSON on one line: blanks where the lines would break, and the one line feed at the end")
+{
+    JsonWriter json(JsonWriter::Form::OneLine);
+    json.BeginObject().Member("text", "a\nb").Member("number", 1);
+    json.Key("empty").BeginArray().End();
+    json.Key("list").BeginArray().Value(int64_t{1}).Value("b").End().End();
+    CHECK(json.Text() ==
+          "{\"text\": \"a\\nb\", \"number\": 1, \"empty\": [], \"list\": [1, \"b\"]}\n");
+}
+
 TEST_CASE("bytes for people: UTF-8 stays, the rest is written by its number")
 {
     CHECK(tools::Printable("a b\n\r\t") == "a b\\n\\x0D\\x09");

@@ -35,6 +35,11 @@ static void AppendQuoted(std::string &to, std::string_view text)
 
 void JsonWriter::NewLine()
 {
+    if (form_ == Form::OneLine) {
+        if (text_.back() == ',')
+            text_ += ' ';
+        return;
+    }
     text_ += '\n';
     text_.append(2 * levels_.size(), ' ');
 }

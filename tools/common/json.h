@@ -20,6 +20,13 @@ namespace tools
 class JsonWriter
 {
   public:
+    enum class Form { Set, OneLine };
+
+    // `OneLine` puts all on one line, for programs that write a line for each thing that happens.
+    explicit JsonWriter(Form form = Form::Set) : form_(form)
+    {
+    }
+
     JsonWriter &BeginObject();
     JsonWriter &BeginArray();
     JsonWriter &End();  // of the object or array that was begun last
@@ -80,12 +87,13 @@ class JsonWriter
         return Value(static_cast<int64_t>(number));
     }
     void Separate();  // what stands between the value before and the next one
-    void NewLine();
+    void NewLine();   // between two values: a new line, or a blank where all stands on one
 
     struct Level {
         char closing;
         bool empty;
     };
+    Form form_;
     std::string text_;
     std::vector<Level> levels_;
     bool afterKey_ = false;
