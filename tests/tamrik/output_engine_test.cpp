@@ -305,6 +305,7 @@ TEST_CASE("the wide twin converts as the narrow engine does")
     CHECK(Wide(kWideRoom, L"%*d|%.*f", 3, 1, 2, 1.5) == WideGood("  1|2"));
     CHECK(Wide(kWideRoom, L"%*5f|%.300f", 1, 1.0, 1.0) ==
           WideGood("       1.000000|1." + std::string(300, '0')));
+    CHECK(Wide(kWideRoom, L"%.512d", 7) == WideGood(std::string(511, '0') + "7"));
 }
 
 TEST_CASE("in the wide twin the capitals without a size are narrow, as s and c are")
@@ -362,6 +363,8 @@ TEST_CASE("the helper terminates what fits and tells what does not from what is 
     CHECK(Helper(buffer.Text(), 4, "abcd%y") == -1);
     CHECK(Helper(buffer.Text(), 4, "abcde%y") == -2);
     CHECK(Helper(buffer.Text(), 1, "") == 0);
+    CHECK(Helper(buffer.Text(), 4, "%d%s", 4, "yz") == 3);
+    CHECK(buffer.Held() == WithTerminator("4yz"));
     CHECK(buffer.FrontIntact());
 }
 

@@ -35,6 +35,7 @@ int g_failAllocation = 0;  // the how-manieth allocation fails, from 1
 bool g_isWatching = false;
 int g_resets = 0;
 bool g_failConversion = false;
+std::size_t g_lookedAt = 0;          // how many bytes mbtowc was last given
 std::size_t g_longestCharacter = 1;  // of the encoding, in bytes
 
 // Forgets what was asked before and watches while it lives.
@@ -123,6 +124,7 @@ int mbtowc(wchar_t *to, const char *text, std::size_t size) noexcept
         g_resets++;
         return 0;
     }
+    g_lookedAt = size;
     if (g_failConversion || size == 0) {
         errno = EILSEQ;
         return -1;
@@ -255,6 +257,15 @@ TEST_CASE("the wide twin asks in narrow words")
     CHECK(PrintWide(buffer, L"ab%-9.2lf|", 1.5) == 12);
     CHECK(g_asked == std::vector<Asked>{{"%-9.2lf", {}, 1.5L}});
     CHECK(std::wstring(buffer, 12) == L"ab1.50     |");
+}
+
+TEST_CASE("a narrow character of the wide twin is one byte, whatever stands behind it")
+{
+    const Watch watch;
+    wchar_t buffer[8];
+    CHECK(PrintWide(buffer, L"%c", 'x') == 1);
+    CHECK(buffer[0] == L'x');
+    CHECK(g_lookedAt == 1);
 }
 
 // ---- Memory ----
