@@ -80,7 +80,7 @@ GOALS = [
 ]
 
 # Hand-written lower bounds: the candidate that does the least that ours can do, in the same cases.
-BOUNDS = {"memset_s": "a call without checks",
+BOUNDS = {"memset_s": "a call without checks", "memcpy_s": "a call without checks",
           "snprintf_s": "checks, vsprintf, copy", "tamrik_input_s": "a scan by hand"}
 
 # What is measured of the daemon: the key in DAEMON, the work, the unit, the value to stay under.
@@ -267,7 +267,7 @@ def page(results, rows, daemon, cases, svg_name):
              "of the ratios within the rounds, on CPU time, of several cases the geometric mean. "
              "Instructions are counted by callgrind, whose figures repeat. Where a rival is the best "
              "of several, it is named. A lower bound is the least that such a function can do, written by "
-             "hand and measured in the same rounds: for fills the call of the C library and a "
+             "hand and measured in the same rounds: for fills and copies the call of the C library and a "
              "result, without any check; for \"%f\" the checks of the arguments, the platform's vsprintf "
              "into a buffer of its own, and the copy; for a scan what any engine has to do for its format, "
              "which is not read.", "", f"![the goals]({svg_name})", "", "## Goals", "",

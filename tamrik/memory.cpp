@@ -2,8 +2,8 @@
 //
 // Each function first tests, all at once, whether everything is in order, and then does its work.
 // Whatever is not in order goes to a function of its own that finds out what to report and what to
-// leave behind. Copies of up to 64 bytes, and fills of up to 32 by the Opt variants, are made without
-// calling the C library. There is no state.
+// leave behind. The Opt variants fill up to 32 and copy up to 64 bytes without calling the C
+// library; the plain functions always call it. There is no state.
 #include "tamrik/tamrik.h"
 
 #include "tamrik/small.h"
@@ -135,7 +135,7 @@ int memcpy_s(void *dest, size_t destMax, const void *src, size_t count)
     // A count of 0 wraps round and goes to CopyError with what is too large.
     if (destMax <= MAX_BUFFER_SIZE && count - 1 < destMax && dest != nullptr && src != nullptr &&
         !IsNear(dest, src, count)) [[likely]] {
-        CopyBlock(dest, src, count, kSmallCopy);
+        memcpy(dest, src, count);
         return RESULT_OK;
     }
     return CopyError(dest, destMax, src, count);

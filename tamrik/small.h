@@ -81,7 +81,7 @@ static inline void CopySmall(void *to, const void *from, size_t count)
 
 // Copies 1 or more bytes between regions that do not overlap, without a call when they are few: at most
 // small, which is at most kSmallCopy.
-static inline void CopyBlock(void *dest, const void *src, size_t count, size_t small)
+static inline void CopyBlock(char *dest, const char *src, size_t count, size_t small)
 {
     if (count > small)
         memcpy(dest, src, count);

@@ -84,7 +84,7 @@ int memset_sOptTc(void *dest, size_t destMax, int c, size_t count);
  *   OVERLAP_CLEARED     the count bytes at src and at dest overlap     all destMax bytes zero
  *   RESULT_OK           else                                           count bytes copied
  *
- * None of them calls the C library for up to 64 bytes. memcpy_sOptAsm is memcpy_s by another name.
+ * memcpy_sOptAsm is the same and copies up to 64 bytes without calling the C library.
  * memcpy_sOptTc is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise in
  * order and not empty. A call that fails, copies nothing or has dest equal to src reports ERANGE for
  * such a size all the same.
