@@ -424,6 +424,33 @@ TEST_CASE("a stream without a position may end at once, or within a mark")
     }
 }
 
+#ifndef __APPLE__
+// A mark, then one failure, then a digit. *cookie counts the reads.
+static ssize_t ReadMarkThenFail(void *cookie, char *buffer, std::size_t /*size*/)
+{
+    int *reads = static_cast<int *>(cookie);
+    switch ((*reads)++) {
+    case 0: std::memcpy(buffer, kMark.data(), kMark.size()); return 3;
+    case 1: return -1;
+    case 2: *buffer = '7'; return 1;
+    default: return 0;
+    }
+}
+
+TEST_CASE("a stream without a position that fails behind its mark is at its end")
+{
+    int reads = 0;
+    FILE *stream = fopencookie(&reads, "r", {ReadMarkThenFail, nullptr, nullptr, nullptr});
+    REQUIRE(stream != nullptr);
+    InputSource source = FileSource(stream);
+    CHECK(_inc(&source) == EOF);
+    CHECK(reads == 2);
+    CHECK(_inc(&source) == '7');
+    LetGo(&source);
+    std::fclose(stream);
+}
+#endif
+
 TEST_CASE("a long stream without a position begins its count anew nowhere")
 {
     FILE *stream = PipeWith("abc");
@@ -591,6 +618,16 @@ TEST_CASE("a character that was put back is in the stream behind a scan that rea
     std::setlocale(LC_ALL, "C");
 }
 
+TEST_CASE("standard input that cannot be read leaves errno alone")
+{
+    REQUIRE(std::freopen("/", "r", stdin) != nullptr);  // a folder
+    InputSource source = StdinSource();
+    errno = 77;
+    CHECK(_inc(&source) == EOF);
+    CHECK(errno == 77);
+    PutOnStdin("");
+}
+
 // ---- _inc on files ----
 
 TEST_CASE("_inc on a file source without a stream is at its end")
@@ -653,6 +690,7 @@ TEST_CASE("_inc does not count the mark among the bytes handed out")
     CHECK(source.consumed == 1);
     CHECK(source.startOffset == 0);
     CHECK(source.count == 1);
+    CHECK(source.kind == (kFileSource | 0x8 | 0x10));
     LetGo(&source);
     CHECK(std::ftell(file) == 4);
     std::fclose(file);

@@ -920,6 +920,33 @@ TEST_CASE("a range of far characters holds both its ends and nothing beyond")
     }
 }
 
+TEST_CASE("the highest bytes are no conversion letters and no digits")
+{
+    for (const char *high : {"\xFD", "\xFE", "\xFF"}) {
+        const std::string text(high);
+        const std::string format = "%" + text;
+        const std::wstring wideFormat = Widened(format);
+        int value = 4711;
+        CHECK(Scan("12", format.c_str(), &value) == Scanned<char>{0, "12"});
+        CHECK(WideScan(L"12", wideFormat.c_str(), &value) == Scanned<wchar_t>{0, L"12"});
+        for (const bool isHex : {false, true}) {
+            CHECK(Scan(text + "1", isHex ? "%x" : "%d", &value) == Scanned<char>{0, text + "1"});
+            CHECK(WideScan(Widened(text) + L"1", isHex ? L"%x" : L"%d", &value) ==
+                  Scanned<wchar_t>{0, Widened(text) + L"1"});
+        }
+        CHECK(value == 4711);
+    }
+}
+
+TEST_CASE("the character that ends wide text is not counted by a position behind it")
+{
+    wchar_t wide[4];
+    int n = -1;
+    CHECK(Scan("ab c", "%ls%n", wide, 4U, &n) == Scanned<char>{1, " c"});
+    CHECK(std::wstring(wide) == L"ab");
+    CHECK(n == 2);
+}
+
 TEST_CASE("a conversion letter beyond the narrow characters makes no sense")
 {
     int a = 0;
