@@ -13,6 +13,7 @@
 
 #include "bench/logbook.h"
 #include "bench/modem.h"
+#include "tools/common/commands.h"
 
 namespace bench
 {
@@ -61,19 +62,6 @@ std::string IdentityOf(const std::string &path)
 std::string FirstLineOf(const std::string &text)
 {
     return text.substr(0, text.find('\n'));
-}
-
-std::string Asked(const std::string &command)
-{
-    std::string output;
-    FILE *pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    char buffer[4096];
-    for (size_t got = 0; (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        output.append(buffer, got);
-    (void)pclose(pipe);
-    return output;
 }
 
 std::map<std::string, SeenMount> MountsNow(const World &world)
@@ -196,11 +184,11 @@ void LookAtPeople(const World &world, Sighting *sighting)
 
 void AskForPeople(long daemon, Sighting *sighting)
 {
-    sighting->consoleUser = FirstLineOf(Asked("stat -f%Su /dev/console"));
-    sighting->finder = !Asked("ps -A | grep 'Finder[.]'").empty();
+    sighting->consoleUser = FirstLineOf(tools::CommandOutput("stat -f%Su /dev/console"));
+    sighting->finder = !tools::CommandOutput("ps -A | grep 'Finder[.]'").empty();
     if (daemon > 0) {
-        sighting->daemonUser = FirstLineOf(
-            Asked("ps aux | awk -v PID=" + std::to_string(daemon) + " '$2 == PID { print $1 }'"));
+        sighting->daemonUser = FirstLineOf(tools::CommandOutput(
+            "ps aux | awk -v PID=" + std::to_string(daemon) + " '$2 == PID { print $1 }'"));
     }
 }
 

@@ -38,11 +38,6 @@ static void Add(Config &config, Verdict verdict, const char *about, size_t line,
     config.report.findings.push_back({verdict, kFile, about, line, found, effect});
 }
 
-static std::string Quoted(std::string_view value)
-{
-    return "\"" + tools::Printable(value) + "\"";
-}
-
 // Whether the INI reader takes the line for one of `key`.
 static bool IsIniKeyLine(const Line &line, const char *key)
 {
@@ -213,7 +208,7 @@ static bool HasComment(const std::string &value)
 // What can be wrong with either text. Returns whether it is fit.
 static bool CheckText(Config &config, const char *key, const std::string &value, size_t line)
 {
-    const std::string shown = Quoted(value);
+    const std::string shown = tools::Quoted(value);
     const auto fail = [&](const std::string &why, const std::string &effect) {
         Add(config, Verdict::Fail, key, line, shown + ": " + why, effect);
         return false;
@@ -246,7 +241,7 @@ static void CheckName(Config &config, const std::string &value, size_t line)
 {
     if (!CheckText(config, "name", value, line))
         return;
-    const std::string shown = Quoted(value);
+    const std::string shown = tools::Quoted(value);
     const bool ascii =
         std::all_of(value.begin(), value.end(), [](char ch) { return ch >= ' ' && ch < 0x7F; });
     if (value.size() > kNameMax) {
@@ -273,13 +268,31 @@ static void CheckPath(Config &config, const std::string &value, size_t line)
         Add(config, Verdict::Fail, "path1", line, std::to_string(value.size()) + " bytes",
             "the command is cut at 511 bytes and lacks its closing quote: it fails");
     } else if (value.find_first_of("\"$`\\") != std::string::npos) {
-        Add(config, Verdict::Warn, "path1", line, Quoted(value) + ": a character of the shell's",
+        Add(config, Verdict::Warn, "path1", line,
+            tools::Quoted(value) + ": a character of the shell's",
             command + ", in which the shell replaces it");
     } else if (value[0] != '/') {
-        Add(config, Verdict::Warn, "path1", line, Quoted(value) + ": no full path", command);
+        Add(config, Verdict::Warn, "path1", line, tools::Quoted(value) + ": no full path", command);
     } else {
-        Add(config, Verdict::Pass, "path1", line, Quoted(value), command);
+        Add(config, Verdict::Pass, "path1", line, tools::Quoted(value), command);
     }
+}
+
+// What holds of every key, whichever reader reads it: `value` is what that one finds on `line`, or nothing, in
+// which case `fallback` is what happens; `other` says whether the other reader finds it. Returns whether
+// there is a value to look at.
+static bool CheckKey(Config &config, const char *key, const std::optional<std::string> &value,
+                     bool other, size_t line, const std::string &fallback)
+{
+    config.report.settings.push_back({kFile, key, value, line});
+    CheckOtherReader(config, key, value.has_value(), other, line);
+    if (!value) {
+        CheckUnseen(config, key, fallback);
+        return false;
+    }
+    CheckForm(config, key, line);
+    CheckRepeated(config, key, line);
+    return true;
 }
 
 static void CheckIniKey(Config &config, const char *key, const std::string &fallback,
@@ -288,16 +301,9 @@ static void CheckIniKey(Config &config, const char *key, const std::string &fall
     const auto value = ReadIni(config.path, kSection, key);
     const bool other = ReadKey(config.path, kSection, key).has_value();
     const size_t line = value ? LineBefore(config.content, value->lineEnd) : 0;
-    config.report.settings.push_back(
-        {kFile, key, value ? std::optional(value->value) : std::nullopt, line});
-    CheckOtherReader(config, key, value.has_value(), other, line);
-    if (!value) {
-        CheckUnseen(config, key, fallback);
-        return;
-    }
-    CheckForm(config, key, line);
-    CheckRepeated(config, key, line);
-    check(config, value->value, line);
+    const auto text = value ? std::optional(value->value) : std::nullopt;
+    if (CheckKey(config, key, text, other, line, fallback))
+        check(config, *text, line);
 }
 
 static void CheckSwitch(Config &config)
@@ -306,20 +312,14 @@ static void CheckSwitch(Config &config)
     const auto value = ReadKey(config.path, kSection, kKey);
     const bool other = ReadIni(config.path, kSection, kKey).has_value();
     const size_t line = value ? LineAt(config.content, value->offset) : 0;
-    config.report.settings.push_back(
-        {kFile, kKey, value ? std::optional(value->value) : std::nullopt, line});
-    CheckOtherReader(config, kKey, value.has_value(), other, line);
-    if (!value) {
-        CheckUnseen(config, kKey, "the volume is mounted with rdonly");
+    const auto text = value ? std::optional(value->value) : std::nullopt;
+    if (!CheckKey(config, kKey, text, other, line, "the volume is mounted with rdonly"))
         return;
-    }
-    CheckForm(config, kKey, line);
-    CheckRepeated(config, kKey, line);
     const std::string lower = Lower(value->value);
     const bool on = IsSwitchOn(config.path, kSection, kKey);
     const bool plain = on || lower == "false" || lower == "no" || lower == "0" || lower == "off";
     Add(config, plain ? Verdict::Pass : Verdict::Warn, kKey, line,
-        Quoted(value->value) + (plain ? "" : ": neither true nor false"),
+        tools::Quoted(value->value) + (plain ? "" : ": neither true nor false"),
         on ? "the volume is mounted with nobrowse" : "the volume is mounted with rdonly");
 }
 

@@ -32,11 +32,6 @@ static void Add(SysConfig &file, Verdict verdict, const char *about, size_t line
     file.report.findings.push_back({verdict, kFile, about, line, found, effect});
 }
 
-static std::string Quoted(std::string_view value)
-{
-    return "\"" + tools::Printable(value) + "\"";
-}
-
 static size_t LineOf(const SysConfig &file, const KeyValue &value)
 {
     return LineAt(file.content, value.offset);
@@ -104,7 +99,8 @@ static void CheckRepeated(SysConfig &file, const char *key, size_t counts)
 static void CheckTab(SysConfig &file, const char *key, const std::string &value, size_t line)
 {
     if (value.find('\t') != std::string::npos)
-        Add(file, Verdict::Fail, key, line, Quoted(value) + ": a tab", "it stays in the value");
+        Add(file, Verdict::Fail, key, line, tools::Quoted(value) + ": a tab",
+            "it stays in the value");
 }
 
 // ---- The steps of a run ----
@@ -140,12 +136,12 @@ static bool CheckRun(SysConfig &file)
     CheckRepeated(file, kKey, line);
     const std::string lower = Lower(run->value);
     if (lower == "yes") {
-        Add(file, Verdict::Pass, kKey, line, Quoted(run->value), "the setup package is run");
+        Add(file, Verdict::Pass, kKey, line, tools::Quoted(run->value), "the setup package is run");
         return true;
     }
     const bool meantOff = lower == "no" || lower == "false" || lower == "0" || lower == "off";
     Add(file, meantOff ? Verdict::Pass : Verdict::Warn, kKey, line,
-        Quoted(run->value) + (meantOff ? "" : ": not yes"), "no setup package is run");
+        tools::Quoted(run->value) + (meantOff ? "" : ": not yes"), "no setup package is run");
     return false;
 }
 
@@ -164,9 +160,9 @@ static bool CheckPath(SysConfig &file)
     if (value.empty())
         Add(file, Verdict::Warn, kKey, line, "empty", "the file is looked for in /Volumes/ itself");
     else if (value.front() == '/' || value.back() == '/')
-        Add(file, Verdict::Warn, kKey, line, Quoted(value) + ": a slash at an end", effect);
+        Add(file, Verdict::Warn, kKey, line, tools::Quoted(value) + ": a slash at an end", effect);
     else
-        Add(file, Verdict::Pass, kKey, line, Quoted(value), effect);
+        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value), effect);
     return true;
 }
 
@@ -212,7 +208,7 @@ static bool CheckName(SysConfig &file)
             "the package's volume has a path of " + std::to_string(volume.size()) + " bytes",
             "more than 1017 are too many: the package is not opened");
     } else {
-        Add(file, Verdict::Pass, kKey, line, Quoted(value),
+        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value),
             "it is opened; then up to 30 s for " + tools::Printable(volume));
     }
     CheckCommands(
@@ -252,13 +248,13 @@ static void CheckOnce(SysConfig &file)
     CheckRepeated(file, kKey, line);
     const std::string &value = file.request.once->value;
     if (Lower(value) == "yes") {
-        Add(file, Verdict::Pass, kKey, line, Quoted(value),
+        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value),
             "the request is switched off after a run");
         CheckRewrite(file);
     } else {
         const bool meant = Lower(value) == "no";
         Add(file, meant ? Verdict::Pass : Verdict::Warn, kKey, line,
-            Quoted(value) + (meant ? "" : ": not yes"), "the package is run at every mount");
+            tools::Quoted(value) + (meant ? "" : ": not yes"), "the package is run at every mount");
     }
 }
 

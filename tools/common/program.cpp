@@ -99,4 +99,9 @@ std::string Printable(std::string_view bytes)
     return text;
 }
 
+std::string Quoted(std::string_view bytes)
+{
+    return "\"" + Printable(bytes) + "\"";
+}
+
 }  // namespace tools

@@ -37,6 +37,9 @@ bool WriteWholeFile(const std::string &path, std::string_view content);
 // \xNN. Valid UTF-8 stays.
 std::string Printable(std::string_view bytes);
 
+// The same in double quotes.
+std::string Quoted(std::string_view bytes);
+
 // How many bytes at the start of `bytes` make one character of UTF-8; 0 when they make none.
 size_t Utf8Length(std::string_view bytes);
 

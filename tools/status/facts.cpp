@@ -13,7 +13,7 @@
 #include "src/Kestrun.h"
 #include "tamrik/tamrik.h"
 #include "tools/common/program.h"
-#include "tools/status/commands.h"
+#include "tools/common/commands.h"
 #include "tools/status/daemon.h"
 
 namespace kstatus
@@ -50,15 +50,15 @@ static void GatherPeople(Facts *facts)
 {
     if (!facts->daemons.empty()) {
         const std::string pid = std::to_string(facts->daemons[0].pid);
-        facts->daemonUser =
-            FirstLine(CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
+        facts->daemonUser = FirstLine(
+            tools::CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
         if (facts->daemonUser.empty())
             facts->unknown.emplace_back("the daemon's user");
     }
-    facts->consoleUser = FirstLine(CommandOutput(kConsoleCommand));
+    facts->consoleUser = FirstLine(tools::CommandOutput(kConsoleCommand));
     if (facts->consoleUser.empty())
         facts->unknown.emplace_back("the console's owner");
-    facts->finder = !CommandOutput(kFinderCommand).empty();
+    facts->finder = !tools::CommandOutput(kFinderCommand).empty();
 }
 
 // Whether `place` is that of the volume or of a duplicate of it ("Orvanta 1").

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "tools/status/commands.h"
+#include "tools/common/commands.h"
 #include "tools/status/system.h"
 
 namespace kstatus
@@ -53,7 +53,7 @@ static std::optional<long> SecondsOf(const std::string &age)
 
 bool FindDaemons(std::vector<Daemon> *daemons)
 {
-    std::istringstream lines(CommandOutput("ps -A -o pid=,ppid=,etime=,comm="));
+    std::istringstream lines(tools::CommandOutput("ps -A -o pid=,ppid=,etime=,comm="));
     std::vector<ProcessLine> processes;
     ProcessLine process;
     for (std::string line; std::getline(lines, line);) {
@@ -96,7 +96,7 @@ static bool TakeMountLine(const std::string &line, Volume *volume)
 bool ListVolumes(std::vector<Volume> *volumes)
 {
     const char kVolumes[] = "/Volumes/";
-    std::istringstream lines(CommandOutput("mount"));
+    std::istringstream lines(tools::CommandOutput("mount"));
     bool listed = false;
     Volume volume;
     for (std::string line; std::getline(lines, line);) {

@@ -1,9 +1,9 @@
 // commands.cpp - see commands.h.
-#include "tools/status/commands.h"
+#include "tools/common/commands.h"
 
 #include <cstdio>
 
-namespace kstatus
+namespace tools
 {
 
 std::string CommandOutput(const std::string &command)
@@ -19,4 +19,4 @@ std::string CommandOutput(const std::string &command)
     return output;
 }
 
-}  // namespace kstatus
+}  // namespace tools

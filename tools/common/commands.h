@@ -1,16 +1,16 @@
 // commands.h - what shell commands print.
-#ifndef TOOLS_STATUS_COMMANDS_H
-#define TOOLS_STATUS_COMMANDS_H
+#ifndef TOOLS_COMMON_COMMANDS_H
+#define TOOLS_COMMON_COMMANDS_H
 
 #include <string>
 
-namespace kstatus
+namespace tools
 {
 
 // All that `command` prints to standard output; what it prints to standard error is dropped. Empty
 // when it prints nothing or cannot be run.
 std::string CommandOutput(const std::string &command);
 
-}  // namespace kstatus
+}  // namespace tools
 
 #endif
