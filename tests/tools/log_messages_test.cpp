@@ -129,6 +129,30 @@ TEST_CASE("of a cut message as much as there is must agree")
     CHECK(event("RunShellProgram exit true.(abc", false) == klog::Event::None);
     CHECK(event("system failed 3 time, return 256[Unk", true) == klog::Event::ShellStatus);
     CHECK(event("something else", true) == klog::Event::None);
+    CHECK(event("system failed 3 time, ret", true) == klog::Event::ShellStatus);
+    CHECK(event("system failed 3 times", true) == klog::Event::None);
+    const auto volume = [](const char *message) {
+        const klog::Found found =
+            klog::FindMessage("ActiveVolumeProgram:IsVolumeExist", message, true);
+        return found.message ? found.message->event : klog::Event::None;
+    };
+    CHECK(volume("opertor 12 time, IsVol") == klog::Event::VolumeThere);
+    CHECK(volume("opertor 12") == klog::Event::VolumeThere);
+    CHECK(volume("opertor ") == klog::Event::VolumeThere);
+    CHECK(volume("opertor x") == klog::Event::None);
+    CHECK(volume("opertor 12 times") == klog::Event::None);
+}
+
+TEST_CASE("a text that is all there is not taken for the beginning of a longer one")
+{
+    const auto text = [](const char *source, const char *message) {
+        const klog::Found found = klog::FindMessage(source, message, true);
+        return found.message ? found.message->text : std::string();
+    };
+    CHECK(text("ActiveVolumeProgram:ReadKeyValue", "ftell error") == "ftell error");
+    CHECK(text("ActiveVolumeProgram:ReadKeyValue", "ftell error in") == "ftell error in while");
+    CHECK(text("Kestrun:DiskMountCallback", "ps aux | aw").starts_with("<"));
+    CHECK(text("ActiveVolumeProgram:RunSDProgram", "ope").starts_with("open file ["));
 }
 
 TEST_CASE("a text, a function or a module that the daemon does not have is not known")

@@ -116,6 +116,28 @@ TEST_CASE("a last record without its line feed is not whole, unless it was cut")
     CHECK(ParseLog(cut).records[0].cut);
 }
 
+TEST_CASE("the beginning of a next record at the end of the file belongs to no message")
+{
+    const std::string cut = kHead + std::string(2047 - kHead.size(), 'x');
+    for (size_t size = 1; size < kNext.size() - 3; size++) {
+        const std::string next = kNext.substr(0, size);
+        CAPTURE(next);
+        const std::string begun = kHead + "a\n" + next;
+        const LogText log = ParseLog(begun);
+        REQUIRE(log.records.size() == 1);
+        CHECK(log.records[0].message == "a");
+        CHECK_FALSE(log.records[0].whole);
+        const std::string behindCut = cut + next;
+        const LogText joined = ParseLog(behindCut);
+        REQUIRE(joined.records.size() == 1);
+        CHECK(joined.records[0].message.size() == 2047 - kHead.size());
+        CHECK(joined.records[0].cut);
+    }
+    CHECK(Messages(kHead + "a\nb") == Texts{"1 a\nb"});
+    CHECK(Messages(kHead + "a\nline 2=x") == Texts{"1 a\nline 2=x"});
+    CHECK(Messages(kHead + "a\nline 2\n") == Texts{"1 a\nline 2"});
+}
+
 TEST_CASE("zero bytes before a record are counted and belong to none")
 {
     const std::string text = std::string(7, '\0') + kHead + "a\n" + std::string(3, '\0') + kNext;

@@ -392,6 +392,52 @@ TEST_CASE("entries find their exits, also where the function logs none")
     CHECK(calls == expected);
 }
 
+TEST_CASE(
+    "a last line of which the file has the beginning is no unknown text, and makes up nothing")
+{
+    LogBuilder log = UpToConsole();
+    log.Say("Kestrun:FindCommPort", "FindCommPort Enter");
+    log.Say("Kestrun:FindCommPort", "findCommPort failed, FindCommPort exit");
+    log.Mount("actvie == pname.....").Look().Opens("ps").Capture("recv [ 321 Finder.app\n]");
+    log.Mount("have some one login succ").Opens("open -a \"/Volumes/A/B.app/\"");
+    log.Mount("Run Orvanta Program success").Mount("DiskMountCallback exit");
+    log.Inserted();
+    const klog::LogText all = klog::ParseLog(log.text);
+    for (size_t i = 0; i < all.records.size(); i++) {
+        const size_t start = all.records[i].offset;
+        const size_t end = i + 1 < all.records.size() ? all.records[i + 1].offset : log.text.size();
+        const auto without = Sentences(log.text.substr(0, start));
+        const auto with = Sentences(log.text.substr(0, end));
+        for (size_t size = start + 1; size < end; size++) {
+            const std::string text = log.text.substr(0, size);
+            CAPTURE(text.substr(start));
+            const LogText parsed = klog::ParseLog(text);
+            CHECK(klog::TellStory(parsed).unknown.empty());
+            const auto told = Sentences(text);
+            CHECK((told == without || told == with));
+        }
+    }
+}
+
+TEST_CASE("a last line without its line feed tells what it says when all of it is there")
+{
+    LogBuilder log = UpToConsole();
+    log.Mount("are not same return.....");
+    log.text.pop_back();
+    CHECK(OnlySentence(log).starts_with("other-user "));
+    log.text.pop_back();
+    CHECK(OnlySentence(log).starts_with("unfinished "));
+}
+
+TEST_CASE("a last line that begins like none of the daemon's texts is unknown, whole or not")
+{
+    LogBuilder log = UpToConsole();
+    log.Mount("never wri");
+    log.text.pop_back();
+    const LogText parsed = klog::ParseLog(log.text);
+    CHECK(klog::TellStory(parsed).unknown.size() == 1);
+}
+
 TEST_CASE("a clock that was set back, cut lines and zero bytes are told")
 {
     LogBuilder log;

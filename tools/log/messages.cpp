@@ -86,15 +86,16 @@ static const char *const kOtherExits[] = {
 };
 // clang-format on
 
-// What an assembled text can begin with, by the function that logs it; an invalid format in it
-// leaves nothing.
-static bool IsPossible(const Message &message, std::string_view text)
+// Whether `text` is an assembled one, by how those of its function begin; an invalid format in it
+// leaves nothing. Of a `cut` one as much of the beginning as there is must agree.
+static bool IsPossible(const Message &message, std::string_view text, bool cut)
 {
     if (text.empty() || message.source == "Kestrun:FindCommPort")
         return true;
-    if (message.source == "Kestrun:DiskMountCallback")
-        return text.starts_with("ps aux | awk -v PID=");
-    return text.starts_with("open \"");
+    const std::string_view begin = message.source == "Kestrun:DiskMountCallback"
+                                       ? std::string_view("ps aux | awk -v PID=")
+                                       : std::string_view("open \"");
+    return text.starts_with(begin) || (cut && begin.starts_with(text));
 }
 
 static Bound BoundOf(std::string_view text)
@@ -242,10 +243,15 @@ static bool Matches(const Message &message, std::string_view rest, bool cut,
         const bool ends = i + 1 < count ? end != std::string_view::npos : rest.ends_with(literal);
         if (!ends && !cut)
             return false;
+        const bool number = message.conversions[i] == 'd';
         if (!ends)
-            end = rest.size();
+            end =
+                number ? std::min(rest.find_first_not_of("-0123456789"), rest.size()) : rest.size();
         const std::string_view value = rest.substr(0, end);
-        if (message.conversions[i] == 'd' && !IsNumber(value))
+        const bool unbegun = !ends && rest.empty();
+        if (number && !IsNumber(value) && !unbegun)
+            return false;
+        if (number && !ends && !EndsWithin(rest.substr(end), literal))
             return false;
         filled.push_back(value);
         if (!ends)
@@ -260,24 +266,31 @@ const std::vector<Message> &KnownMessages()
     return TheTable().messages;
 }
 
-Found FindMessage(std::string_view source, std::string_view message, bool cut)
+// The first of `candidates` that agrees.
+static Found FindAmong(const std::vector<const Message *> &candidates, std::string_view message,
+                       bool cut)
 {
     Found found;
-    const auto &bySource = TheTable().bySource;
-    const auto known = bySource.find(source);
-    if (known == bySource.end())
-        return found;
-    for (const Message *candidate : known->second) {
+    for (const Message *candidate : candidates) {
         found.filled.clear();
-        const bool matches = candidate->assembled ? IsPossible(*candidate, message)
+        const bool matches = candidate->assembled ? IsPossible(*candidate, message, cut)
                                                   : Matches(*candidate, message, cut, found.filled);
         if (matches) {
             found.message = candidate;
             return found;
         }
     }
-    found.filled.clear();
-    return found;
+    return {};
+}
+
+Found FindMessage(std::string_view source, std::string_view message, bool cut)
+{
+    const auto &bySource = TheTable().bySource;
+    const auto known = bySource.find(source);
+    if (known == bySource.end())
+        return {};
+    const Found whole = FindAmong(known->second, message, false);
+    return whole.message || !cut ? whole : FindAmong(known->second, message, true);
 }
 
 std::vector<std::string> MissingTexts()

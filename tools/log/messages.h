@@ -87,7 +87,7 @@ struct Found {
 };
 
 // Finds the text that `message`, said by `source`, was made from. Of a `cut` message as much as
-// there is must agree.
+// there is must agree, unless a text agrees as a whole.
 Found FindMessage(std::string_view source, std::string_view message, bool cut);
 
 // The texts that the story needs and the page does not have: none, or the program is at fault.

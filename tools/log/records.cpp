@@ -28,12 +28,13 @@ static bool TakeNumber(std::string_view &rest, long &number)
     return digits > 0;
 }
 
+static const char *const kBehindFields[6] = {"-", "-", " ", ":", ":", "   "};
+
 static bool TakeStamp(std::string_view &rest, Stamp &stamp)
 {
     long fields[6];
-    static const char *const kBehind[6] = {"-", "-", " ", ":", ":", "   "};
     for (size_t i = 0; i < 6; i++) {
-        if (!TakeNumber(rest, fields[i]) || fields[i] > 9999 || !TakeText(rest, kBehind[i]))
+        if (!TakeNumber(rest, fields[i]) || fields[i] > 9999 || !TakeText(rest, kBehindFields[i]))
             return false;
     }
     stamp = {static_cast<int>(fields[0]), static_cast<int>(fields[1]), static_cast<int>(fields[2]),
@@ -66,6 +67,29 @@ static bool ReadHeader(std::string_view text, Record &record, size_t &headerLeng
     return true;
 }
 
+// Takes as much of `text` as there is. False when `rest` goes on otherwise.
+static bool TakeBegin(std::string_view &rest, std::string_view text)
+{
+    return TakeText(rest, text.substr(0, rest.size()));
+}
+
+// Whether all of `text` can be the first part of the beginning of a record.
+static bool BeginsHeader(std::string_view text)
+{
+    std::string_view rest = text;
+    long number = 0;
+    if (!TakeBegin(rest, "line ") || (!TakeNumber(rest, number) && !rest.empty()) ||
+        !TakeBegin(rest, "==="))
+        return false;
+    for (const char *behind : kBehindFields) {
+        if ((!TakeNumber(rest, number) && !rest.empty()) || !TakeBegin(rest, behind))
+            return false;
+    }
+    while (!rest.empty() && IsNameChar(rest[0]))
+        rest.remove_prefix(1);
+    return std::string_view(" --- ").starts_with(rest);
+}
+
 namespace
 {
 
@@ -86,6 +110,11 @@ static void Close(Parser &parser, size_t end, bool cut)
     if (!parser.open)
         return;
     Record &record = parser.log.records.back();
+    const size_t cutAt = record.offset + kLengthMax;
+    if (!cut && cutAt < end && BeginsHeader(parser.text.substr(cutAt, end - cutAt))) {
+        end = cutAt;
+        cut = true;
+    }
     const bool fed = !cut && end > parser.messageStart && parser.text[end - 1] == '\n';
     record.message = parser.text.substr(parser.messageStart, end - parser.messageStart - fed);
     record.cut = cut || (!fed && end - record.offset == kLengthMax);
@@ -141,6 +170,11 @@ static void TakeLine(Parser &parser, size_t start, size_t end)
         Open(parser, header, at, headerLength, false, zeros);
     } else if (!parser.open) {
         parser.log.strayBytes += end - at;
+        return;
+    } else if (BeginsHeader(parser.text.substr(at, end - at))) {
+        // The file ends here. Whether it is a record that begins or text of the one before is open.
+        Close(parser, start, false);
+        parser.log.records.back().whole = false;
         return;
     }
     for (;;) {

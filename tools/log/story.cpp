@@ -139,6 +139,15 @@ static void NoteFile(Story &story, const LogText &log)
         " one more may have been logged");
 }
 
+// Whether the file's last record, which is no known text, can become one: it may still be written,
+// and where it ends in a line feed that can be one within its message. What it will say is open.
+static bool IsBegun(const Record &record)
+{
+    const bool fed = record.whole && !record.cut;
+    const std::string_view message(record.message.data(), record.message.size() + fed);
+    return message.empty() || FindMessage(record.source, message, true).message;
+}
+
 Story TellStory(const LogText &log)
 {
     Story story;
@@ -148,8 +157,9 @@ Story TellStory(const LogText &log)
     found.reserve(log.records.size());
     for (size_t index = 0; index < log.records.size(); index++) {
         const Record &record = log.records[index];
-        found.push_back(FindMessage(record.source, record.message, record.cut || !record.whole));
-        if (!found.back().message)
+        found.push_back(FindMessage(record.source, record.message, record.cut));
+        const bool last = index + 1 == log.records.size();
+        if (!found.back().message && !(last && IsBegun(record)))
             story.unknown.push_back({index});
         const auto start = FollowProcess(looked, log, index, BeginsRun(log, index, found.back()));
         if (start)
