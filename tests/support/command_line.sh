@@ -26,6 +26,21 @@ check() {
     fi
 }
 
+# lost_reader ARGUMENTS...: when nobody reads what it prints the program says so and ends with 2.
+lost_reader() {
+    {
+        sleep 0.2
+        local status=0
+        timeout 10 "$program" "$@" 2>"$here/said" </dev/null || status=$?
+        echo "$status" >"$here/status"
+    } | true
+    if [ "$(cat "$here/status")" -ne 2 ] || ! grep -qF 'standard output: Broken pipe' "$here/said"; then
+        fail "$(basename "$program") $*, no reader: status $(cat "$here/status"); it said:"
+        sed 's/^/    /' "$here/said"
+    fi
+    rm "$here/status"
+}
+
 # same FILE FILE: both hold the same.
 same() {
     diff "$1" "$2" || fail "$1 and $2 differ"

@@ -67,6 +67,8 @@ if [ -w /dev/full ]; then
         [ "$status" -eq 2 ] || fail "a full output, $option: status $status"
     done
 fi
+lost_reader --help
+lost_reader config
 
 before=$(find . -type f ! -name said -exec cksum {} + | sort)
 check 0 'PASS' config SysConfig.dat

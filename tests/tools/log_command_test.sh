@@ -52,6 +52,11 @@ if [ -w /dev/full ]; then
         [ "$status" -eq 2 ] || fail "a full output, $option: status $status"
     done
 fi
+lost_reader --help
+lost_reader --version
+lost_reader "$logs/plugged-in-later.log"
+lost_reader --json "$logs/plugged-in-later.log"
+lost_reader --follow "$logs/plugged-in-later.log"
 if [ "$(id -u)" -eq 0 ] && command -v setpriv >/dev/null; then
     chmod 755 .
     cp "$logs/plugged-in-later.log" locked && chmod 000 locked

@@ -2,6 +2,7 @@
 #include "tools/common/program.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -16,6 +17,7 @@ int CouldNot(const char *program, const std::string &message)
 
 int Say(const char *program, std::string_view text, int status)
 {
+    (void)signal(SIGPIPE, SIG_IGN);  // else it ends the program without a word
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
         return CouldNot(program, std::string("standard output: ") + strerror(errno));
     return status;

@@ -37,4 +37,9 @@ if [ -w /dev/full ]; then
         [ "$status" -eq 2 ] || { echo "a full output, $option: status $status" && failed=1; }
     done
 fi
+for option in --json --help --version; do
+    said=$({ { sleep 0.2; status=0; "$program" "$option" 2>&3 || status=$?; echo "$status" >&3; } | true; } 3>&1)
+    [ "$said" = "kestrun-status: standard output: Broken pipe
+2" ] || { echo "no reader, $option: $said" && failed=1; }
+done
 exit "$failed"
