@@ -64,6 +64,38 @@ TEST_CASE("bytes for people: UTF-8 stays, the rest is written by its number")
     CHECK(tools::Printable(std::string_view("\0", 1)) == "\\x00");
 }
 
+TEST_CASE("bytes for people: characters that steer a terminal, reorder a line or are none stay out")
+{
+    struct Row {
+        const char *bytes, *text;
+    };
+    const Row rows[] = {
+        {"\xC2\x80", "\\xC2\\x80"},
+        {"\xC2\x9B", "\\xC2\\x9B"},
+        {"\xC2\x9F", "\\xC2\\x9F"},
+        {"\xC2\xA0", "\xC2\xA0"},
+        {"\xE2\x80\x8A", "\xE2\x80\x8A"},
+        {"\xE2\x80\x8B", "\\xE2\\x80\\x8B"},
+        {"\xE2\x80\x8F", "\\xE2\\x80\\x8F"},
+        {"\xE2\x80\x90", "\xE2\x80\x90"},
+        {"\xE2\x80\xA7", "\xE2\x80\xA7"},
+        {"\xE2\x80\xA8", "\\xE2\\x80\\xA8"},
+        {"\xE2\x80\xAE", "\\xE2\\x80\\xAE"},
+        {"\xE2\x80\xAF", "\xE2\x80\xAF"},
+        {"\xE2\x81\xA0", "\\xE2\\x81\\xA0"},
+        {"\xE2\x81\xAF", "\\xE2\\x81\\xAF"},
+        {"\xE2\x81\xB0", "\xE2\x81\xB0"},
+        {"\xEF\xBB\xBF", "\\xEF\\xBB\\xBF"},
+        {"\xEF\xBF\xBD", "\xEF\xBF\xBD"},
+        {"\xEF\xBF\xBE", "\\xEF\\xBF\\xBE"},
+        {"\xEF\xBF\xBF", "\\xEF\\xBF\\xBF"},
+        {"\xF0\x9F\xBF\xBF", "\\xF0\\x9F\\xBF\\xBF"},
+        {"\xF0\x9F\xBF\xBD", "\xF0\x9F\xBF\xBD"},
+    };
+    for (const Row &row : rows)
+        CHECK(tools::Printable(row.bytes) == row.text);
+}
+
 TEST_CASE("UTF-8: the shortest form only, no halves of pairs, nothing above the last character")
 {
     struct Row {

@@ -37,7 +37,18 @@ check 2 ': No such file or directory' --svg '' "$logs/plugged-in-later.log"
 check 2 'Is a directory' --svg . "$logs/plugged-in-later.log"
 check 2 'usage: kestrun-log' --follow -
 check 2 'Is a directory' --follow .
-for log in nothing foreign random "$logs"/*.log; do
+# Every byte, and characters that are valid UTF-8 and no text, in the command of the sentence.
+{
+    sed '/RunShellProgram --- RunShellProgram exit true.(open/,$d' "$logs/plugged-in-later.log"
+    printf 'line 63===2026-11-21 14:49:18   Process:RunShellProgram --- RunShellProgram exit true.(open '
+    for byte in $(seq 1 9) $(seq 11 255); do
+        # shellcheck disable=SC2059  # the format is the byte
+        printf "\\x$(printf %x "$byte")"
+    done
+    printf '\xEF\xBF\xBE\xEF\xBF\xBF\xC2\x9B)\n'
+} >bytes
+check 0 '=> Opened:' bytes
+for log in nothing foreign random bytes "$logs"/*.log; do
     status=0
     "$program" --json --calls --svg picture.svg "$log" >said || status=$?
     [ "$status" -le 1 ] || fail "$log: status $status"

@@ -81,22 +81,53 @@ size_t Utf8Length(std::string_view bytes)
     return bytes.size() >= length && IsProperSequence(bytes, length) ? length : 0;
 }
 
+// The character that the `length` bytes make.
+static char32_t CharacterOf(std::string_view bytes, size_t length)
+{
+    const auto first = static_cast<unsigned char>(bytes[0]);
+    char32_t character = length == 1 ? first : first & (0x7F >> length);
+    for (size_t i = 1; i < length; i++)
+        character = character << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3F);
+    return character;
+}
+
+// Whether the character is seen, or is a gap, and changes nothing around it: no control character, none
+// that turns or joins the text beside it, and none of those that never are characters.
+static bool HasPicture(char32_t character)
+{
+    static const char32_t kWithout[][2] = {
+        {0x00, 0x1F},     {0x7F, 0x9F},     {0x200B, 0x200F},
+        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF},
+    };
+    for (const auto &range : kWithout) {
+        if (character >= range[0] && character <= range[1])
+            return false;
+    }
+    return (character & 0xFFFE) != 0xFFFE;
+}
+
+static void AppendNumbers(std::string &text, std::string_view bytes)
+{
+    for (const char byte : bytes) {
+        char escape[8];
+        snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
+        text += escape;
+    }
+}
+
 std::string Printable(std::string_view bytes)
 {
     std::string text;
     while (!bytes.empty()) {
-        const auto byte = static_cast<unsigned char>(bytes[0]);
-        const size_t length = byte < ' ' || byte == 0x7F ? 0 : Utf8Length(bytes);
-        char escape[8];
-        if (byte == '\n') {
+        const size_t length = Utf8Length(bytes);
+        const std::string_view taken = bytes.substr(0, length > 0 ? length : 1);
+        if (bytes[0] == '\n')
             text += "\\n";
-        } else if (length > 0) {
-            text.append(bytes.substr(0, length));
-        } else {
-            snprintf(escape, sizeof escape, "\\x%02X", byte);
-            text += escape;
-        }
-        bytes.remove_prefix(length > 0 ? length : 1);
+        else if (length > 0 && HasPicture(CharacterOf(bytes, length)))
+            text.append(taken);
+        else
+            AppendNumbers(text, taken);
+        bytes.remove_prefix(taken.size());
     }
     return text;
 }

@@ -33,8 +33,8 @@ std::optional<std::string> ReadWholeFile(const std::string &path);
 // when that did not work.
 bool WriteWholeFile(const std::string &path, std::string_view content);
 
-// `bytes` as a person can read them on one line: line feeds as \n, other bytes without a picture as
-// \xNN. Valid UTF-8 stays.
+// `bytes` as a person can read them on one line: line feeds as \n; other bytes that are no character, or
+// one without a picture (it steers a terminal, or reorders the line), as \xNN. Other UTF-8 stays.
 std::string Printable(std::string_view bytes);
 
 // The same in double quotes.
