@@ -37,6 +37,8 @@ check 2 ': No such file or directory' --svg '' "$logs/plugged-in-later.log"
 check 2 'Is a directory' --svg . "$logs/plugged-in-later.log"
 check 2 'usage: kestrun-log' --follow -
 check 2 'Is a directory' --follow .
+check 2 'nothing/log: Not a directory' --follow nothing/log
+check 2 ': No such file or directory' --follow ''
 # Every byte, and characters that are valid UTF-8 and no text, in the command of the sentence.
 {
     sed '/RunShellProgram --- RunShellProgram exit true.(open/,$d' "$logs/plugged-in-later.log"
@@ -48,7 +50,17 @@ check 2 'Is a directory' --follow .
     printf '\xEF\xBF\xBE\xEF\xBF\xBF\xC2\x9B)\n'
 } >bytes
 check 0 '=> Opened:' bytes
-for log in nothing foreign random bytes "$logs"/*.log; do
+
+# A log that went through an editor or a mail program tells the same, with a note on what became of it.
+{
+    printf '\xEF\xBB\xBF'
+    sed 's/$/\r/' "$logs/plugged-in-later.log"
+} >mailed
+check 0 'every line ends in CR LF: ' mailed
+grep -v '^the file begins with a byte-order mark: \|^every line ends in CR LF: ' said |
+    cmp -s - "$logs/plugged-in-later.txt" || fail 'a log with CR LF tells something else'
+check 0 'every line ends in CR LF: ' --json mailed
+for log in nothing foreign random bytes mailed "$logs"/*.log; do
     status=0
     "$program" --json --calls --svg picture.svg "$log" >said || status=$?
     [ "$status" -le 1 ] || fail "$log: status $status"
@@ -71,10 +83,14 @@ lost_reader --follow "$logs/plugged-in-later.log"
 if [ "$(id -u)" -eq 0 ] && command -v setpriv >/dev/null; then
     chmod 755 .
     cp "$logs/plugged-in-later.log" locked && chmod 000 locked
-    status=0
-    setpriv --reuid=65534 --clear-groups "$program" locked 2>said || status=$?
-    { [ "$status" -eq 2 ] && grep -q 'locked: Permission denied' said; } ||
-        [ "$status" -eq 126 ] || [ "$status" -eq 127 ] || fail "a locked log: status $status"
+    mkdir -m 700 closed
+    for options in locked '--follow locked' '--follow closed/log'; do
+        status=0
+        # shellcheck disable=SC2086  # a list of words
+        setpriv --reuid=65534 --clear-groups "$program" $options 2>said || status=$?
+        { [ "$status" -eq 2 ] && grep -q ': Permission denied' said; } ||
+            [ "$status" -eq 126 ] || [ "$status" -eq 127 ] || fail "a locked log: status $status"
+    done
 fi
 
 # A log at its cap is explained within a second of the processor's time (the machine may be busy), when it

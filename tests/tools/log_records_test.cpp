@@ -149,6 +149,33 @@ TEST_CASE("zero bytes before a record are counted and belong to none")
     CHECK(log.strayBytes == 0);
 }
 
+TEST_CASE("what an editor or a mail program puts into a log is taken out, and told")
+{
+    struct Row {
+        std::string content, restored;
+        size_t notes;
+    };
+    const std::string twoLines = kHead + "recv [x\n]\n" + kNext;
+    const std::string mark = "\xEF\xBB\xBF";
+    const Row rows[] = {
+        {"", "", 0},
+        {twoLines, twoLines, 0},
+        {kHead + "a\r\n" + kNext, kHead + "a\r\n" + kNext, 0},
+        {kHead + "a\r", kHead + "a\r", 0},
+        {mark + twoLines, twoLines, 1},
+        {kHead + "recv [x\r\n]\r\nline 2", kHead + "recv [x\n]\nline 2", 1},
+        {mark + kHead + "a\rb\r\n\r\n", kHead + "a\rb\n\n", 2},
+        {"\r\n", "\n", 1},
+        {mark, "", 1},
+    };
+    for (const Row &row : rows) {
+        CAPTURE(row.content);
+        std::string content = row.content;
+        CHECK(klog::UndoConversions(content).size() == row.notes);
+        CHECK(content == row.restored);
+    }
+}
+
 TEST_CASE("an empty file and one without a record have none")
 {
     CHECK(ParseLog("").records.empty());

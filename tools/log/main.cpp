@@ -5,6 +5,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <getopt.h>
 #include <sys/stat.h>
@@ -45,13 +46,20 @@ struct Arguments {
 
 }  // namespace
 
+static int CouldNotRead(const Arguments &arguments)
+{
+    return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+}
+
 static int Explain(const Arguments &arguments)
 {
-    const auto content = tools::ReadWholeFile(arguments.log);
+    auto content = tools::ReadWholeFile(arguments.log);
     if (!content)
-        return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+        return CouldNotRead(arguments);
+    const std::vector<std::string> notes = klog::UndoConversions(*content);
     const klog::LogText log = klog::ParseLog(*content);
-    const klog::Story story = klog::TellStory(log);
+    klog::Story story = klog::TellStory(log);
+    story.notes.insert(story.notes.begin(), notes.begin(), notes.end());
     const std::string text = arguments.json ? klog::RenderJson(log, story)
                                             : klog::RenderText(log, story, arguments.text);
     if (arguments.svg && !tools::WriteWholeFile(*arguments.svg, klog::RenderSvg(log, story)))
@@ -60,24 +68,29 @@ static int Explain(const Arguments &arguments)
                       klog::HasFindings(story) ? tools::kExitFound : tools::kExitFine);
 }
 
-// Returns when the file cannot be read at first, or nobody takes the output any more. One that is
-// not there is waited for.
+// Returns when the file cannot be read, or nobody takes the output any more. One that is not there is
+// waited for.
 static int Follow(const Arguments &arguments)
 {
     klog::Shown shown;
     struct stat before = {};
     for (;; usleep(kFollowPause)) {
         struct stat now = {};
-        if (stat(arguments.log.c_str(), &now) != 0)
+        if (stat(arguments.log.c_str(), &now) != 0) {
+            if (errno != ENOENT || arguments.log.empty())
+                return CouldNotRead(arguments);
             continue;
+        }
         // A time of change counts in seconds: within one the file may change and keep its size.
         const bool old = now.st_mtime < time(nullptr) - 1;
         if (old && now.st_size == before.st_size && now.st_ino == before.st_ino &&
             now.st_mtime == before.st_mtime)
             continue;
         const auto content = tools::ReadWholeFile(arguments.log);
+        if (!content && errno == ENOENT)
+            continue;
         if (!content)
-            return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+            return CouldNotRead(arguments);
         if (now.st_ino != before.st_ino)
             shown = {};
         before = now;

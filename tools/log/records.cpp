@@ -201,6 +201,39 @@ LogText ParseLog(std::string_view text)
     return std::move(parser.log);
 }
 
+static bool EndsAllInCrLf(std::string_view content)
+{
+    size_t feed = content.find('\n');
+    const bool any = feed != std::string_view::npos;
+    while (feed != std::string_view::npos) {
+        if (feed == 0 || content[feed - 1] != '\r')
+            return false;
+        feed = content.find('\n', feed + 1);
+    }
+    return any;
+}
+
+std::vector<std::string> UndoConversions(std::string &content)
+{
+    std::vector<std::string> notes;
+    if (content.starts_with("\xEF\xBB\xBF")) {
+        content.erase(0, 3);
+        notes.emplace_back(
+            "the file begins with a byte-order mark: another program than the daemon wrote it");
+    }
+    if (EndsAllInCrLf(content)) {
+        size_t kept = 0;
+        for (size_t i = 0; i < content.size(); i++) {
+            if (content[i] != '\r' || i + 1 == content.size() || content[i + 1] != '\n')
+                content[kept++] = content[i];
+        }
+        content.resize(kept);
+        notes.emplace_back(
+            "every line ends in CR LF: another program than the daemon wrote the file");
+    }
+    return notes;
+}
+
 std::string Sortable(const Stamp &stamp)
 {
     char text[64];

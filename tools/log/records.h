@@ -45,6 +45,10 @@ struct LogText {
     size_t strayBytes = 0;  // before the first record, zero bytes not counted
 };
 
+// Takes out of `content` what an editor or a mail program put in: a byte-order mark at its start and,
+// where every line ends in CR LF, the carriage returns before the line feeds. Returns a note on each.
+std::vector<std::string> UndoConversions(std::string &content);
+
 // Takes `text` apart. The records point into `text`, which the caller keeps.
 LogText ParseLog(std::string_view text);
 
