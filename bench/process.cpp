@@ -176,6 +176,14 @@ long ParentOf(long pid)
                : strtol(stat.c_str() + name + 3, nullptr, 10);
 }
 
+// A process that has ended bears its name until its parent asks for its end.
+bool HasEnded(long pid)
+{
+    Process process;
+    process.pid = static_cast<pid_t>(pid);
+    return StateOf(process) == 'Z';
+}
+
 // Where the namespace cannot be read, the process counts as one of this system.
 bool IsOfThisSystem(const std::string &folder)
 {
@@ -221,7 +229,8 @@ std::vector<long> FindDaemons()
     for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
         const std::string folder = entry.path();
         const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
-        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder))
+        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder) &&
+            !HasEnded(pid))
             daemons.push_back(pid);
     }
     std::ranges::sort(daemons);

@@ -8,6 +8,9 @@
 #include <cstring>
 #include <ctime>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "Common/INI.h"
 #include "src/ActiveVolumeProgram.h"
 #include "src/Kestrun.h"
@@ -27,16 +30,35 @@ static std::string FirstLine(const std::string &text)
     return text.substr(0, text.find('\n'));
 }
 
-static void GatherConfiguration(Facts *facts)
+// Why the file at `path` cannot be read here; empty when it can, or is not there. The daemon may be
+// allowed what this user is not.
+static std::string ProblemOf(const char *path)
+{
+    struct stat info = {};
+    if (stat(path, &info) == 0) {
+        if (S_ISFIFO(info.st_mode))  // whoever opens it waits for a writer
+            return "Not a regular file";
+        if (access(path, R_OK) == 0)
+            return "";
+    }
+    return errno == ENOENT || errno == ENOTDIR ? "" : strerror(errno);
+}
+
+void ReadConfiguration(Facts *facts, const char *path)
 {
     char name[kVolumeNameSize] = "";
     const char *configured = kDefaultVolumeName;
-    facts->configured = SetIniFileName(kConfigFile);
+    facts->configProblem = ProblemOf(path);
+    if (!facts->configProblem.empty()) {
+        facts->unknown.push_back("what the configuration says: " + facts->configProblem);
+        return;
+    }
+    facts->configured = SetIniFileName(path);
     if (facts->configured)
         configured = ReadString(kConfigSection, "name", kDefaultVolumeName);
     strncpy_s(name, sizeof name, configured, sizeof name - 1);
     facts->volumeName = name;
-    facts->hidden = IsKeyValueCaseEqual(kConfigFile, kConfigSection, "disable_cdrom", "true");
+    facts->hidden = IsKeyValueCaseEqual(path, kConfigSection, "disable_cdrom", "true");
 }
 
 static void GatherPort(Facts *facts)
@@ -48,13 +70,18 @@ static void GatherPort(Facts *facts)
 
 static void GatherPeople(Facts *facts)
 {
-    if (!facts->daemons.empty()) {
-        const std::string pid = std::to_string(facts->daemons[0].pid);
-        facts->daemonUser = FirstLine(
+    for (Daemon &daemon : facts->daemons) {
+        const std::string pid = std::to_string(daemon.pid);
+        daemon.user = FirstLine(
             tools::CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
-        if (facts->daemonUser.empty())
+        if (daemon.user.empty())
             facts->unknown.emplace_back("the daemon's user");
     }
+    const bool same = std::ranges::all_of(facts->daemons, [&](const Daemon &daemon) {
+        return daemon.user == facts->daemons[0].user;
+    });
+    if (same && !facts->daemons.empty())
+        facts->daemonUser = facts->daemons[0].user;
     facts->consoleUser = FirstLine(tools::CommandOutput(kConsoleCommand));
     if (facts->consoleUser.empty())
         facts->unknown.emplace_back("the console's owner");
@@ -84,16 +111,6 @@ static void GatherVolumes(Facts *facts)
     }
 }
 
-static int64_t LocalNow()
-{
-    const time_t now = time(nullptr);
-    struct tm local = {};
-    (void)localtime_r(&now, &local);
-    const klog::Stamp stamp{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                            local.tm_hour,        local.tm_min,     local.tm_sec};
-    return klog::Seconds(stamp).value_or(0);
-}
-
 static void GatherLog(Facts *facts)
 {
     LogFacts &log = facts->log;
@@ -109,7 +126,7 @@ static void GatherLog(Facts *facts)
         const klog::Record &last = parsed.records.back();
         log.number = last.number;
         log.text = FirstLine(std::string(last.source) + " --- " + std::string(last.message));
-        const std::optional<int64_t> at = klog::Seconds(last.stamp);
+        const std::optional<int64_t> at = TimeOf(last.stamp);
         if (at)
             log.age = facts->now - *at;
     }
@@ -118,19 +135,23 @@ static void GatherLog(Facts *facts)
     const Daemon &daemon = facts->daemons[0];
     log.stale =
         daemon.age && log.age && *daemon.age > kStartGrace && *log.age > *daemon.age + kStartGrace;
+    if (facts->daemons.size() > 1)
+        return;  // whose lines are whose the log does not tell
     facts->waiting = InferWaiting(log.stale ? std::vector<klog::Record>() : parsed.records, daemon);
+    if (facts->waiting.since && *facts->waiting.since > facts->now)
+        facts->waiting.since.reset();  // the clock was set back meanwhile
 }
 
 Facts GatherFacts()
 {
     Facts facts;
-    facts.now = LocalNow();
+    facts.now = time(nullptr);
     PrepareCommands();
     if (!FindDaemons(&facts.daemons))
         facts.unknown.emplace_back("the processes");
     GatherLog(&facts);
     GatherPeople(&facts);
-    GatherConfiguration(&facts);
+    ReadConfiguration(&facts, kConfigFile);
     GatherPort(&facts);
     GatherVolumes(&facts);
     return facts;
@@ -144,6 +165,8 @@ static bool HasOption(const Volume &volume, const std::string &option)
 static void FindWrongMounts(const Facts &facts, std::vector<std::string> *wrongs)
 {
     const std::string option = ShownOption(facts.hidden);
+    if (!facts.configProblem.empty())
+        return;
     if (!facts.port.empty() && facts.volumes.empty())
         wrongs->push_back("the modem's port is there, and its volume \"" + facts.volumeName +
                           "\" is not mounted");
@@ -157,7 +180,8 @@ static void FindWrongMounts(const Facts &facts, std::vector<std::string> *wrongs
 static void FindWrongPeople(const Facts &facts, std::vector<std::string> *wrongs)
 {
     const bool modem = !facts.port.empty() || !facts.volumes.empty();
-    if (modem && !facts.daemons.empty() && facts.daemonUser != facts.consoleUser)
+    const bool several = facts.daemons.size() > 1 && facts.daemonUser.empty();
+    if (modem && !facts.daemons.empty() && !several && facts.daemonUser != facts.consoleUser)
         wrongs->push_back("the modem is there, and nothing is opened: the console is " +
                           (facts.consoleUser.empty() ? "nobody" : facts.consoleUser) +
                           "'s, the daemon runs as " +
@@ -187,7 +211,8 @@ std::vector<std::string> FindWrongs(const Facts &facts)
     if (!facts.daemons.empty() && facts.log.missing)
         wrongs.emplace_back("the daemon runs, and it has no log");
     if (facts.log.stale)
-        wrongs.emplace_back("the log is older than the daemon: it cannot write there");
+        wrongs.emplace_back(
+            "the log is older than the daemon: it cannot write there, or the clock was set");
     FindWrongMounts(facts, &wrongs);
     FindWrongPeople(facts, &wrongs);
     FindWrongTries(facts, &wrongs);

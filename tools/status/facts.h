@@ -18,28 +18,34 @@ struct LogFacts {
     bool missing = false;        // there is no such file
     long number = 0;             // of the last record in the file; 0 when there is none
     std::string text;            // "Kestrun:main --- ..." of it, its first line
-    std::optional<int64_t> age;  // its seconds
+    std::optional<int64_t> age;  // its seconds; below 0 when it is ahead of the clock
     bool stale = false;          // it is older than the daemon that runs
 };
 
 struct Facts {
     std::vector<Daemon> daemons;
-    std::string daemonUser;   // as the daemon itself is told; empty when nobody knows
+    std::string
+        daemonUser;  // of all of them, as the daemon itself is told; empty when nobody knows,
+                     // or they run as several
     std::string consoleUser;  // the same
     bool finder = false;
     bool configured = false;      // there is a configuration file
+    std::string configProblem;    // why it cannot be read; then name and option are not known
     std::string volumeName;       // as the daemon reads it
     bool hidden = false;          // mounted "nobrowse", as the daemon reads it
     std::string port;             // the modem's serial port; empty when there is none
     std::vector<Volume> volumes;  // those of that name, numbered ones included
     LogFacts log;
     Waiting waiting;
-    int64_t now = 0;                   // local time, as klog::Seconds gives it
+    int64_t now = 0;                   // seconds since 1970
     std::vector<std::string> unknown;  // what could not be found out, in plain words
 };
 
 // Looks at everything once.
 Facts GatherFacts();
+
+// Takes from the configuration at `path` what the daemon would.
+void ReadConfiguration(Facts *facts, const char *path);
 
 // What is wrong, in plain words; nothing when all is as it should be.
 std::vector<std::string> FindWrongs(const Facts &facts);

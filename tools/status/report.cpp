@@ -36,8 +36,8 @@ static std::string DaemonText(const Facts &facts)
         return Line("daemon", "does not run");
     std::string text;
     for (const Daemon &daemon : facts.daemons) {
-        text += Line("daemon", "runs as " + Known(facts.daemonUser) + ", process " +
-                                   std::to_string(daemon.pid));
+        text += Line("daemon",
+                     "runs as " + Known(daemon.user) + ", process " + std::to_string(daemon.pid));
     }
     return text;
 }
@@ -49,6 +49,8 @@ static std::string VolumeText(const Facts &facts)
         text += Line("volume", volume.place + ", mounted by " + volume.by + " from " +
                                    volume.source + " with " + Joined(volume.options));
     }
+    if (!facts.configProblem.empty())
+        return Line("volume", "not known: its name stands in the configuration");
     if (text.empty())
         text = Line("volume", "\"" + facts.volumeName + "\" is not mounted");
     return text;
@@ -60,20 +62,34 @@ static std::string LogText(const LogFacts &log)
         return Line("log", std::string(kLogFile) + ": " + log.problem);
     if (log.number == 0)
         return Line("log", std::string(kLogFile) + " holds no line");
-    const std::string age =
-        log.age ? std::to_string(*log.age) + " s old" : std::string("of unknown age");
+    std::string age = "of unknown age";
+    if (log.age && *log.age >= 0)
+        age = std::to_string(*log.age) + " s old";
+    else if (log.age)
+        age = std::to_string(-*log.age) + " s ahead of the clock";
     return Line("log", "line " + std::to_string(log.number) + ", " + age + ": " + log.text);
+}
+
+static const char *Option(const Facts &facts)
+{
+    return facts.hidden ? "nobrowse" : "rdonly";
+}
+
+static std::string ConfigText(const Facts &facts)
+{
+    if (!facts.configProblem.empty())
+        return Line("config", std::string(kConfigFile) + ": " + facts.configProblem);
+    return Line("config", "volume \"" + facts.volumeName + "\", mounted " + Option(facts) +
+                              (facts.configured ? "" : "; there is no file, the defaults hold"));
 }
 
 std::string ReportText(const Facts &facts)
 {
-    const char *option = facts.hidden ? "nobrowse" : "rdonly";
     std::string text = DaemonText(facts);
     text += Line("console", facts.consoleUser.empty() ? "nobody knows whose it is"
                                                       : "belongs to " + facts.consoleUser);
     text += Line("Finder", facts.finder ? "runs" : "does not run");
-    text += Line("config", "volume \"" + facts.volumeName + "\", mounted " + option +
-                               (facts.configured ? "" : "; there is no file, the defaults hold"));
+    text += ConfigText(facts);
     text += Line("port", facts.port.empty() ? "none of the modem's" : facts.port);
     text += VolumeText(facts) + LogText(facts.log);
     if (!facts.daemons.empty())
@@ -143,8 +159,10 @@ std::string ReportJson(const Facts &facts)
     json.BeginObject();
     AddDaemon(&json, facts);
     json.Member("console", Maybe(facts.consoleUser)).Member("finder", facts.finder);
-    json.Key("configuration").BeginObject().Member("file", facts.configured);
-    json.Member("name", facts.volumeName).Member("option", facts.hidden ? "nobrowse" : "rdonly");
+    const bool known = facts.configProblem.empty();
+    json.Key("configuration").BeginObject().Member("file", facts.configured || !known);
+    json.Member("name", known ? std::optional(facts.volumeName) : std::nullopt);
+    json.Member("option", known ? std::optional(std::string(Option(facts))) : std::nullopt);
     json.End().Member("port", Maybe(facts.port));
     AddVolumes(&json, facts);
     AddLog(&json, facts.log);

@@ -22,6 +22,7 @@ struct Daemon {
     Activity activity = Activity::Unknown;
     std::vector<std::string> children;  // the names of the programs that it runs at the moment
     std::optional<long> age;            // seconds since it was started
+    std::string user = {};  // as it is told itself; GatherFacts asks, empty: nobody knows
 };
 
 struct Volume {

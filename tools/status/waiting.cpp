@@ -3,6 +3,7 @@
 #include "tools/status/waiting.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "tools/status/daemon.h"
 
@@ -40,6 +41,21 @@ struct RunReading {
     bool package = false;  // in the setup: its file was opened
 };
 
+std::optional<int64_t> TimeOf(const klog::Stamp &stamp)
+{
+    if (!klog::Seconds(stamp))
+        return std::nullopt;
+    struct tm local = {};
+    local.tm_year = stamp.year - 1900;
+    local.tm_mon = stamp.month - 1;
+    local.tm_mday = stamp.day;
+    local.tm_hour = stamp.hour;
+    local.tm_min = stamp.minute;
+    local.tm_sec = stamp.second;
+    local.tm_isdst = -1;  // by the zone's rules
+    return mktime(&local);
+}
+
 static bool Begins(const klog::Record &record, std::string_view source, std::string_view begin)
 {
     return record.source == source && record.message.starts_with(begin);
@@ -60,7 +76,7 @@ static void BeginPhase(RunReading *run, Phase phase, const klog::Record &record)
 {
     run->waiting = Waiting();
     run->waiting.phase = phase;
-    run->waiting.since = klog::Seconds(record.stamp);
+    run->waiting.since = TimeOf(record.stamp);
     if (phase == Phase::Port)
         run->waiting.limit = kPortTries;
     if (phase == Phase::Volume)

@@ -34,8 +34,12 @@ struct Waiting {
     std::string path;  // the volume or the command, where the log names one
     int tries = 0;     // that failed so far, or looks at the ports
     int limit = 0;     // seconds (volumes) or tries (port, commands) at most; 0: for ever
-    std::optional<int64_t> since;  // local time, as klog::Seconds gives it
+    std::optional<int64_t> since;  // as TimeOf gives it
 };
+
+// Seconds since 1970 at this local time of a log line; nothing when the daemon had no clock. The zone
+// is this machine's, where the log was written too.
+std::optional<int64_t> TimeOf(const klog::Stamp &stamp);
 
 // What the last run in `records` waits for, and `daemon`, which is running.
 Waiting InferWaiting(const std::vector<klog::Record> &records, const Daemon &daemon);
@@ -43,8 +47,8 @@ Waiting InferWaiting(const std::vector<klog::Record> &records, const Daemon &dae
 // A word for programs: "modem", "port", "volume", "mount", ...
 const char *PhaseWord(Phase phase);
 
-// "for the Finder, for 60 s so far; until it runs no other disk is handled". `now` is the local time
-// as klog::Seconds gives it.
+// "for the Finder, for 60 s so far; until it runs no other disk is handled". `now` counts
+// the seconds since 1970.
 std::string DescribeWaiting(const Waiting &waiting, int64_t now);
 
 }  // namespace kstatus

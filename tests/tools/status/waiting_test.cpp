@@ -2,12 +2,21 @@
 // cut behind a line; and what counts as wrong.
 #include <doctest/doctest.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <regex>
 #include <sstream>
 
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "tools/status/daemon.h"
 #include "tools/status/facts.h"
+#include "tools/status/report.h"
 
 using kstatus::Activity;
 using kstatus::Facts;
@@ -41,7 +50,7 @@ static std::string Waits(const std::string &log, Activity activity)
     daemon.activity = activity;
     const klog::LogText parsed = klog::ParseLog(log);
     const kstatus::Waiting waiting = kstatus::InferWaiting(parsed.records, daemon);
-    const int64_t now = *klog::Seconds({2026, 11, 20, 9, 5, 8});
+    const int64_t now = *kstatus::TimeOf({2026, 11, 20, 9, 5, 8});
     return std::string(kstatus::PhaseWord(waiting.phase)) + ": " +
            kstatus::DescribeWaiting(waiting, now);
 }
@@ -127,7 +136,7 @@ TEST_CASE("each thing that is wrong is told, and nothing when all is well")
     facts = Well();
     facts.log.stale = true;
     CHECK(kstatus::FindWrongs(facts) ==
-          Texts{"the log is older than the daemon: it cannot write there"});
+          Texts{"the log is older than the daemon: it cannot write there, or the clock was set"});
 
     facts = Well();
     facts.hidden = true;
@@ -142,6 +151,97 @@ TEST_CASE("each thing that is wrong is told, and nothing when all is well")
     facts.port = "";
     facts.volumes.clear();
     CHECK(kstatus::FindWrongs(facts).empty());
+}
+
+TEST_CASE("two daemons: each with its user, and what they wait for is not made up")
+{
+    Facts facts = Well();
+    facts.daemons = {{1, Activity::AwaitsEvents, {}, 100, "anna"},
+                     {2, Activity::AwaitsEvents, {}, 50, "root"}};
+    facts.daemonUser = "";
+    CHECK(kstatus::FindWrongs(facts) == std::vector<std::string>{"the daemon runs 2 times"});
+    CHECK(kstatus::ReportText(facts).starts_with(
+        "daemon   runs as anna, process 1\ndaemon   runs as root, process 2\n"));
+}
+
+TEST_CASE("times of log lines are those of the zone, summer time included")
+{
+    const char *old = getenv("TZ");
+    const std::string before = old ? old : "";
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    // The clocks went from 2 to 3 in between: ten hours, not eleven.
+    CHECK(*kstatus::TimeOf({2026, 3, 29, 9, 0, 0}) - *kstatus::TimeOf({2026, 3, 28, 22, 0, 0}) ==
+          10 * 3600);
+    CHECK(kstatus::TimeOf({1970, 1, 1, 1, 0, 0}) == 0);
+    CHECK_FALSE(kstatus::TimeOf({1900, 1, 0, 0, 0, 0}));
+    if (old)
+        setenv("TZ", before.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
+}
+
+TEST_CASE("a log line that is ahead of the clock is no age below zero")
+{
+    Facts facts = Well();
+    facts.log.number = 7;
+    facts.log.text = "Kestrun:main --- x";
+    facts.log.age = 3;
+    CHECK(kstatus::ReportText(facts).find("line 7, 3 s old: Kestrun:main --- x\n") !=
+          std::string::npos);
+    facts.log.age = -3600;
+    CHECK(kstatus::ReportText(facts).find(
+              "line 7, 3600 s ahead of the clock: Kestrun:main --- x\n") != std::string::npos);
+}
+
+TEST_CASE("a configuration that cannot be read is not taken for none")
+{
+    using Texts = std::vector<std::string>;
+    char folder[] = "/tmp/kestrun-status-XXXXXX";
+    REQUIRE(mkdtemp(folder) != nullptr);
+    const std::string path = std::string(folder) + "/config";
+
+    Facts none;
+    kstatus::ReadConfiguration(&none, path.c_str());
+    CHECK(none.volumeName == "Orvanta");
+    CHECK_FALSE(none.configured);
+    CHECK(none.unknown.empty());
+
+    const auto problem = [&] {
+        Facts facts = Well();
+        kstatus::ReadConfiguration(&facts, path.c_str());
+        CHECK(kstatus::FindWrongs(facts).empty());
+        const std::string line =
+            "config   " + std::string(kstatus::kConfigFile) + ": " + facts.configProblem + "\n";
+        CHECK(kstatus::ReportText(facts).find(line) != std::string::npos);
+        CHECK(kstatus::ReportJson(facts).find("\"name\": null") != std::string::npos);
+        CHECK(facts.unknown == Texts{"what the configuration says: " + facts.configProblem});
+        return facts.configProblem;
+    };
+    REQUIRE(symlink("config", path.c_str()) == 0);
+    CHECK(problem() == "Too many levels of symbolic links");
+    unlink(path.c_str());
+    REQUIRE(mkfifo(path.c_str(), 0600) == 0);
+    CHECK(problem() == "Not a regular file");
+    unlink(path.c_str());
+    rmdir(folder);
+}
+
+TEST_CASE("a daemon that has ended, and whose end nobody asked for yet, does not run")
+{
+    const pid_t child = fork();
+    REQUIRE(child >= 0);
+    if (child == 0) {
+        prctl(PR_SET_NAME, "Kestrun");
+        _exit(0);
+    }
+    siginfo_t info = {};
+    REQUIRE(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) == 0);
+    std::vector<kstatus::Daemon> daemons;
+    CHECK(kstatus::FindDaemons(&daemons));
+    CHECK(std::ranges::find(daemons, child, &kstatus::Daemon::pid) == daemons.end());
+    waitpid(child, nullptr, 0);
 }
 
 TEST_CASE("the names that the tool goes by are those of the daemon's source")
