@@ -67,13 +67,19 @@ static void CheckFollow(const std::string &content, const klog::LogText &log, si
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const std::string content(reinterpret_cast<const char *>(data), size);
-    const klog::LogText log = klog::ParseLog(content);
+    klog::LogText log = klog::ParseLog(content);
     CheckRecords(content, log);
+    const size_t records = log.records.size();
+    klog::Untangle(log);
+    FUZZ_CHECK(log.records.size() == records);
     const klog::Story story = klog::TellStory(log);
     CheckStory(log, story);
     CheckUtf8(klog::RenderText(log, story, {.calls = true}));
     CheckUtf8(klog::RenderJson(log, story));
     CheckUtf8(klog::RenderSvg(log, story));
     CheckFollow(content, log, size / 2);
+    std::string restored = content;
+    klog::UndoConversions(restored);
+    FUZZ_CHECK(restored.size() <= content.size());
     return 0;
 }

@@ -149,6 +149,44 @@ TEST_CASE("zero bytes before a record are counted and belong to none")
     CHECK(log.strayBytes == 0);
 }
 
+TEST_CASE("the lines of daemons that wrote at once are put together by their numbers")
+{
+    struct Row {
+        const char *what;
+        std::vector<long> numbers, untangled;  // none: nothing is changed
+    };
+    const Row rows[] = {
+        {"nothing", {}, {}},
+        {"one run", {1, 2, 3, 4}, {}},
+        {"one run behind the other", {1, 2, 3, 1, 2, 3, 4, 1, 2}, {}},
+        {"lost lines", {1, 2, 3, 9, 10, 11}, {}},
+        {"lost lines behind a start", {1, 2, 3, 4, 1, 2, 6, 7}, {}},
+        {"a younger one that ends soon", {1, 2, 3, 4, 1, 2, 5, 6}, {1, 2, 3, 4, 5, 6, 1, 2}},
+        {"a start whose lines are lost", {1, 2, 3, 9, 4, 5}, {}},
+        {"two in turn", {1, 2, 3, 1, 4, 2, 5, 3}, {1, 2, 3, 4, 5, 1, 2, 3}},
+        {"two in step", {1, 2, 1, 2, 3, 3, 4, 4}, {1, 2, 3, 4, 1, 2, 3, 4}},
+        {"the elder goes on, the younger is done",
+         {1, 2, 3, 1, 2, 3, 4, 5, 4},
+         {1, 2, 3, 4, 1, 2, 3, 4, 5}},
+        {"the elder is behind", {1, 2, 1, 2, 3, 4, 3}, {1, 2, 3, 1, 2, 3, 4}},
+        {"three", {1, 1, 1, 2, 2, 2}, {1, 2, 1, 2, 1, 2}},
+        {"one run more", {1, 2, 1, 3, 2, 1, 2}, {1, 2, 3, 1, 2, 1, 2}},
+    };
+    for (const Row &row : rows) {
+        CAPTURE(row.what);
+        std::string text;
+        for (const long number : row.numbers)
+            text += "line " + std::to_string(number) + kHead.substr(6) + "a\n";
+        LogText log = ParseLog(text);
+        klog::Untangle(log);
+        CHECK(log.several == !row.untangled.empty());
+        std::vector<long> numbers;
+        for (const klog::Record &record : log.records)
+            numbers.push_back(record.number);
+        CHECK(numbers == (row.untangled.empty() ? row.numbers : row.untangled));
+    }
+}
+
 TEST_CASE("what an editor or a mail program puts into a log is taken out, and told")
 {
     struct Row {

@@ -237,6 +237,41 @@ TEST_CASE("a smaller number, or the banner, begins a new run")
     CHECK(story.runs[2].isLast);
 }
 
+TEST_CASE("two daemons that write at once: each has its run and its outcome, and none is made up")
+{
+    LogBuilder elder = UpToConsole();
+    LogBuilder younger = UpToConsole();
+    const std::string elderStart = elder.text;
+    const std::string youngerStart = younger.text;
+    elder.Mount("are not same return.....");
+    younger.Mount("actvie == pname.....").Look().LookFails();
+    const std::string text = elderStart + youngerStart + younger.text.substr(youngerStart.size()) +
+                             elder.text.substr(elderStart.size());
+    LogText log = klog::ParseLog(text);
+    klog::Untangle(log);
+    const Story story = klog::TellStory(log);
+    REQUIRE(story.runs.size() == 2);
+    CHECK(story.runs[0].isLast);
+    CHECK(story.runs[1].isLast);
+    CHECK(story.runs[0].gaps.empty());
+    CHECK(story.runs[1].gaps.empty());
+    REQUIRE(story.runs[0].arrivals.size() == 1);
+    CHECK(story.runs[0].arrivals[0].outcome == Outcome::OtherUser);
+    REQUIRE(story.runs[1].arrivals.size() == 1);
+    CHECK(story.runs[1].arrivals[0].outcome == Outcome::NoFinder);
+    CHECK(story.notes.at(0).starts_with("several daemons wrote into this file at once"));
+    CHECK(klog::HasFindings(story));
+    // A third one behind them: the two have ended.
+    const std::string more = text + LogBuilder().Start().text;
+    LogText all = klog::ParseLog(more);
+    klog::Untangle(all);
+    const Story later = klog::TellStory(all);
+    REQUIRE(later.runs.size() == 3);
+    CHECK_FALSE(later.runs[0].isLast);
+    CHECK_FALSE(later.runs[1].isLast);
+    CHECK(later.runs[2].isLast);
+}
+
 TEST_CASE("another process id behind missing lines is another run, whose start is lost")
 {
     const auto mountOf = [](LogBuilder &log, int pid) {

@@ -46,6 +46,7 @@ std::string ShowNews(Shown &shown, const std::string &content)
         text += RenderRecord(log.records[i]);
     shown.records = std::max(shown.records, log.records.size());
 
+    Untangle(log);
     const Story story = TellStory(log);
     shown.decided.resize(std::max(shown.decided.size(), story.runs.size()));
     for (size_t i = 0; i < story.runs.size(); i++)

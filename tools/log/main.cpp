@@ -57,7 +57,8 @@ static int Explain(const Arguments &arguments)
     if (!content)
         return CouldNotRead(arguments);
     const std::vector<std::string> notes = klog::UndoConversions(*content);
-    const klog::LogText log = klog::ParseLog(*content);
+    klog::LogText log = klog::ParseLog(*content);
+    klog::Untangle(log);
     klog::Story story = klog::TellStory(log);
     story.notes.insert(story.notes.begin(), notes.begin(), notes.end());
     const std::string text = arguments.json ? klog::RenderJson(log, story)

@@ -1,6 +1,7 @@
 // records.cpp - see records.h. One pass over the text, line by line; nothing is copied.
 #include "tools/log/records.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace klog
@@ -199,6 +200,55 @@ LogText ParseLog(std::string_view text)
     }
     Close(parser, text.size(), false);
     return std::move(parser.log);
+}
+
+namespace
+{
+
+// One daemon's lines, while those of several are told apart.
+struct Stream {
+    long last = 0;  // number of its newest record
+    std::vector<Record> records = {};
+};
+
+}  // namespace
+
+static const size_t kStreamsMax = 4;  // daemons that may write at once
+
+// The newest other stream that goes on with `number`; `current` when that does, or none.
+static size_t FindOther(const std::vector<Stream> &streams, long number, size_t current)
+{
+    if (number == 1 || number == streams[current].last + 1)
+        return current;
+    const size_t oldest = streams.size() > kStreamsMax ? streams.size() - kStreamsMax : 0;
+    for (size_t i = streams.size(); i-- > oldest;) {
+        if (i != current && streams[i].last + 1 == number)
+            return i;
+    }
+    return current;
+}
+
+void Untangle(LogText &log)
+{
+    std::vector<Stream> streams;
+    size_t current = 0;
+    for (size_t i = 0; i < log.records.size(); i++) {
+        const Record &record = log.records[i];
+        const size_t other = streams.empty() ? 0 : FindOther(streams, record.number, current);
+        log.several = log.several || other != current;
+        const bool begins =
+            streams.empty() || (other == current && record.number <= streams[current].last);
+        if (begins)
+            streams.emplace_back();
+        current = begins ? streams.size() - 1 : other;
+        streams[current].last = record.number;
+        streams[current].records.push_back(record);
+    }
+    if (!log.several)
+        return;
+    log.records.clear();
+    for (const Stream &stream : streams)
+        log.records.insert(log.records.end(), stream.records.begin(), stream.records.end());
 }
 
 static bool EndsAllInCrLf(std::string_view content)

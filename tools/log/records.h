@@ -41,8 +41,10 @@ struct Record {
 };
 
 struct LogText {
-    std::vector<Record> records;
-    size_t strayBytes = 0;  // before the first record, zero bytes not counted
+    std::vector<Record> records;  // in the order of the file, until Untangle changes it
+    size_t strayBytes = 0;        // before the first record, zero bytes not counted
+    bool several =
+        false;  // several daemons wrote at once: Untangle has put together what is each one's
 };
 
 // Takes out of `content` what an editor or a mail program put in: a byte-order mark at its start and,
@@ -51,6 +53,11 @@ std::vector<std::string> UndoConversions(std::string &content);
 
 // Takes `text` apart. The records point into `text`, which the caller keeps.
 LogText ParseLog(std::string_view text);
+
+// Puts the records of each daemon together where several wrote into the file at once: a daemon goes on with
+// the number behind its own last one. Where none does, numbers jump because lines are missing, and nothing
+// changes.
+void Untangle(LogText &log);
 
 }  // namespace klog
 

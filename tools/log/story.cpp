@@ -1,6 +1,7 @@
 // story.cpp - see story.h. Splits the runs, finds what is missing, and hands each record on.
 #include "tools/log/story.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -80,9 +81,6 @@ static void BeginRun(Story &story, const LogText &log, size_t index)
 {
     Run run = {};
     run.first = run.last = index;
-    run.isLast = true;
-    if (!story.runs.empty())
-        story.runs.back().isLast = false;
     run.whole = log.records[index].number == 1;
     if (!run.whole)
         run.gaps.push_back({1, log.records[index].number - 1, index == 0});
@@ -113,6 +111,17 @@ static void NoteRecord(Run &run, const LogText &log, size_t index, const Found &
     run.last = index;
 }
 
+// A daemon that wrote behind the start of every later one has not ended, as far as the file goes.
+static void FindLastRuns(Story &story, const LogText &log)
+{
+    size_t newest = 0;
+    for (size_t i = story.runs.size(); i-- > 0;) {
+        Run &run = story.runs[i];
+        run.isLast = log.records[run.last].offset >= newest;
+        newest = std::max(newest, log.records[run.first].offset);
+    }
+}
+
 // The records of one run, told. `found` is what each record of the log was recognised as.
 static void TellRun(Run &run, const LogText &log, const std::vector<Found> &found)
 {
@@ -124,19 +133,30 @@ static void TellRun(Run &run, const LogText &log, const std::vector<Found> &foun
     EndTelling(teller);
 }
 
+// The record that stands last in the file.
+static size_t LastOfFile(const LogText &log)
+{
+    const auto last = std::ranges::max_element(log.records, {}, &Record::offset);
+    return static_cast<size_t>(last - log.records.begin());
+}
+
 static void NoteFile(Story &story, const LogText &log)
 {
     if (log.strayBytes > 0)
         story.notes.push_back(std::to_string(log.strayBytes) +
                               " bytes before the first line belong to no line");
+    if (log.several) {
+        story.notes.emplace_back(
+            "several daemons wrote into this file at once: each has its own run here, told apart by the numbers of the lines");
+    }
     if (log.records.empty())
         return;
-    if (!log.records.back().whole)
+    const size_t last = LastOfFile(log);
+    if (!log.records[last].whole)
         story.notes.emplace_back("the end of the last line is not in the file");
     story.notes.push_back(
         "the newest line is not in the file yet: the daemon writes a line when it logs the next one, so after " +
-        Lines(log, log.records.size() - 1, log.records.size() - 1) +
-        " one more may have been logged");
+        Lines(log, last, last) + " one more may have been logged");
 }
 
 // Whether the file's last record, which is no known text, can become one: it may still be written,
@@ -151,6 +171,8 @@ static bool IsBegun(const Record &record)
 Story TellStory(const LogText &log)
 {
     Story story;
+    story.several = log.several;
+    const size_t lastOfFile = LastOfFile(log);
     std::vector<Found> found;
     std::vector<LostStart> lost;
     LostStarts looked;
@@ -158,8 +180,7 @@ Story TellStory(const LogText &log)
     for (size_t index = 0; index < log.records.size(); index++) {
         const Record &record = log.records[index];
         found.push_back(FindMessage(record.source, record.message, record.cut));
-        const bool last = index + 1 == log.records.size();
-        if (!found.back().message && !(last && IsBegun(record)))
+        if (!found.back().message && !(index == lastOfFile && IsBegun(record)))
             story.unknown.push_back({index});
         const auto start = FollowProcess(looked, log, index, BeginsRun(log, index, found.back()));
         if (start)
@@ -174,6 +195,7 @@ Story TellStory(const LogText &log)
             story.runs.back().notes.push_back(LostStartNote(log, *next++));
         NoteRecord(story.runs.back(), log, index, found[index]);
     }
+    FindLastRuns(story, log);
     for (Run &run : story.runs)
         TellRun(run, log, found);
     NoteFile(story, log);
@@ -183,7 +205,7 @@ Story TellStory(const LogText &log)
 bool HasFindings(const Story &story)
 {
     const bool foreign = story.runs.empty() && !story.notes.empty();
-    if (!story.unknown.empty() || foreign)
+    if (!story.unknown.empty() || foreign || story.several)
         return true;
     for (const Run &run : story.runs) {
         for (const Gap &gap : run.gaps) {

@@ -58,7 +58,7 @@ struct Run {
     std::vector<Gap> gaps;
     std::vector<std::string> notes;
     CallTracker calls;
-    bool isLast;
+    bool isLast;  // none began behind its last record
 };
 
 // A text that the daemon of this release does not write.
@@ -70,13 +70,14 @@ struct Story {
     std::vector<Run> runs;
     std::vector<Unknown> unknown;
     std::vector<std::string> notes;  // about the file
+    bool several = false;            // several daemons wrote at once
 };
 
-// Tells what `log` says. The story points into the text that the log points into.
+// Tells what `log` says, of which the lines of several daemons were put together. The story points into the text that the log points into.
 Story TellStory(const LogText &log);
 
 // Whether somebody should look at something: an arrival that was not opened, a setup that failed,
-// lost lines, an unknown text.
+// lost lines, an unknown text, several daemons.
 bool HasFindings(const Story &story);
 
 }  // namespace klog
