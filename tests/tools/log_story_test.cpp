@@ -198,6 +198,49 @@ TEST_CASE("mounts end in the order in which they were asked for")
     CHECK(OnlySentence(log) ==
           "other-user Not opened: another user than the daemon's owned the console (line 12).; "
           "no-completion Not opened: the mount was asked for (line 9) and no completion has come.");
+    const LogText parsed = klog::ParseLog(log.text);
+    const Story story = klog::TellStory(parsed);
+    using Texts = std::vector<std::string>;
+    CHECK(
+        story.runs.at(0).arrivals.at(0).notes ==
+        Texts{"2 mounts were under way: which of them ended (line 10) is taken from their order"});
+    CHECK(story.runs.at(0).arrivals.at(1).notes == Texts{});
+}
+
+TEST_CASE(
+    "a setup package that was not run: whether one was asked for is told where the log says it")
+{
+    struct Row {
+        const char *reason, *detail;
+    };
+    const Row rows[] = {
+        {"SD_THIRD_SETUP is not yes, not run SD Program, RunSDProgram exit",
+         "not asked for (line 18)"},
+        {"szKeyOrValue=[SD_THIRDPARTY_SETUP], ReadKeyValue false, RunSDProgram exit false",
+         "not asked for (line 18)"},
+        {"open file [/a] failed, RunSDProgram exit false",
+         "not run: SysConfig.dat did not open (line 18)"},
+        {"SD_THIRD_FILE_PATH read false, RunSDProgram exit", "failed (line 18)"},
+        {nullptr, "not run, for a reason that is not in the log"},
+    };
+    for (const Row &row : rows) {
+        LogBuilder log = UpToOpening();
+        log.Opens("open -a x").Mount("Run Orvanta Program success");
+        log.Say("Kestrun:DiskMountApproval", "DiskMountApproval Enter");
+        if (row.reason) {
+            log.Say("ActiveVolumeProgram:RunSDProgram", "RunSDProgram Enter");
+            log.Say("ActiveVolumeProgram:RunSDProgram", row.reason);
+        } else {
+            log.Say("ActiveVolumeProgram:RunSDProgram", "RunSDProgram Enter").number++;
+        }
+        log.Say("Kestrun:DiskMountApproval",
+                "finish run program, and error, DiskMountApproval exit ");
+        const LogText parsed = klog::ParseLog(log.text);
+        const Story story = klog::TellStory(parsed);
+        const klog::Arrival &arrival = story.runs.at(0).arrivals.at(0);
+        CHECK(arrival.steps.back().detail == row.detail);
+        CHECK(arrival.setupFailed == std::string(row.detail).starts_with("failed"));
+    }
 }
 
 TEST_CASE("an arrival whose deciding lines are missing is left open")

@@ -111,6 +111,12 @@ static void TellMountEnter(Teller &teller, size_t index)
     const bool atStart = teller.busy && teller.startVolume;
     if (!atStart && !teller.awaiting.empty()) {
         teller.current = teller.awaiting.front();
+        if (teller.awaiting.size() > 1) {
+            Current(teller).notes.push_back(std::to_string(teller.awaiting.size()) +
+                                            " mounts were under way: which of them ended (" +
+                                            Lines(teller.log, index, index) +
+                                            ") is taken from their order");
+        }
         teller.awaiting.pop_front();
     } else if (!atStart) {
         teller.run.arrivals.emplace_back();
@@ -240,8 +246,7 @@ static void TellOpening(Teller &teller, size_t index, Event event)
 
 static bool IsNothingAsked(const std::string &reason)
 {
-    return reason.starts_with("open file [") || reason.starts_with("szKeyOrValue=[") ||
-           reason.starts_with("SD_THIRD_SETUP is not yes");
+    return reason.starts_with("szKeyOrValue=[") || reason.starts_with("SD_THIRD_SETUP is not yes");
 }
 
 static void EndSetup(Teller &teller, size_t index, Event event)
@@ -252,6 +257,11 @@ static void EndSetup(Teller &teller, size_t index, Event event)
         EndStep(arrival, "setup", index, "run");
     } else if (IsNothingAsked(teller.setupReason)) {
         EndStep(arrival, "setup", index, "not asked for (" + line + ")");
+    } else if (teller.setupReason.starts_with("open file [")) {
+        // Whether one is asked for stands in that file: it is missing, or may not be written.
+        EndStep(arrival, "setup", index, "not run: SysConfig.dat did not open (" + line + ")");
+    } else if (teller.setupReason.empty() || teller.setupReason == "RunSDProgram Enter") {
+        EndStep(arrival, "setup", index, "not run, for a reason that is not in the log");
     } else {
         EndStep(arrival, "setup", index, "failed (" + line + ")");
         arrival.notes.push_back("the setup package was asked for and failed, " + line + ": " +
