@@ -42,6 +42,30 @@ check 1 'PASS  machine  log-folder:' --root "$root"
 check 1 'FAIL  machine  volume: /Volumes/Mine is a folder and no volume' --root "$root"
 check 1 'WARN  SysConfig.dat  file:' --root "$root"
 
+# A volume is one whatever the root is called, also where folders of one disk are mounted; what is mounted
+# elsewhere from the folder makes no volume of it.
+mkdir -p "$root/Volumes/Two Words" elsewhere
+printf '[Volumes]\nname = Two Words\n' >"$root/Library/StartupItems/QVKestrun/config"
+if [ "$(id -u)" -eq 0 ] && unshare -m true 2>/dev/null; then
+    for name in root root/ ./root "$root" "$here/./root//"; do
+        said=$(unshare -m sh -c 'mount --bind elsewhere "root/Volumes/Two Words" && "$1" --root "$2"' \
+            sh "$program" "$name") || true
+        [[ "$said" == *'PASS  machine  volume: /Volumes/Two Words is mounted'* ]] || fail "--root $name: $said"
+    done
+    said=$(unshare -m sh -c 'mount --bind "root/Volumes/Two Words" elsewhere && "$1" --root "$2"' \
+        sh "$program" "$root") || true
+    [[ "$said" == *'FAIL  machine  volume: /Volumes/Two Words is a folder'* ]] || fail "elsewhere: $said"
+fi
+
+# A path that the daemon's reader does not keep whole would have it read another file.
+deep=$(printf '%0250d/' 1 2 3 4)
+mkdir -p "$deep"
+cp config "$deep/config"
+check 2 'File name too long' "$here/$deep/config"
+check 2 'File name too long' --root "$here/$deep"
+check 2 'SysConfig.dat: No such file or directory' config "$here/$deep/SysConfig.dat"
+(cd "$deep" && "$program" config >"$here/said") || fail 'a config deep down'
+
 # What is no configuration, and what cannot be read.
 : >nothing
 head -c 100000 /dev/urandom >random

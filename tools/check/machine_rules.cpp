@@ -1,6 +1,9 @@
 // machine_rules.cpp - modes of files and folders, and what stands under /Volumes/.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 #include <sys/stat.h>
@@ -50,6 +53,22 @@ static bool IsFolder(const std::string &path)
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// `path` as the system's list of mounts has it: links and dots followed, blanks and the like as octal
+// numbers. Empty when there is none.
+static std::string MountField(const std::string &path)
+{
+    char *whole = realpath(path.c_str(), nullptr);
+    std::string field;
+    for (const char *at = whole; at && *at != '\0'; at++) {
+        char escape[8];
+        const bool plain = !strchr(" \t\n\\", *at);
+        snprintf(escape, sizeof escape, plain ? "%c" : "\\%03o", static_cast<unsigned char>(*at));
+        field += escape;
+    }
+    free(whole);
+    return field;
+}
+
 // Whether something is mounted at `path`: another device than its parent's, or, where the system
 // lists its mounts in a file, one of these.
 static bool IsMountPoint(const std::string &path, const std::string &parent)
@@ -60,13 +79,15 @@ static bool IsMountPoint(const std::string &path, const std::string &parent)
         return false;
     if (info.st_dev != above.st_dev)
         return true;
-    std::string escaped;
-    for (const char ch : path)
-        escaped += ch == ' ' ? std::string("\\040") : std::string(1, ch);
+    const std::string wanted = MountField(path);
     std::ifstream mounts("/proc/self/mountinfo");
-    std::string line;
-    while (std::getline(mounts, line)) {
-        if (line.find(" " + escaped + " ") != std::string::npos)
+    for (std::string line; std::getline(mounts, line);) {
+        std::istringstream fields(line);
+        std::string place;
+        for (int i = 0; i < 5;
+             i++)  // its number, its parent's, the device, the folder there, the place
+            fields >> place;
+        if (place == wanted)
             return true;
     }
     return false;

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tools/check/readers.h"
 #include "tools/check/render.h"
 #include "tools/check/rules.h"
 #include "tools/common/program.h"
@@ -86,6 +87,8 @@ static int Run(const Arguments &arguments)
     if (!root.empty() && access((root + "/.").c_str(), F_OK) != 0)
         return tools::CouldNot(kProgram, root + ": " + strerror(errno));
     const std::string config = named ? FileAt(*arguments.config) : root + kConfig;
+    if (!kcheck::IsPathKept(config))
+        return tools::CouldNot(kProgram, config + ": " + strerror(ENAMETOOLONG));
     if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
         return tools::kExitCouldNot;
     const bool sysNamed = arguments.sysConfig.has_value();

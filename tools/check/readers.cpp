@@ -14,6 +14,11 @@ namespace kcheck
 static const size_t kValueSize = 1024;  // of the setup runner's and the switch's buffer
 static const size_t kNameSize = 512;    // of its buffer for the file's name
 
+bool IsPathKept(const std::string &path)
+{
+    return path.size() < sizeof g_filename;
+}
+
 std::optional<IniValue> ReadIni(const std::string &path, const char *section, const char *key)
 {
     static const char kDefault[] = "";

@@ -16,6 +16,9 @@ struct IniValue {
     size_t lineEnd;  // offset in the file, behind the line
 };
 
+// Whether the INI reader keeps the whole of `path`; if not, its lookups open another file.
+bool IsPathKept(const std::string &path);
+
 // What ReadString gives for `key` of `section` in the file at `path`; nothing when it would return
 // its default.
 std::optional<IniValue> ReadIni(const std::string &path, const char *section, const char *key);
