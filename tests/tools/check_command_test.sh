@@ -48,10 +48,12 @@ mkdir -p "$root/Volumes/Two Words" elsewhere
 printf '[Volumes]\nname = Two Words\n' >"$root/Library/StartupItems/QVKestrun/config"
 if [ "$(id -u)" -eq 0 ] && unshare -m true 2>/dev/null; then
     for name in root root/ ./root "$root" "$here/./root//"; do
+        # shellcheck disable=SC2016  # the shell within has arguments of its own
         said=$(unshare -m sh -c 'mount --bind elsewhere "root/Volumes/Two Words" && "$1" --root "$2"' \
             sh "$program" "$name") || true
         [[ "$said" == *'PASS  machine  volume: /Volumes/Two Words is mounted'* ]] || fail "--root $name: $said"
     done
+    # shellcheck disable=SC2016
     said=$(unshare -m sh -c 'mount --bind "root/Volumes/Two Words" elsewhere && "$1" --root "$2"' \
         sh "$program" "$root") || true
     [[ "$said" == *'FAIL  machine  volume: /Volumes/Two Words is a folder'* ]] || fail "elsewhere: $said"
