@@ -1,68 +1,65 @@
 // bytes_rules.cpp - what does not depend on sections and keys.
-#include "tools/check/lines.h"
-#include "tools/check/rules.h"
+#include "tools/check/checked_file.h"
 
 namespace kcheck
 {
 
 static const size_t kLineMax = 1023;  // bytes that either reader takes as one line
 
-static void CheckMarks(Report &report, const std::string &file, std::string_view content)
+void Add(CheckedFile &file, Verdict verdict, const std::string &about, size_t line,
+         const std::string &found, const std::string &effect)
 {
-    if (content.starts_with("\xEF\xBB\xBF")) {
-        report.findings.push_back(
-            {Verdict::Warn, file, "bom", 1, "a byte-order mark of UTF-8",
-             "it is text before the first line's own: a header still counts, a key there does not"});
+    file.report.findings.push_back({verdict, file.name, about, line, found, effect});
+}
+
+static void CheckMarks(CheckedFile &file)
+{
+    if (file.content.starts_with("\xEF\xBB\xBF")) {
+        Add(file, Verdict::Warn, "bom", 1, "a byte-order mark of UTF-8",
+            "it is text before the first line's own: a header still counts, a key there does not");
     }
-    if (content.starts_with("\xFF\xFE") || content.starts_with("\xFE\xFF")) {
-        report.findings.push_back({Verdict::Fail, file, "utf-16", 1, "the file is UTF-16",
-                                   "nothing in it is found: the defaults hold"});
+    if (file.content.starts_with("\xFF\xFE") || file.content.starts_with("\xFE\xFF")) {
+        Add(file, Verdict::Fail, "utf-16", 1, "the file is UTF-16",
+            "nothing in it is found: the defaults hold");
     }
 }
 
-static void CheckLineEnds(Report &report, const std::string &file, const std::vector<Line> &lines)
+static void CheckLineEnds(CheckedFile &file)
 {
     size_t crlf = 0;
-    for (const Line &line : lines) {
+    for (const Line &line : file.lines) {
         const bool ends = line.text.ends_with('\r');
         crlf += ends;
         const size_t lone = line.text.substr(0, line.text.size() - ends).find('\r');
         if (lone != std::string_view::npos) {
-            report.findings.push_back({Verdict::Fail, file, "carriage-return", line.number,
-                                       "a carriage return that ends no line",
-                                       "for the daemon the line goes on behind it"});
+            Add(file, Verdict::Fail, "carriage-return", line.number,
+                "a carriage return that ends no line", "for the daemon the line goes on behind it");
         }
     }
     if (crlf > 0) {
-        report.findings.push_back({Verdict::Pass, file, "line-ends", 0,
-                                   std::to_string(crlf) + " lines end in CR LF",
-                                   "they are read as if they ended in LF"});
+        Add(file, Verdict::Pass, "line-ends", 0, std::to_string(crlf) + " lines end in CR LF",
+            "they are read as if they ended in LF");
     }
 }
 
-void CheckBytes(Report &report, const std::string &file, std::string_view content)
+void CheckBytes(CheckedFile &file)
 {
-    const std::vector<Line> lines = SplitLines(content);
-    CheckMarks(report, file, content);
-    CheckLineEnds(report, file, lines);
-    for (const Line &line : lines) {
+    const bool config = file.name == "config";
+    CheckMarks(file);
+    CheckLineEnds(file);
+    for (const Line &line : file.lines) {
         if (line.text.size() > kLineMax) {
-            report.findings.push_back(
-                {Verdict::Warn, file, "long-line", line.number,
-                 std::to_string(line.text.size()) + " bytes in one line",
-                 file == "config"
-                     ? "name and path1: what is behind byte 1023 is dropped; disable_cdrom: it is a line of its own"
-                     : "what is behind byte 1023 is a line of its own"});
+            Add(file, Verdict::Warn, "long-line", line.number,
+                std::to_string(line.text.size()) + " bytes in one line",
+                config
+                    ? "name and path1: what is behind byte 1023 is dropped; disable_cdrom: it is a line of its own"
+                    : "what is behind byte 1023 is a line of its own");
         }
-        const size_t zero = line.text.find('\0');
-        if (zero != std::string_view::npos && file == "config") {
-            report.findings.push_back({Verdict::Fail, file, "zero-byte", line.number, "a zero byte",
-                                       "the line ends there; at its start it even ends the file"});
-        } else if (zero != std::string_view::npos) {
-            report.findings.push_back(
-                {Verdict::Pass, file, "zero-byte", line.number, "a zero byte",
-                 "the line ends there; the daemon leaves one when it switches a setup off"});
-        }
+        if (line.text.find('\0') == std::string_view::npos)
+            continue;
+        Add(file, config ? Verdict::Fail : Verdict::Pass, "zero-byte", line.number, "a zero byte",
+            config ? "the line ends there; at its start it even ends the file"
+                   : "the line ends there; the daemon leaves one when it switches a setup off");
     }
 }
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "Common/INI.h"
-#include "tools/check/lines.h"
+#include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
 #include "tools/common/program.h"
@@ -20,23 +20,13 @@ namespace
 {
 
 // One pass over one configuration.
-struct Config {
-    Report &report;
-    const std::string &path;
-    std::string_view content;
-    std::vector<Line> lines;
+struct Config : CheckedFile {
     size_t header = 0;     // number of the line that opens the section for the INI reader; 0: none
     size_t end = 0;        // number of the line that ends it; behind the last line when none does
     size_t keyHeader = 0;  // number of the line that opens it for the reader of disable_cdrom
 };
 
 }  // namespace
-
-static void Add(Config &config, Verdict verdict, const char *about, size_t line,
-                const std::string &found, const std::string &effect)
-{
-    config.report.findings.push_back({verdict, kFile, about, line, found, effect});
-}
 
 // Whether the INI reader takes the line for one of `key`.
 static bool IsIniKeyLine(const Line &line, const char *key)
@@ -334,8 +324,8 @@ static void CheckLastLine(Config &config)
 
 void CheckConfig(Report &report, const std::string &path, std::string_view content)
 {
-    Config config = {report, path, content, SplitLines(content)};
-    CheckBytes(report, kFile, content);
+    Config config = {{report, kFile, path, content, SplitLines(content)}};
+    CheckBytes(config);
     CheckLastLine(config);
     CheckSection(config);
     CheckBrackets(config);

@@ -10,9 +10,6 @@
 namespace kcheck
 {
 
-// What both files can have: byte-order marks, line ends, zero bytes, long lines.
-void CheckBytes(Report &report, const std::string &file, std::string_view content);
-
 // The daemon's configuration at `path`, of which `content` is the content.
 void CheckConfig(Report &report, const std::string &path, std::string_view content);
 

@@ -1,7 +1,7 @@
 // sysconfig_rules.cpp - the request for a setup package, and what a run would change in the file.
 #include <unistd.h>
 
-#include "tools/check/lines.h"
+#include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
 #include "tools/common/program.h"
@@ -16,21 +16,11 @@ static const size_t kPackagePathMax = 1017;  // bytes of the package's volume wi
 namespace
 {
 
-struct SysConfig {
-    Report &report;
-    const std::string &path;
-    std::string_view content;
-    std::vector<Line> lines;
+struct SysConfig : CheckedFile {
     SetupRequest request;
 };
 
 }  // namespace
-
-static void Add(SysConfig &file, Verdict verdict, const char *about, size_t line,
-                const std::string &found, const std::string &effect)
-{
-    file.report.findings.push_back({verdict, kFile, about, line, found, effect});
-}
 
 static size_t LineOf(const SysConfig &file, const KeyValue &value)
 {
@@ -260,8 +250,8 @@ static void CheckOnce(SysConfig &file)
 
 void CheckSysConfig(Report &report, const std::string &path, std::string_view content)
 {
-    SysConfig file = {report, path, content, SplitLines(content), ReadSetup(path)};
-    CheckBytes(report, kFile, content);
+    SysConfig file = {{report, kFile, path, content, SplitLines(content)}, ReadSetup(path)};
+    CheckBytes(file);
     if (CheckHeader(file) && CheckRun(file) && CheckPath(file) && CheckName(file))
         CheckOnce(file);
 }
