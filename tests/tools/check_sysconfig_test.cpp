@@ -129,6 +129,31 @@ TEST_CASE("what a run would change: offset and bytes, and what is read after it"
     }
 }
 
+TEST_CASE("a key that is not found: why, in words")
+{
+    struct Row {
+        std::string content;
+        const char *about, *found;
+    };
+    const Row rows[] = {
+        {kRun + kHeader + kRest, "SD_THIRD_SETUP",
+         "not found: it stands above the section's header"},
+        {kHeader + kPath + kRun + kName + kOnce, "SD_THIRD_FILE_PATH",
+         "not found: it stands before the key that is read before it: the keys are out of order"},
+        {kHeader + kRun + "x=[1]\n" + kRest, "SD_THIRD_FILE_PATH",
+         "not found: line 3 with its bracket ends the search"},
+        {kHeader + "sd_third_setup=yes\n", "SD_THIRD_SETUP",
+         "not found: upper and lower case count"},
+        {kHeader, "SD_THIRD_SETUP", "not found: it is not in the file"},
+    };
+    for (const Row &row : rows) {
+        const kcheck::Report report = CheckText(row.content, kcheck::CheckSysConfig);
+        const kcheck::Finding *finding = Find(report, row.about);
+        REQUIRE(finding != nullptr);
+        CHECK(finding->found == row.found);
+    }
+}
+
 TEST_CASE("the commands of a run, in full")
 {
     const kcheck::Report report = CheckText(kHeader + kRun + kRest, kcheck::CheckSysConfig);

@@ -243,6 +243,9 @@ static void CheckName(Config &config, const std::string &value, size_t line)
     } else if (value.find('/') != std::string::npos) {
         Add(config, Verdict::Warn, "name", line, shown + ": a slash",
             "at the start a folder in a folder is looked for");
+    } else if (value == "." || value == "..") {
+        Add(config, Verdict::Fail, "name", line, shown + ": a folder's own name",
+            "no volume has it, and at the start a folder is taken for the volume");
     } else {
         Add(config, Verdict::Pass, "name", line, shown,
             "the daemon waits for a volume of this label");

@@ -47,6 +47,8 @@ static std::string WhyUnseen(const SysConfig &file, const std::string &key, size
         return "line " + std::to_string(bracket->number) + " with its bracket ends the search";
     if (similar->text.find(key) == std::string_view::npos)
         return "upper and lower case count";
+    if (similar->offset < file.request.stoppedAt && !file.request.run)
+        return "it stands above the section's header";
     if (similar->offset < file.request.stoppedAt)
         return "it stands before the key that is read before it: the keys are out of order";
     return "it is not of the form KEY=VALUE in one line of at most 1023 bytes";
