@@ -10,6 +10,7 @@
 // What surprises: wide formats read wide characters from strings alone; files hold multibyte text.
 #include "tamrik/tamrik.h"
 
+#include "tamrik/arguments.h"
 #include "tamrik/input_fields.h"
 #include "tamrik/input_numbers.h"
 #include "tamrik/input_reader.h"
@@ -334,6 +335,11 @@ static inline const Letter *LetterOf(Unit ch)
     return &kLetters.of[ch >= 0 && ch <= UCHAR_MAX ? ch : 0];
 }
 
+static inline bool IsConversion(Role role)
+{
+    return role >= kInteger && role <= kPosition;
+}
+
 // Reads all that belongs to a '%', the conversion character included; returns what stands behind it,
 // or null when the letters make no sense.
 template <typename Char>
@@ -345,21 +351,19 @@ static inline const Char *ReadSpec(const Char *format, Spec *spec)
     spec->isSuppressed = false;
     spec->isLongDouble = false;
     while (format != nullptr) {
-        const Unit ch = AsUnit(*format);
-        const Letter *letter = LetterOf(ch);
-        switch (letter->role) {
-        case kNone: return nullptr;
+        spec->type = AsUnit(*format);
+        spec->letter = LetterOf(spec->type);
+        if (IsConversion(spec->letter->role)) [[likely]]
+            return format + 1;
+        switch (spec->letter->role) {
+        case kPercent: spec->isSuppressed = true; return format + 1;  // nothing is passed for it
         case kStar:
             spec->isSuppressed = true;
             ++format;
             break;
         case kWidth: format = ReadWidth(format, spec); break;
         case kSizeLetter: format = ReadSizeLetter(format, spec); break;
-        case kPercent: spec->isSuppressed = true; [[fallthrough]];  // nothing is passed for it
-        default:
-            spec->type = ch;
-            spec->letter = letter;
-            return format + 1;
+        default: return nullptr;
         }
     }
     return nullptr;
@@ -484,7 +488,7 @@ static int RunScan(InputSource *source, const Char *format, va_list argList)
     scan.hasSkipped = false;
     scan.isAtEnd = false;
     scan.number.onHeap = 0;
-    va_copy(scan.arguments, argList);
+    CopyArguments(scan.arguments, argList);
 
     const Outcome outcome = ScanFormat(&scan, format);
 

@@ -329,10 +329,17 @@ template <typename Char>
 static inline void SkipBlanks(Scan<char> *scan)
 {
     Reader *reader = &scan->reader;
-    while (reader->at != reader->end && IsPlainSpace(AsUnit(*reader->at)))
-        ++reader->at;
-    if (reader->at == reader->end || !IsPrinting(AsUnit(*reader->at)))
-        SkipBlanksSingly(scan);
+    for (const char *at = reader->at; at != reader->end; ++at) {
+        const Unit ch = AsUnit(*at);
+        if (IsPrinting(ch)) {
+            reader->at = at;
+            return;
+        }
+        if (!IsPlainSpace(ch))
+            break;
+    }
+    // From the first blank again: whatever is no plain one, or the end.
+    SkipBlanksSingly(scan);
 }
 
 static inline void SkipBlanks(Scan<wchar_t> *scan)

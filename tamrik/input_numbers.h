@@ -353,8 +353,9 @@ static inline Outcome ReadFloatField(AnyField *field, const Spec &spec)
     return kDone;
 }
 
+// A function of its own, so that the many steps of a float take no registers from other conversions.
 template <typename Char>
-static Outcome ReadFloat(Scan<Char> *scan, const Spec &spec)
+[[gnu::noinline]] static Outcome ReadFloat(Scan<Char> *scan, const Spec &spec)
 {
     return ReadField(scan, spec,
                      [](auto *field, const Spec &what) { return ReadFloatField(field, what); });

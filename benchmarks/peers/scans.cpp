@@ -1,5 +1,7 @@
 #include "benchmarks/peers/scans.h"
 
+#include "tamrik/arguments.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -178,7 +180,7 @@ inline int Run(InputSource *source, va_list arguments, Fields fields)
     const int savedErrno = errno;
     char text[kFloatText];
     Place place = {source->cur, source->cur + source->count, {}, 0, text};
-    va_copy(place.arguments, arguments);
+    CopyArguments(place.arguments, arguments);
     fields(&place);
     va_end(place.arguments);
     // Volatile, so that the wipe is not left out.
