@@ -171,11 +171,24 @@ std::string UnknownSentence(const Teller &teller, const Arrival &arrival)
            Line(teller, arrival.steps.back().last) + ".";
 }
 
+// What the line that is not in the file yet says about the console's owner: an own user would have made
+// the daemon go on, and another one makes it stop with one line.
+static std::string UnwrittenVerdict(const Teller &teller)
+{
+    const Record &last = teller.log.records[teller.run.last];
+    const bool asked = last.whole && last.source == "Kestrun:DiskMountCallback" &&
+                       last.message != "DiskMountCallback Enter";
+    if (teller.phase != Phase::Console || !asked)
+        return "";
+    return "; if nothing has followed, another user than the daemon's most likely owned the console, for "
+           "then the line that says so is the last one and not written yet";
+}
+
 std::string UnfinishedSentence(const Teller &teller, const Arrival &arrival)
 {
     const std::string end = teller.run.isLast ? "Not opened yet: the log ends while the daemon is "
                                               : "Not opened: the daemon ended while it was ";
-    return end + Doing(teller, arrival) + ".";
+    return end + Doing(teller, arrival) + (teller.run.isLast ? UnwrittenVerdict(teller) : "") + ".";
 }
 
 }  // namespace klog
