@@ -86,6 +86,10 @@ static void GatherPeople(Facts *facts)
     if (facts->consoleUser.empty())
         facts->unknown.emplace_back("the console's owner");
     facts->finder = !tools::CommandOutput(kFinderCommand).empty();
+    if (!*facts->finder && tools::CommandOutput("ps -A").empty()) {
+        facts->finder.reset();
+        facts->unknown.emplace_back("whether the Finder runs");
+    }
 }
 
 // Whether `place` is that of the volume or of a duplicate of it ("Orvanta 1").
@@ -186,7 +190,7 @@ static void FindWrongPeople(const Facts &facts, std::vector<std::string> *wrongs
                           (facts.consoleUser.empty() ? "nobody" : facts.consoleUser) +
                           "'s, the daemon runs as " +
                           (facts.daemonUser.empty() ? "nobody" : facts.daemonUser));
-    if (facts.waiting.phase == Phase::Finder && !facts.finder)
+    if (facts.waiting.phase == Phase::Finder && facts.finder == false)
         wrongs->emplace_back("the daemon waits for the Finder, which does not run");
 }
 

@@ -27,9 +27,9 @@ struct Facts {
     std::string
         daemonUser;  // of all of them, as the daemon itself is told; empty when nobody knows,
                      // or they run as several
-    std::string consoleUser;  // the same
-    bool finder = false;
-    bool configured = false;      // there is a configuration file
+    std::string consoleUser;             // the same
+    std::optional<bool> finder = false;  // whether it runs; nothing when nobody knows
+    bool configured = false;             // there is a configuration file
     std::string configProblem;    // why it cannot be read; then name and option are not known
     std::string volumeName;       // as the daemon reads it
     bool hidden = false;          // mounted "nobrowse", as the daemon reads it

@@ -88,7 +88,9 @@ std::string ReportText(const Facts &facts)
     std::string text = DaemonText(facts);
     text += Line("console", facts.consoleUser.empty() ? "nobody knows whose it is"
                                                       : "belongs to " + facts.consoleUser);
-    text += Line("Finder", facts.finder ? "runs" : "does not run");
+    text += Line("Finder", !facts.finder   ? "nobody knows whether it runs"
+                           : *facts.finder ? "runs"
+                                           : "does not run");
     text += ConfigText(facts);
     text += Line("port", facts.port.empty() ? "none of the modem's" : facts.port);
     text += VolumeText(facts) + LogText(facts.log);
