@@ -34,6 +34,10 @@ check 1 'no line of the daemon' foreign
 check 1 'no line of the daemon' random
 check 2 ': No such file or directory' ''
 check 2 ': No such file or directory' --svg '' "$logs/plugged-in-later.log"
+cp "$logs/plugged-in-later.log" mine && ln -s mine other
+check 2 'mine: that is the log itself' --svg mine mine
+check 2 'other: that is the log itself' --svg other ./mine
+cmp -s mine "$logs/plugged-in-later.log" || fail 'the picture took the place of the log'
 check 2 'Is a directory' --svg . "$logs/plugged-in-later.log"
 check 2 'usage: kestrun-log' --follow -
 check 2 'Is a directory' --follow .

@@ -1,4 +1,5 @@
 // What a log tells: each way an arrival can end, and what the numbers say.
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -153,6 +154,18 @@ TEST_CASE("no Finder: since when, how often it was looked for, and whether that 
           "no-finder Not opened: Finder absent since 2026-11-20 09:00:00 (lines 10 to 14; one look "
           "found none, the last began at 2026-11-20 09:00:00; it may run, for what the search "
           "printed could not be read (line 13)), and the daemon goes on waiting.");
+}
+
+TEST_CASE("no Finder, by a daemon without a clock: since when is not made up")
+{
+    LogBuilder log = UpToConsole();
+    log.Mount("actvie == pname.....").LookFails();
+    std::string text =
+        std::regex_replace(log.text, std::regex("===[-0-9]+ [0-9:]+"), "===1900-1-0 0:0:0");
+    CHECK(Sentences(text).at(0) ==
+          "no-finder Not opened: Finder absent since a time that the daemon's clock did not tell "
+          "(lines 10 to 24; one look found none, the last began at a time that the daemon's clock "
+          "did not tell), and the daemon goes on waiting.");
 }
 
 TEST_CASE("a first look that has no result yet says nothing about the Finder")

@@ -27,7 +27,8 @@ static const char kUsage[] =
     "  --json       writes JSON\n"
     "  --help       shows this\n"
     "  --version    shows the version\n"
-    "exit status: 0 nothing but PASS, 1 some WARN or FAIL, 2 wrong arguments or a file cannot be read\n";
+    "exit status: 0 nothing but PASS, 1 some WARN or FAIL, 2 wrong arguments, or a file\n"
+    "cannot be read, or nobody takes the output\n";
 
 namespace
 {

@@ -51,11 +51,22 @@ static int CouldNotRead(const Arguments &arguments)
     return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
 }
 
+// Whether the picture would take the place of the log that it shows.
+static bool IsTheLog(const Arguments &arguments)
+{
+    struct stat log = {};
+    struct stat picture = {};
+    return stat(arguments.log.c_str(), &log) == 0 && stat(arguments.svg->c_str(), &picture) == 0 &&
+           log.st_dev == picture.st_dev && log.st_ino == picture.st_ino;
+}
+
 static int Explain(const Arguments &arguments)
 {
     auto content = tools::ReadWholeFile(arguments.log);
     if (!content)
         return CouldNotRead(arguments);
+    if (arguments.svg && IsTheLog(arguments))
+        return tools::CouldNot(kProgram, *arguments.svg + ": that is the log itself");
     const std::vector<std::string> notes = klog::UndoConversions(*content);
     klog::LogText log = klog::ParseLog(*content);
     klog::Untangle(log);

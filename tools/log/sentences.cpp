@@ -13,7 +13,8 @@ static std::string Line(const Teller &teller, size_t index)
 
 static std::string When(const Teller &teller, size_t index)
 {
-    return Sortable(teller.log.records[index].stamp);
+    const Stamp &stamp = teller.log.records[index].stamp;
+    return Seconds(stamp) ? Sortable(stamp) : "a time that the daemon's clock did not tell";
 }
 
 std::string Lines(const LogText &log, size_t first, size_t last)
