@@ -75,7 +75,7 @@ template <bool hasLimit>
 static inline int Fill(void *dest, size_t destMax, int c, size_t count)
 {
     if (count - 1 >= kSmallFill || count > destMax || dest == nullptr ||
-        (hasLimit && destMax > MAX_BUFFER_SIZE))
+        (hasLimit && destMax > MAX_BUFFER_SIZE)) [[unlikely]]
         return FillOther<hasLimit>(dest, destMax, c, count);
 
     // The all-ones word holds a one in every byte, 255 times.
@@ -102,7 +102,7 @@ template <bool hasLimit>
 static inline int Copy(void *dest, size_t destMax, const void *src, size_t count)
 {
     if (count - 1 >= kSmallCopy || count > destMax || dest == nullptr || src == nullptr ||
-        IsNear(dest, src, count) || (hasLimit && destMax > MAX_BUFFER_SIZE))
+        IsNear(dest, src, count) || (hasLimit && destMax > MAX_BUFFER_SIZE)) [[unlikely]]
         return CopyOther<hasLimit>(dest, destMax, src, count);
 
     CopySmall(dest, src, count);
