@@ -293,6 +293,12 @@ TEST_CASE("an arrival whose deciding lines are missing is left open")
     CHECK(OnlySentence(log) ==
           "unfinished Whether it was opened is not in the log: lines are missing behind line 7.; "
           "other-user Not opened: another user than the daemon's owned the console (line 35).");
+    // Its last step ends with it, as far as the log goes, and not with the log.
+    const LogText parsed = klog::ParseLog(log.text);
+    const Story story = klog::TellStory(parsed);
+    const klog::Step &open = story.runs.at(0).arrivals.at(0).steps.back();
+    CHECK_FALSE(open.ended);
+    CHECK(parsed.records[open.last].number == 7);
 }
 
 TEST_CASE("that a mount ended proves no mount: the time line says so")

@@ -2,6 +2,7 @@
 // out of its order (lines were lost) changes what it can and nothing else.
 #include "tools/log/arrivals.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "tools/log/sentences.h"
@@ -367,11 +368,15 @@ void EndTelling(Teller &teller)
         arrival.outcome = Outcome::NoCompletion;
         arrival.sentence = NoCompletionSentence(teller, arrival);
     }
-    for (Arrival &arrival : teller.run.arrivals) {
+    for (size_t i = 0; i < teller.run.arrivals.size(); i++) {
+        Arrival &arrival = teller.run.arrivals[i];
         if (arrival.sentence.empty())
             arrival.sentence = UnknownSentence(teller, arrival);
+        // Where lines are missing a step may have no end although the daemon is past it.
+        const bool goesOn =
+            (teller.busy && i == teller.current) || std::ranges::count(teller.awaiting, i) > 0;
         for (Step &step : arrival.steps) {
-            if (!step.ended)
+            if (!step.ended && goesOn)
                 step.last = teller.run.last;
         }
     }
