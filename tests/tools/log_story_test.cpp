@@ -291,7 +291,7 @@ TEST_CASE("an arrival whose deciding lines are missing is left open")
     log.number += 20;
     log.Mount("DiskMountCallback exit").Inserted().MountEnds().Mount("are not same return.....");
     CHECK(OnlySentence(log) ==
-          "unfinished Whether it was opened is not in the log: lines are missing behind line 7.; "
+          "unfinished Whether it was opened is not in the log: lines are missing behind line 8.; "
           "other-user Not opened: another user than the daemon's owned the console (line 35).");
     // Its last step ends with it, as far as the log goes, and not with the log.
     const LogText parsed = klog::ParseLog(log.text);
@@ -299,6 +299,60 @@ TEST_CASE("an arrival whose deciding lines are missing is left open")
     const klog::Step &open = story.runs.at(0).arrivals.at(0).steps.back();
     CHECK_FALSE(open.ended);
     CHECK(parsed.records[open.last].number == 7);
+}
+
+TEST_CASE("whichever lines are missing, what the others say is told and nothing else")
+{
+    LogBuilder opened = UpToConsole();
+    opened.Mount("actvie == pname.....").LookFails().Look().Mount("have some one login succ");
+    opened.Opens("open -a x").Mount("Run Orvanta Program success");
+    LogBuilder failed = UpToOpening();
+    failed.Shell("RunShellProgram Enter").Shell("(open -a x) false, RunShellProgram exit failed");
+    failed.Mount("RunShellProgram failed, can't run Orvanta Program");
+    LogBuilder other = UpToConsole();
+    other.Mount("are not same return.....");
+    struct Row {
+        LogBuilder log;
+        const char *outcome;
+    };
+    Row rows[] = {{opened, "opened "}, {failed, "command-failed "}, {other, "other-user "}};
+    for (Row &row : rows) {
+        row.log.Say("Kestrun:DiskMountApproval", "DiskMountApproval Enter");
+        row.log.Say("ActiveVolumeProgram:RunSDProgram",
+                    "SD_THIRD_SETUP is not yes, not run SD Program, RunSDProgram exit");
+        if (row.outcome == std::string("other-user "))
+            row.log = other;
+        const LogText all = klog::ParseLog(row.log.text);
+        const size_t count = all.records.size();
+        for (size_t first = 3; first + 1 < count; first++) {
+            for (size_t behind = first + 1; behind < count; behind++) {
+                std::string text = row.log.text;
+                const size_t from = all.records[first].offset;
+                text.erase(from, all.records[behind].offset - from);
+                CAPTURE(text);
+                const std::vector<std::string> runs = Sentences(text);
+                REQUIRE(runs.size() == 1);
+                const bool told = runs[0].starts_with(row.outcome);
+                const bool open = runs[0].starts_with("unfinished Whether it was opened is not");
+                CHECK((told || open));
+                CHECK(runs[0].find("; opened") == std::string::npos);
+            }
+        }
+    }
+}
+
+TEST_CASE("the last word on a command without its own lines")
+{
+    LogBuilder opened = UpToOpening();
+    opened.number += 5;
+    LogBuilder failed = opened;
+    opened.Mount("Run Orvanta Program success");
+    CHECK(OnlySentence(opened) ==
+          "opened Opened: the command succeeded (line 18); the command's own lines are missing.");
+    failed.Mount("RunShellProgram failed, can't run Orvanta Program");
+    CHECK(OnlySentence(failed) ==
+          "command-failed Not opened: the command failed ten times (line 18); the command's own "
+          "lines are missing.");
 }
 
 TEST_CASE("that a mount ended proves no mount: the time line says so")

@@ -167,7 +167,7 @@ static const long kNothingFound = 256;
 static void TellFinder(Teller &teller, size_t index, const Found &found, Event event)
 {
     FinderLooks &finder = teller.finder;
-    if (event == Event::CaptureEnter && finder.firstLook == 0)
+    if (finder.firstLook == 0 && event != Event::None)
         finder.firstLook = finder.lastLook = index;
     if (event == Event::CaptureEnter)
         finder.lastLook = index;
@@ -234,11 +234,18 @@ static void TellOpening(Teller &teller, size_t index, Event event)
         Decide(arrival, Outcome::Opened, OpenedSentence(teller, arrival, index));
     if (event == Event::ShellFalse)
         Decide(arrival, Outcome::CommandFailed, CommandFailedSentence(teller, arrival, index));
-    if (event == Event::AppOpened)
+    const bool told = arrival.decided;  // else the command's own lines are missing
+    if (event == Event::AppOpened) {
         EndStep(arrival, "application", index,
-                "opened at try " + std::to_string(teller.shell.failed + 1));
-    if (event == Event::AppFailed)
+                told ? "opened at try " + std::to_string(teller.shell.failed + 1) : "opened");
+        if (!told)
+            Decide(arrival, Outcome::Opened, ResultSentence(teller, index, true));
+    }
+    if (event == Event::AppFailed) {
         EndStep(arrival, "application", index, "all tries failed");
+        if (!told)
+            Decide(arrival, Outcome::CommandFailed, ResultSentence(teller, index, false));
+    }
     if (event == Event::AppOpened || event == Event::AppFailed || event == Event::ApprovalEnter)
         teller.phase = Phase::Setup;
 }
@@ -322,10 +329,69 @@ static void TellStartVolume(Teller &teller, size_t index, const Found &found, Ev
     }
 }
 
+// ---- Missing lines ----
+
+// The stretch of the mount-time actions that the event belongs to; Idle when it says nothing of them.
+static Phase PhaseOf(const Found &found, Event event)
+{
+    switch (event) {
+    case Event::NoPipe:
+    case Event::NoOwnUser:
+    case Event::NoConsoleUser:
+    case Event::OtherUser:
+    case Event::SameUser: return Phase::Console;
+    case Event::CaptureEnter:
+    case Event::FinderFailed:
+    case Event::FinderEmpty:
+    case Event::FinderThere: return Phase::Finder;
+    case Event::NoConfig:
+    case Event::AppOpened:
+    case Event::AppFailed: return Phase::Opening;
+    case Event::ShellTrue:
+    case Event::ShellFalse:
+        return !found.filled.empty() && found.filled[0].starts_with("open -a ") ? Phase::Opening
+                                                                                : Phase::Idle;
+    case Event::ApprovalEnter:
+    case Event::SetupLine:
+    case Event::SetupOk:
+    case Event::SetupFailed: return Phase::Setup;
+    default: return Phase::Idle;
+    }
+}
+
+// Where the lines that end a stretch, or begin the whole, are missing, a later one says that it is over.
+static void CatchUp(Teller &teller, size_t index, Phase phase, Event event)
+{
+    static const char *const kSteps[] = {"", "console", "finder", "application", "setup"};
+    if (phase == Phase::Idle)
+        return;
+    if (teller.phase == Phase::Idle)
+        TellMountEnter(teller, index);
+    while (teller.phase < phase) {
+        EndStep(Current(teller), kSteps[static_cast<size_t>(teller.phase)], index,
+                "over; the line that ends it is missing");
+        teller.phase = static_cast<Phase>(static_cast<int>(teller.phase) + 1);
+        if (event != Event::ApprovalEnter || teller.phase != Phase::Setup)
+            BeginStep(Current(teller), kSteps[static_cast<size_t>(teller.phase)], index);
+    }
+}
+
+// The daemon does one thing after the other: it is done with what it was busy with when it says this.
+static bool EndsAll(Event event)
+{
+    return event == Event::PeekEnter || event == Event::StartDone || event == Event::OptionRdonly ||
+           event == Event::OptionNobrowse;
+}
+
 void TellRecord(Teller &teller, size_t index, const Found &found)
 {
     const Event event = found.message ? found.message->event : Event::None;
+    if (EndsAll(event)) {
+        teller.busy = false;
+        teller.phase = Phase::Idle;
+    }
     TellStart(teller, index, event);
+    CatchUp(teller, index, PhaseOf(found, event), event);
     if (event == Event::PeekEnter || event == Event::PeekRefused || event == Event::PeekExit)
         TellPeek(teller, index, event);
     if (event == Event::ConfigUnreadable && teller.phase == Phase::Idle)
@@ -352,6 +418,13 @@ void TellRecord(Teller &teller, size_t index, const Found &found)
     }
 }
 
+// Whether lines are missing behind the record `index`: what became of it may have been among them.
+static bool LacksLinesBehind(const Teller &teller, size_t index)
+{
+    const long number = teller.log.records[index].number;
+    return std::ranges::any_of(teller.run.gaps, [&](const Gap &gap) { return gap.from > number; });
+}
+
 void EndTelling(Teller &teller)
 {
     if (teller.busy && !Current(teller).decided) {
@@ -359,12 +432,14 @@ void EndTelling(Teller &teller)
         if (teller.phase == Phase::Finder && (teller.finder.count > 0 || teller.shell.failed > 0)) {
             arrival.outcome = Outcome::NoFinder;
             arrival.sentence = NoFinderSentence(teller);
-        } else {
+        } else if (teller.phase != Phase::Setup) {
             arrival.sentence = UnfinishedSentence(teller, arrival);
         }
     }
     for (const size_t waiting : teller.awaiting) {
         Arrival &arrival = teller.run.arrivals[waiting];
+        if (LacksLinesBehind(teller, arrival.steps.front().first))
+            continue;
         arrival.outcome = Outcome::NoCompletion;
         arrival.sentence = NoCompletionSentence(teller, arrival);
     }

@@ -100,6 +100,13 @@ std::string CommandFailedSentence(const Teller &teller, const Arrival &arrival, 
            ")" + mount + ".";
 }
 
+std::string ResultSentence(const Teller &teller, size_t index, bool opened)
+{
+    return (opened ? "Opened: the command succeeded ("
+                   : "Not opened: the command failed ten times (") +
+           Line(teller, index) + "); the command's own lines are missing.";
+}
+
 // What speaks against "no Finder": the search itself did not work.
 static std::string FinderDoubt(const Teller &teller)
 {
@@ -168,8 +175,16 @@ static std::string Doing(const Teller &teller, const Arrival &arrival)
 
 std::string UnknownSentence(const Teller &teller, const Arrival &arrival)
 {
-    return "Whether it was opened is not in the log: lines are missing behind " +
-           Line(teller, arrival.steps.back().last) + ".";
+    const std::string unknown = "Whether it was opened is not in the log";
+    const size_t first = arrival.steps.front().first;
+    if (teller.run.gaps.empty())
+        return unknown + ".";
+    for (const Gap &gap : teller.run.gaps) {
+        if (gap.from > teller.log.records[first].number)
+            return unknown + ": lines are missing behind line " + std::to_string(gap.from - 1) +
+                   ".";
+    }
+    return unknown + ": lines are missing before " + Line(teller, first) + ".";
 }
 
 // What the line that is not in the file yet says about the console's owner: an own user would have made

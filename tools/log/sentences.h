@@ -20,10 +20,12 @@ std::string OtherUserSentence(const Teller &teller, size_t index);
 std::string NoPipeSentence(const Teller &teller, size_t index);
 std::string NoVolumeSentence(const Teller &teller, size_t first, size_t last);
 std::string CommandFailedSentence(const Teller &teller, const Arrival &arrival, size_t index);
+// Of an arrival of which the log has the last word, and not how it came to that.
+std::string ResultSentence(const Teller &teller, size_t index, bool opened);
 std::string NoFinderSentence(const Teller &teller);
 std::string NoCompletionSentence(const Teller &teller, const Arrival &arrival);
 std::string UnfinishedSentence(const Teller &teller, const Arrival &arrival);
-// Of an arrival that the daemon left behind without a line that decides it: lines are missing.
+// Of an arrival that the daemon left behind without a line that decides it, for lines are missing.
 std::string UnknownSentence(const Teller &teller, const Arrival &arrival);
 
 }  // namespace klog
