@@ -88,7 +88,8 @@ void TakeNewCalls(Player *player)
     }
 }
 
-// While the daemon sleeps, its last line stands in its memory alone: it is read from there.
+// While the daemon sleeps, its last line stands in its memory alone, or its end does: it is read from
+// there.
 void SeekUnwrittenLine(Player *player)
 {
     LogBook &log = player->observed.log;
@@ -101,7 +102,7 @@ void SeekUnwrittenLine(Player *player)
     if (known || player->soughtTimes >= player->soughtLimit || !IsAsleep(player->daemon))
         return;
     ++player->soughtTimes;
-    const std::string line = UnwrittenLine(&player->daemon, number);
+    const std::string line = UnwrittenLine(&player->daemon, number, log.unfinished, log.offset);
     // The log may have been written between the look at the file and the look at the memory.
     if (!line.empty() && !FollowLog(&log))
         AddUnwritten(&log, line);

@@ -29,6 +29,7 @@ namespace
 // A region of memory above this is no stdio buffer (a sanitizer reserves terabytes).
 const unsigned long kLargestRegion = 64UL << 20;
 const size_t kPageSize = 4096;
+const size_t kBufferSize = 4096;  // of a stdio stream: a block of the file
 
 std::string ProcFile(const Process &process, const std::string &name)
 {
@@ -111,7 +112,8 @@ struct Region {
     unsigned long end = 0;
 };
 
-// The writable regions of memory that no file stands behind.
+// The writable regions of memory that no file stands behind, without the stack: on it stand remains of
+// records, overwritten in part.
 std::vector<Region> OwnMemory(const Process &process)
 {
     std::vector<Region> regions;
@@ -124,7 +126,7 @@ std::vector<Region> OwnMemory(const Process &process)
         unsigned long inode = 0;
         if (sscanf(line.c_str(), "%lx-%lx %7s %31s %15s %lu", &region.start, &region.end, access,
                    offset, device, &inode) == 6 &&
-            inode == 0 && strncmp(access, "rw", 2) == 0 &&
+            inode == 0 && strncmp(access, "rw", 2) == 0 && !line.ends_with("[stack]") &&
             region.end - region.start <= kLargestRegion) {
             regions.push_back(region);
         }
@@ -145,17 +147,43 @@ std::string ReadRegion(const Process &process, const Region &region)
     return bytes;
 }
 
-// The line that begins with `begin` in a region; empty when it is not there whole.
-std::string FindLine(const Process &process, const Region &region, const std::string &begin,
+// A record that is sought in memory. The stream's buffer mirrors one block of the file: what does not fit
+// into it was written, and the rest stands at the buffer's start.
+struct Sought {
+    std::string begin;  // what it begins with: its number
+    std::string
+        anchor;  // what of it is looked for: its beginning, or as much of it as the file holds
+    bool wraps = false;  // the anchor stands at the buffer's end
+};
+
+Sought SoughtRecord(long number, const std::string &begun, long fileSize)
+{
+    Sought sought;
+    sought.begin = "line " + std::to_string(number) + "===";
+    sought.anchor = begun.empty() ? sought.begin : begun;
+    sought.wraps = !begun.empty() && fileSize % static_cast<long>(kBufferSize) == 0;
+    return sought;
+}
+
+// The record's first line, with its line end, in a region; empty when it is not there whole. `address` is
+// that of the anchor.
+std::string FindLine(const Process &process, const Region &region, const Sought &sought,
                      unsigned long *address)
 {
     const std::string bytes = ReadRegion(process, region);
-    for (size_t at = bytes.find(begin); at != std::string::npos; at = bytes.find(begin, at + 1)) {
-        const size_t end = bytes.find_first_of(std::string("\n\0", 2), at);
-        if (end != std::string::npos && bytes[end] == '\n' &&
-            bytes.substr(at, end - at).find(" --- ") != std::string::npos) {
+    for (size_t at = bytes.find(sought.anchor); at != std::string::npos;
+         at = bytes.find(sought.anchor, at + 1)) {
+        size_t rest = at + sought.anchor.size();
+        if (sought.wraps && rest < kBufferSize)
+            continue;
+        rest -= sought.wraps ? kBufferSize : 0;
+        const size_t end = bytes.find_first_of(std::string("\n\0", 2), rest);
+        if (end == std::string::npos || bytes[end] != '\n')
+            continue;
+        std::string line = sought.anchor + bytes.substr(rest, end - rest + 1);
+        if (line.starts_with(sought.begin) && line.find(" --- ") != std::string::npos) {
             *address = region.start + at;
-            return bytes.substr(at, end - at + 1);
+            return line;
         }
     }
     return "";
@@ -333,18 +361,18 @@ long CountSwitches(const Process &process)
     return count;
 }
 
-std::string UnwrittenLine(Process *process, long number)
+std::string UnwrittenLine(Process *process, long number, const std::string &begun, long fileSize)
 {
-    const std::string begin = "line " + std::to_string(number) + "===";
+    const Sought sought = SoughtRecord(number, begun, fileSize);
     unsigned long address = 0;
     if (process->bufferPage != 0) {
         const auto page = static_cast<unsigned long>(process->bufferPage);
-        std::string line = FindLine(*process, {page, page + 2 * kPageSize}, begin, &address);
+        std::string line = FindLine(*process, {page, page + 2 * kPageSize}, sought, &address);
         if (!line.empty())
             return line;
     }
     for (const Region &region : OwnMemory(*process)) {
-        std::string line = FindLine(*process, region, begin, &address);
+        std::string line = FindLine(*process, region, sought, &address);
         if (!line.empty()) {
             process->bufferPage = static_cast<long>(address - address % kPageSize);
             return line;

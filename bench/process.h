@@ -62,10 +62,12 @@ long ResidentKiB(const Process &process);
 // How often it was woken or put to sleep so far; -1 when that cannot be read.
 long CountSwitches(const Process &process);
 
-// The log keeps its last line in memory until the next one follows. Finds the line with this number
-// there: the text up to its first line end, or an empty one when it cannot be found. Makes sense
-// while the daemon sleeps.
-std::string UnwrittenLine(Process *process, long number);
+// The log keeps its last record in the stream's memory until the next one follows. Finds the record with
+// this number there: the text up to its first line end, that included, or an empty one when it cannot be
+// found. `begun` is what of it the file holds already, behind the last line end of its `fileSize` bytes: where
+// a record crosses from one block of the file into the next, its first part is written. Makes sense while
+// the daemon sleeps.
+std::string UnwrittenLine(Process *process, long number, const std::string &begun, long fileSize);
 
 // How it ended, in plain words.
 std::string EndOf(const Process &process);

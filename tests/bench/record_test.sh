@@ -20,30 +20,13 @@ play() {
     fi
 }
 
-# until_same FILE FILE COMMAND...: COMMAND makes both files the same, at the third time at the latest. On a
-# machine that is busy with something else a look comes late, and what lay between two looks is told in
-# another way; what a recorder gets wrong by itself it gets wrong each time.
-until_same() {
-    local one=$1 other=$2
-    shift 2
-    for _ in 1 2 3; do
-        "$@"
-        ! cmp -s "$one" "$other" || return 0
-    done
-    same "$one" "$other"
-}
-
-# shellcheck disable=SC2317  # until_same calls it
-play_twice() {
-    play "$scenarios/$1.scenario" --record "$here/$1.first"
-    play "$here/$1.first" --record "$here/$1.second"
-}
-
 # stays_same NAME...: these scenarios' recordings play, and give themselves.
 stays_same() {
     local name
     for name in "$@"; do
-        until_same "$here/$name.first" "$here/$name.second" play_twice "$name"
+        play "$scenarios/$name.scenario" --record "$here/$name.first"
+        play "$here/$name.first" --record "$here/$name.second"
+        same "$here/$name.first" "$here/$name.second"
     done
 }
 
@@ -115,12 +98,7 @@ wait until idle
 expect mounted "/Volumes/Orvanta" with "ro,nosuid,nodev"
 END
 play "$here/person.scenario" --record "$here/person.recorded"
-# How far the daemon was between two of these events a look may miss at this speed: what counts are names.
-for recording in expected recorded; do
-    grep -vE '^(expect log|wait until idle)' "$here/person.$recording" >"$here/person.$recording.names"
-done
-same "$here/person.expected.names" "$here/person.recorded.names"
-! grep -E 'anna|berta|R5CT1234567|Anna' "$here/person.recorded" || fail "a name is in the recording"
+same "$here/person.expected" "$here/person.recorded"
 
 # A system as it is, the daemon at rest: recorded from within the world, by looking alone.
 cat >"$here/live.scenario" <<END
@@ -160,12 +138,8 @@ expect log "Kestrun:DiskMountCallback --- DiskMountCallback exit"
 wait until idle
 expect mounted "/Volumes/Orvanta" with "ro,nosuid,nodev"
 END
-# shellcheck disable=SC2317  # until_same calls it
-play_live() {
-    rm -f "$here/live"
-    play "$here/live.scenario"
-}
-until_same "$here/live.expected" "$here/live" play_live
+play "$here/live.scenario"
+same "$here/live.expected" "$here/live"
 play "$here/live"
 
 # What cannot be written is told.
