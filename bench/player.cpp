@@ -117,6 +117,7 @@ void RecordNow(Player *player)
     LookAtPeople(player->world, sighting);
     sighting->daemon = player->daemon.ended ? 0 : player->daemon.pid;
     sighting->idle = IsIdle(player->daemon);
+    sighting->waits = SleepOf(player->daemon) == Sleep::Timed;
     Record(&player->recorder, *sighting, player->observed.log);
 }
 

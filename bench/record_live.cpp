@@ -66,6 +66,7 @@ void LookOnce(Player *player, bool ask)
     LookAtHardware(player->world, sighting);
     sighting->daemon = player->daemon.pid;
     sighting->idle = IsIdle(player->daemon);
+    sighting->waits = SleepOf(player->daemon) == Sleep::Timed;
     const bool news = player->observed.log.lines.size() != player->recorder.linesTaken ||
                       !ChangesBetween(before, *sighting).empty();
     if (ask || news)

@@ -98,8 +98,22 @@ bool IsArrival(const std::string &line)
     return Begins(LineBody(line), kArrival);
 }
 
+void FollowSleep(Progress *progress, const Sighting &sighting)
+{
+    progress->unheard =
+        sighting.daemon != 0 && (!sighting.logFolder || sighting.logReadOnly || sighting.logFull);
+    progress->waits = sighting.waits || (progress->waits && !sighting.idle);
+    if (progress->unheard && sighting.idle) {
+        progress->starting = false;
+        progress->inside = false;
+        progress->pending = 0;
+    }
+}
+
 bool IsAtRest(const Progress &progress)
 {
+    if (progress.unheard)
+        return !progress.waits;
     return !progress.starting && !progress.inside && progress.pending == 0;
 }
 

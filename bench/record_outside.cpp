@@ -39,6 +39,14 @@ void CompareFiles(const Sighting &before, const Sighting &now, std::vector<Chang
         changes->push_back(
             {now.logFolder ? Happened::MakeLogFolder : Happened::RemoveLogFolder, kLogFolder, ""});
     }
+    if (now.logDisk != 0 && before.logDisk != now.logDisk)
+        changes->push_back({Happened::LogDisk, std::to_string(now.logDisk), ""});
+    if (now.logFull != before.logFull)
+        changes->push_back({now.logFull ? Happened::LogFull : Happened::LogRoom, "", ""});
+    if (now.logReadOnly != before.logReadOnly) {
+        changes->push_back(
+            {now.logReadOnly ? Happened::LogReadOnly : Happened::LogWritable, "", ""});
+    }
     CompareFile(before.config, now.config, Happened::Config, Happened::NoConfig, changes);
     CompareFile(before.sysConfig, now.sysConfig, Happened::SysConfig, Happened::NoSysConfig,
                 changes);
@@ -198,6 +206,7 @@ void MaskChange(Recorder *recorder, Change *change)
     case Happened::PlugPort: change->text = QuotedText(MaskPort(privacy, change->text)); return;
     case Happened::DaemonUser: change->text = QuotedText(MaskUser(privacy, change->text)); return;
     case Happened::Console: change->text = MaskUser(privacy, change->text); return;
+    case Happened::LogDisk:
     case Happened::FillLog: return;
     case Happened::Config:
     case Happened::SysConfig:
@@ -235,6 +244,11 @@ std::string Statement(Recorder *recorder, const Change &change)
     case Happened::RemoveLogFolder: return "remove folder " + text;
     case Happened::MakeLogFolder:
     case Happened::MakeFolder: return "make folder " + text;
+    case Happened::LogDisk: return "log folder " + text + " bytes";
+    case Happened::LogRoom: return "log folder has room";
+    case Happened::LogWritable: return "log folder writable";
+    case Happened::LogFull: return "log folder full";
+    case Happened::LogReadOnly: return "log folder read-only";
     case Happened::Config: return "config" + text;
     case Happened::NoConfig: return "no config";
     case Happened::FillLog: return "fill log " + text + " bytes";

@@ -169,6 +169,8 @@ void EndEpisodeBefore(Recorder *recorder, const Sighting &next)
         episode.mountHeld = held;
         TellEpisode(recorder);
         recorder->episode.mountFreed = held;
+        if (late && recorder->progress.unheard && recorder->progress.waits)
+            recorder->text += kKeepApart;  // how far it came meanwhile no line says
     } else if (late) {
         TellQuietEpisode(recorder);
     }
@@ -267,9 +269,9 @@ void TakeHeldLook(Recorder *recorder, const std::vector<std::string> *after)
     Progress ahead = recorder->progress;
     for (const std::string &line : look.lines)
         FollowProgress(&ahead, line);
-    const bool unheard = look.sighting.daemon != 0 && !look.sighting.logFolder;
-    const bool underWay = after == nullptr || unheard || ahead.abandoned || ahead.pending > 0 ||
-                          std::ranges::any_of(*after, IsArrival);
+    FollowSleep(&ahead, look.sighting);
+    const bool underWay = after == nullptr || ahead.unheard || ahead.abandoned ||
+                          ahead.pending > 0 || std::ranges::any_of(*after, IsArrival);
     LeaveOutStrangers(*recorder, underWay, &look.sighting);
     TakeOutDaemonsDoing(recorder, &look.sighting);
     KeepVolumeName(&recorder->privacy, look.sighting.config.value_or(""));
@@ -281,8 +283,13 @@ void TakeHeldLook(Recorder *recorder, const std::vector<std::string> *after)
         TellEpisode(recorder);
     }
     recorder->begun = true;
-    for (const std::string &line : look.lines)
-        RecordLine(recorder, line);
+    for (const std::string &line : look.lines) {
+        if (look.sighting.logFull)
+            FollowProgress(&recorder->progress, line);
+        else
+            RecordLine(recorder, line);
+    }
+    FollowSleep(&recorder->progress, look.sighting);
 }
 
 }  // namespace

@@ -6,7 +6,8 @@
 // outside stood before it and how it stands at its end, in a fixed order: so it does not matter in
 // which order, in how many looks and how late the changes were seen. Of the log those lines are kept
 // that show how far the daemon came; how often it tried, and when, differs from one time to the next.
-// Whether the scenario waits for the daemon to come to rest behind an episode is judged by the log.
+// Whether the scenario waits for the daemon to come to rest behind an episode is judged by the log. While
+// that has no room, how many lines fit in depends on how long the time of day is: none is kept.
 #ifndef BENCH_RECORDER_H
 #define BENCH_RECORDER_H
 
@@ -29,9 +30,14 @@ enum class Happened {
     Kill,
     RemoveLogFolder,
     MakeLogFolder,
+    LogDisk,
+    LogRoom,
+    LogWritable,
     Config,
     NoConfig,
     FillLog,
+    LogFull,
+    LogReadOnly,
     MakeFolder,
     SysConfig,
     NoSysConfig,
@@ -67,6 +73,8 @@ struct Progress {
     int pending = 0;            // mounts that were asked for and did not end
     bool abandoned = false;     // a daemon was killed with such mounts: they may come yet
     bool finderMissed = false;  // the line that says so came since the Finder is looked for
+    bool unheard = false;       // what it logs is lost
+    bool waits = false;  // it was seen to sleep for a time, and not to have nothing to do since
 };
 
 struct Episode {
@@ -152,7 +160,11 @@ void RecordLine(Recorder *recorder, const std::string &line);
 // record_log.cpp: whether this is the line with which the daemon takes a disk.
 bool IsArrival(const std::string &line);
 
-// record_log.cpp: whether the daemon has come to rest, as far as the log says.
+// record_log.cpp: what a sighting says of where the daemon is, which is asked while the log cannot.
+void FollowSleep(Progress *progress, const Sighting &sighting);
+
+// record_log.cpp: whether the daemon has come to rest or soon will, as far as the log says; while its lines
+// are lost, as far as its sleep does.
 bool IsAtRest(const Progress &progress);
 
 }  // namespace bench

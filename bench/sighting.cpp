@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -81,6 +82,22 @@ std::set<std::string> FoldersWithout(const std::map<std::string, SeenMount> &mou
     for (const auto &[place, mounted] : mounts)
         folders.erase(place);
     return folders;
+}
+
+// The folder of the log, and the disk that it lies on.
+void LookAtLogFolder(Sighting *sighting)
+{
+    const fs::path folder = fs::path(kLogPath).parent_path();
+    struct stat own;
+    struct stat above;
+    struct statvfs disk;
+    sighting->logFolder = stat(folder.c_str(), &own) == 0;
+    const bool known = sighting->logFolder && statvfs(folder.c_str(), &disk) == 0 &&
+                       stat(folder.parent_path().c_str(), &above) == 0;
+    const bool isDisk = known && own.st_dev != above.st_dev;
+    sighting->logReadOnly = known && (disk.f_flag & ST_RDONLY) != 0;
+    sighting->logDisk = isDisk ? static_cast<long>(disk.f_blocks * disk.f_frsize) : 0;
+    sighting->logFull = isDisk && disk.f_bavail == 0;
 }
 
 std::optional<std::string> ContentOf(const char *path)
@@ -166,7 +183,7 @@ void LookAtHardware(const World &world, Sighting *sighting)
     sighting->folders = FoldersWithout(sighting->mounts);
     struct stat log;
     sighting->logSize = stat(kLogPath, &log) == 0 ? static_cast<long>(log.st_size) : 0;
-    sighting->logFolder = access(fs::path(kLogPath).parent_path().c_str(), F_OK) == 0;
+    LookAtLogFolder(sighting);
     sighting->config = ContentOf(kConfigPath);
     sighting->sysConfig = ContentOf(kSysConfigPath);
     sighting->disks = DisksNow(sighting->disks);

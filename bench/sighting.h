@@ -41,7 +41,11 @@ struct Sighting {
     bool finder = false;
     long daemon = 0;                    // its process id; 0 when it does not run
     bool idle = false;                  // it has nothing to do
+    bool waits = false;                 // it sleeps for a time, and goes on then
     bool logFolder = true;              // the folder of the log is there
+    bool logReadOnly = false;           // and nobody may write it
+    long logDisk = 0;                   // bytes of the disk of its own that it is; 0: it is none
+    bool logFull = false;               // that disk has no room
     long logSize = 0;                   // bytes
     std::optional<std::string> config;  // the files' content, where they are there
     std::optional<std::string> sysConfig;

@@ -46,6 +46,7 @@ fi
 stays_same replugged present-at-boot login-late finder-absent mount-refused setup-once \
     two-disks-one-label stale-folder \
     changes-in-one-drive unplugged-during-mount disk-image hidden-disk-pulled log-folder-missing \
+    log-folder-read-only log-folder-full \
     log-at-its-cap setup-read-only name-of-70-characters labels-of-any-bytes \
     other-label-ignored
 for told in other-label-ignored:'plug disk ".#Orvanta" as disk1' log-at-its-cap:'fill log 10000000 bytes' \

@@ -591,6 +591,50 @@ TEST_CASE("while nothing can be logged, a mount without the daemon's options is 
     }
 }
 
+TEST_CASE("a log that cannot be written is told, and what it lacks is not made up")
+{
+    System system;
+    system.sighting.daemonUser.clear();
+    system.sighting.consoleUser.clear();
+    system.sighting.logDisk = 65536;
+    system.sighting.logReadOnly = true;
+    Look(&system);
+    system.sighting.daemon = 100;
+    system.sighting.idle = true;
+    Look(&system);
+    system.sighting.logReadOnly = false;
+    Look(&system, 60);
+
+    // Full: some lines come through, which ones is chance. It waits, for nobody knows what.
+    system.sighting.logFull = true;
+    PlugDisk(&system);
+    Look(&system, 60);
+    Say(&system, kArrival);
+    Mounting(kPlace, kDaemons)(&system);
+    system.sighting.idle = false;
+    system.sighting.waits = true;
+    Look(&system);
+    system.sighting.waits = false;  // between two sleeps
+    Look(&system, 60);
+
+    // It came to rest while it was not heard.
+    system.sighting.disks.clear();
+    system.sighting.mounts.clear();
+    system.sighting.idle = true;
+    Look(&system);
+    system.sighting.logFull = false;
+    Look(&system, 60);
+    CHECK(
+        TextSince(&system, "") ==
+        "title \"A recording\"\n"
+        "\nlog folder 65536 bytes\nlog folder read-only\nstart daemon\nwait until idle\nwait 10 s\n"
+        "\nlog folder writable\nwait until idle\nwait 10 s\n"
+        "\nlog folder full\nplug disk \"Orvanta\" as disk1\n"
+        "expect mounted \"/Volumes/Orvanta\" with \"ro,nosuid,nodev\"\nwait 10 s\n"
+        "\nunplug disk1\nwait until idle\nexpect not mounted \"/Volumes/Orvanta\"\n"
+        "\nlog folder has room\n");
+}
+
 TEST_CASE("folders for volumes are told until the daemon runs, then they are its own")
 {
     System system;
