@@ -103,6 +103,8 @@ void FollowSleep(Progress *progress, const Sighting &sighting)
     progress->unheard =
         sighting.daemon != 0 && (!sighting.logFolder || sighting.logReadOnly || sighting.logFull);
     progress->waits = sighting.waits || (progress->waits && !sighting.idle);
+    if (progress->unheard)
+        progress->finderMissed = true;  // it may have been said
     if (progress->unheard && sighting.idle) {
         progress->starting = false;
         progress->inside = false;

@@ -68,13 +68,14 @@ struct Change {
 
 // How far the log says that the daemon is.
 struct Progress {
-    bool starting = false;      // the start-up pass is under way
-    bool inside = false;        // what follows a mount is under way
-    int pending = 0;            // mounts that were asked for and did not end
-    bool abandoned = false;     // a daemon was killed with such mounts: they may come yet
-    bool finderMissed = false;  // the line that says so came since the Finder is looked for
-    bool unheard = false;       // what it logs is lost
-    bool waits = false;  // it was seen to sleep for a time, and not to have nothing to do since
+    bool starting = false;   // the start-up pass is under way
+    bool inside = false;     // what follows a mount is under way
+    int pending = 0;         // mounts that were asked for and did not end
+    bool abandoned = false;  // a daemon was killed with such mounts: they may come yet
+    bool finderMissed =
+        false;             // the line that says so may have come since the Finder is looked for
+    bool unheard = false;  // what it logs is lost
+    bool waits = false;    // it was seen to sleep for a time, and not to have nothing to do since
 };
 
 struct Episode {

@@ -635,6 +635,23 @@ TEST_CASE("a log that cannot be written is told, and what it lacks is not made u
         "\nlog folder has room\n");
 }
 
+TEST_CASE("that the Finder is missing is no news when it may have been said unheard")
+{
+    for (const bool readOnly : {false, true}) {
+        CAPTURE(readOnly);
+        System system = AtRest();
+        system.sighting.idle = false;
+        system.sighting.waits = true;
+        system.sighting.logReadOnly = readOnly;
+        Look(&system, 60);
+        system.sighting.logReadOnly = false;
+        Look(&system, 60);
+        Say(&system, "Kestrun:DiskMountCallback --- send cmd failed, not run board app");
+        const std::string text = TextSince(&system, "start daemon");
+        CHECK((text.find("send cmd failed") == std::string::npos) == readOnly);
+    }
+}
+
 TEST_CASE("folders for volumes are told until the daemon runs, then they are its own")
 {
     System system;
