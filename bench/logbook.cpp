@@ -13,12 +13,19 @@ namespace bench
 
 const char kLogPath[] = "/usr/local/Tarnwell/Kestrun.log";
 
-namespace
+void SkipLog(LogBook *book)
 {
+    struct stat status;
+    book->offset = stat(kLogPath, &status) == 0 ? static_cast<long>(status.st_size) : 0;
+}
 
-void TakeText(LogBook *book, const std::string &added)
+void TakeText(LogBook *book, const std::string &added, bool emptied)
 {
-    if (!book->lines.empty() && book->lines.back().unwritten)
+    if (emptied) {
+        book->text.clear();
+        book->unfinished.clear();
+    }
+    if (!added.empty() && !book->lines.empty() && book->lines.back().unwritten)
         book->lines.pop_back();
     book->text += added;
     book->unfinished += added;
@@ -34,24 +41,15 @@ void TakeText(LogBook *book, const std::string &added)
     book->unfinished.erase(0, start);
 }
 
-}  // namespace
-
-void SkipLog(LogBook *book)
-{
-    struct stat status;
-    book->offset = stat(kLogPath, &status) == 0 ? static_cast<long>(status.st_size) : 0;
-}
-
 bool FollowLog(LogBook *book)
 {
     const int file = open(kLogPath, O_RDONLY | O_CLOEXEC);
     if (file < 0)
         return false;
     struct stat status;
-    if (fstat(file, &status) == 0 && status.st_size < book->offset) {
+    const bool emptied = fstat(file, &status) == 0 && status.st_size < book->offset;
+    if (emptied)
         book->offset = 0;
-        book->cut = true;
-    }
     std::string added;
     char buffer[16384];
     for (ssize_t got = 0; (got = pread(file, buffer, sizeof buffer, book->offset)) > 0;) {
@@ -59,10 +57,10 @@ bool FollowLog(LogBook *book)
         book->offset += got;
     }
     (void)close(file);
-    if (added.empty())
+    if (added.empty() && !emptied)
         return false;
-    TakeText(book, added);
-    return true;
+    TakeText(book, added, emptied);
+    return !added.empty();
 }
 
 void RestartLog(LogBook *book)

@@ -18,11 +18,10 @@ struct LogLine {
 
 struct LogBook {
     long offset = 0;             // how much of the file was read
-    std::string text;            // all that was read, line ends included
+    std::string text;            // all that was read since the file was emptied, line ends included
     std::string unfinished;      // the end of it that is no whole line yet
     std::vector<LogLine> lines;  // whole lines; the last one may be an unwritten one
     long lastNumber = 0;         // the number of the last record that was read from the file
-    bool cut = false;            // the file was emptied by the daemon meanwhile
 };
 
 // Passes over what the file holds already.
@@ -30,6 +29,10 @@ void SkipLog(LogBook *book);
 
 // Reads what was added since. True when there are new lines.
 bool FollowLog(LogBook *book);
+
+// What FollowLog does with what it has read; `emptied`: the daemon emptied the file before. What it held
+// then may have been seen or not, for the daemon writes its last line only to empty it.
+void TakeText(LogBook *book, const std::string &added, bool emptied);
 
 // A new daemon begins to count anew.
 void RestartLog(LogBook *book);

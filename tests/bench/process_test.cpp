@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "doctest/doctest.h"
+#include <doctest/doctest.h>
 
 namespace
 {
