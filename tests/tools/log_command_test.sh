@@ -103,11 +103,14 @@ if ! grep -qa __asan_init "$program"; then
     while [ "$(stat -c %s full 2>/dev/null || echo 0)" -lt 10000000 ]; do
         for _ in $(seq 200); do cat "$logs/plugged-in-later.log"; done >>full
     done
-    for options in '' --json --calls; do
-        # shellcheck disable=SC2086  # one option or none
-        seconds=$( { TIMEFORMAT='%U %S'; time "$program" $options full >/dev/null; } 2>&1 |
+    # So is one of as many modems as can be, none of whose mounts ends, and one of as many starts.
+    seq 120000 | sed 's/.*/line &===2026-11-20 9:5:3   Kestrun:DiskPeekCallback --- DiskPeekCallback Enter/' >peeks
+    sed 's/^line [0-9]*/line 1/' peeks >starts
+    for options in full '--json full' '--calls full' peeks starts; do
+        # shellcheck disable=SC2086  # a list of words
+        seconds=$( { TIMEFORMAT='%U %S'; time "$program" $options >/dev/null; } 2>&1 |
             awk '{ print int($1 + $2) }')
-        [ "$seconds" -eq 0 ] || fail "10 MB $options: more than $seconds s"
+        [ "$seconds" -eq 0 ] || fail "10 MB, $options: more than $seconds s"
     done
 fi
 

@@ -138,6 +138,20 @@ TEST_CASE("the beginning of a next record at the end of the file belongs to no m
     CHECK(Messages(kHead + "a\nline 2\n") == Texts{"1 a\nline 2"});
 }
 
+TEST_CASE(
+    "a beginning that a full disk has torn hides neither the record before nor the one behind it")
+{
+    const std::string torn = "line 2===2026-11-20 9:5:3   Kestrun:DiskMountCallback --- ";
+    const std::string next = "line 9===2026-11-20 9:5:4   Kestrun:main --- b\n";
+    for (size_t size = 1; size < torn.size() - 3; size++) {
+        CAPTURE(size);
+        CHECK(Messages(kHead + "a\n" + torn.substr(0, size) + next) ==
+              (size < 5 ? Texts{"1 a\n" + torn.substr(0, size) + next.substr(0, next.size() - 1)}
+                        : Texts{"1 a", "9 b"}));
+    }
+    CHECK(Messages(kHead + "a\nline 2===x" + next).size() == 1);
+}
+
 TEST_CASE("zero bytes before a record are counted and belong to none")
 {
     const std::string text = std::string(7, '\0') + kHead + "a\n" + std::string(3, '\0') + kNext;

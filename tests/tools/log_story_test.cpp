@@ -285,6 +285,17 @@ TEST_CASE(
     }
 }
 
+TEST_CASE("a mount that ended among missing lines does not take the end of the next one")
+{
+    LogBuilder log;
+    log.Start().Inserted();
+    log.number += 20;
+    log.Inserted().MountEnds().Mount("are not same return.....");
+    CHECK(OnlySentence(log) ==
+          "unfinished Whether it was opened is not in the log: lines are missing behind line 6.; "
+          "other-user Not opened: another user than the daemon's owned the console (line 32).");
+}
+
 TEST_CASE("an arrival whose deciding lines are missing is left open")
 {
     LogBuilder log = UpToConsole();

@@ -105,12 +105,30 @@ static void TellPeek(Teller &teller, size_t index, Event event)
     }
 }
 
+static long NumberOf(const Teller &teller, size_t arrival)
+{
+    return teller.log.records[teller.run.arrivals[arrival].steps.front().first].number;
+}
+
+// A mount that was asked for before lines were lost has most likely ended in them, when another one was
+// asked for since.
+static void SkipLost(Teller &teller)
+{
+    while (teller.awaiting.size() > 1) {
+        const Gap *gap = GapBehind(teller.run, NumberOf(teller, teller.awaiting[0]));
+        if (!gap || gap->to > NumberOf(teller, teller.awaiting[1]))
+            return;
+        teller.awaiting.pop_front();
+    }
+}
+
 // The mount-time actions begin: at the start of the daemon, or because the oldest mount that was
 // asked for has ended.
 static void TellMountEnter(Teller &teller, size_t index)
 {
     const bool atStart = teller.busy && teller.startVolume;
     if (!atStart && !teller.awaiting.empty()) {
+        SkipLost(teller);
         teller.current = teller.awaiting.front();
         if (teller.awaiting.size() > 1) {
             Current(teller).notes.push_back(std::to_string(teller.awaiting.size()) +
@@ -418,13 +436,6 @@ void TellRecord(Teller &teller, size_t index, const Found &found)
     }
 }
 
-// Whether lines are missing behind the record `index`: what became of it may have been among them.
-static bool LacksLinesBehind(const Teller &teller, size_t index)
-{
-    const long number = teller.log.records[index].number;
-    return std::ranges::any_of(teller.run.gaps, [&](const Gap &gap) { return gap.from > number; });
-}
-
 void EndTelling(Teller &teller)
 {
     if (teller.busy && !Current(teller).decided) {
@@ -438,8 +449,8 @@ void EndTelling(Teller &teller)
     }
     for (const size_t waiting : teller.awaiting) {
         Arrival &arrival = teller.run.arrivals[waiting];
-        if (LacksLinesBehind(teller, arrival.steps.front().first))
-            continue;
+        if (GapBehind(teller.run, NumberOf(teller, waiting)))
+            continue;  // the completion may have been among the missing lines
         arrival.outcome = Outcome::NoCompletion;
         arrival.sentence = NoCompletionSentence(teller, arrival);
     }
@@ -449,7 +460,7 @@ void EndTelling(Teller &teller)
             arrival.sentence = UnknownSentence(teller, arrival);
         // Where lines are missing a step may have no end although the daemon is past it.
         const bool goesOn =
-            (teller.busy && i == teller.current) || std::ranges::count(teller.awaiting, i) > 0;
+            (teller.busy && i == teller.current) || std::ranges::binary_search(teller.awaiting, i);
         for (Step &step : arrival.steps) {
             if (!step.ended && goesOn)
                 step.last = teller.run.last;

@@ -156,6 +156,24 @@ static size_t FindJoined(const Parser &parser, size_t end, Record &header, size_
     return ReadHeader(parser.text.substr(start, end - start), header, headerLength) ? start : end;
 }
 
+// Where, before `end`, a whole beginning of a record follows one at `at` that a full disk has torn; `end`
+// when none does.
+static size_t FindTorn(const Parser &parser, size_t at, size_t end, Record &header,
+                       size_t &headerLength)
+{
+    const std::string_view text = parser.text.substr(0, end);
+    if (text.substr(at, 5) != "line ")
+        return end;
+    for (size_t next = text.find("line ", at + 1); next < end;
+         next = text.find("line ", next + 1)) {
+        if (!BeginsHeader(text.substr(at, next - at)))
+            return end;
+        if (ReadHeader(text.substr(next), header, headerLength))
+            return next;
+    }
+    return end;
+}
+
 // Takes the line of text from `start` to `end`, its line feed included.
 static void TakeLine(Parser &parser, size_t start, size_t end)
 {
@@ -165,8 +183,14 @@ static void TakeLine(Parser &parser, size_t start, size_t end)
         zeros++;
     Record header = {};
     size_t headerLength = 0;
-    const size_t at = start + zeros;
-    if (ReadHeader(parser.text.substr(at, end - at), header, headerLength)) {
+    size_t at = start + zeros;
+    bool begins = ReadHeader(parser.text.substr(at, end - at), header, headerLength);
+    const size_t torn = begins ? end : FindTorn(parser, at, end, header, headerLength);
+    if (torn < end) {
+        at = torn;
+        begins = true;
+    }
+    if (begins) {
         Close(parser, start, false);
         Open(parser, header, at, headerLength, false, zeros);
     } else if (!parser.open) {

@@ -179,11 +179,8 @@ std::string UnknownSentence(const Teller &teller, const Arrival &arrival)
     const size_t first = arrival.steps.front().first;
     if (teller.run.gaps.empty())
         return unknown + ".";
-    for (const Gap &gap : teller.run.gaps) {
-        if (gap.from > teller.log.records[first].number)
-            return unknown + ": lines are missing behind line " + std::to_string(gap.from - 1) +
-                   ".";
-    }
+    if (const Gap *gap = GapBehind(teller.run, teller.log.records[first].number))
+        return unknown + ": lines are missing behind line " + std::to_string(gap->from - 1) + ".";
     return unknown + ": lines are missing before " + Line(teller, first) + ".";
 }
 

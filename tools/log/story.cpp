@@ -87,6 +87,12 @@ static void BeginRun(Story &story, const LogText &log, size_t index)
     story.runs.push_back(std::move(run));
 }
 
+const Gap *GapBehind(const Run &run, long number)
+{
+    const auto gap = std::ranges::upper_bound(run.gaps, number, {}, &Gap::from);
+    return gap == run.gaps.end() ? nullptr : &*gap;
+}
+
 static void NoteRecord(Run &run, const LogText &log, size_t index, const Found &found)
 {
     const Record &record = log.records[index];

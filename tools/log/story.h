@@ -61,6 +61,9 @@ struct Run {
     bool isLast;  // none began behind its last record
 };
 
+// The first lines that are missing behind the one of this number; null when none are.
+const Gap *GapBehind(const Run &run, long number);
+
 // A text that the daemon of this release does not write.
 struct Unknown {
     size_t record;
