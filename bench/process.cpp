@@ -11,6 +11,8 @@
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -194,22 +196,26 @@ bool IsDaemonName(const std::string &name)
     return name == "Kestrun\n" || name == "kestrun\n";
 }
 
-// The parent of a process; 0 when there is none any more.
-long ParentOf(long pid)
+// Of a process that bears the daemon's name. One that has ended bears it until its parent asks for its end.
+NamedProcess LookAtNamed(long pid)
 {
     const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
     const size_t name = stat.rfind(") ");  // the state follows, then the parent
-    return name == std::string::npos || stat.size() < name + 4
-               ? 0
-               : strtol(stat.c_str() + name + 3, nullptr, 10);
-}
-
-// A process that has ended bears its name until its parent asks for its end.
-bool HasEnded(long pid)
-{
-    Process process;
-    process.pid = static_cast<pid_t>(pid);
-    return StateOf(process) == 'Z';
+    NamedProcess process;
+    process.pid = pid;
+    if (name == std::string::npos)
+        return process;
+    std::istringstream fields(stat.substr(name + 2));
+    std::string passedOver;
+    std::string state;
+    long parent = -1;
+    fields >> state >> parent;
+    process.parent = state == "Z" ? -1 : parent;
+    const int fieldsBetween = 17;
+    for (int i = 0; i < fieldsBetween; ++i)
+        fields >> passedOver;
+    fields >> process.started;
+    return process;
 }
 
 // Where the namespace cannot be read, the process counts as one of this system.
@@ -250,23 +256,32 @@ bool StartProcess(const World &world, const std::string &program, double speed, 
     return true;
 }
 
+std::vector<long> DaemonsAmong(std::vector<NamedProcess> named)
+{
+    std::ranges::sort(named, {}, [](const NamedProcess &process) {
+        return std::tie(process.started, process.pid);
+    });
+    std::vector<long> daemons;
+    for (const NamedProcess &process : named) {
+        const bool child = std::ranges::any_of(
+            named, [&](const NamedProcess &other) { return other.pid == process.parent; });
+        if (process.parent >= 0 && !child)
+            daemons.push_back(process.pid);
+    }
+    return daemons;
+}
+
 std::vector<long> FindDaemons()
 {
-    std::vector<long> daemons;
+    std::vector<NamedProcess> named;
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
         const std::string folder = entry.path();
         const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
-        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder) &&
-            !HasEnded(pid))
-            daemons.push_back(pid);
+        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder))
+            named.push_back(LookAtNamed(pid));
     }
-    std::ranges::sort(daemons);
-    // A child bears the daemon's name until it becomes another program.
-    const std::vector<long> named = daemons;
-    std::erase_if(daemons,
-                  [&](long pid) { return std::ranges::binary_search(named, ParentOf(pid)); });
-    return daemons;
+    return DaemonsAmong(std::move(named));
 }
 
 void KillProcess(Process *process)

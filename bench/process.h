@@ -30,6 +30,17 @@ bool StartProcess(const World &world, const std::string &program, double speed, 
 // they and `programsDir` come first on PATH.
 void SetWorldEnvironment(const World &world);
 
+// A process that bears the daemon's name.
+struct NamedProcess {
+    long pid = 0;
+    long parent = -1;  // 0: it is in another namespace of processes; -1: the process has ended
+    unsigned long long started = 0;  // ticks of the clock since the machine's start
+};
+
+// The daemons among them, the oldest first: a child of the daemon bears its name until it becomes another
+// program, and one that has ended meanwhile was such a child or is no daemon any more.
+std::vector<long> DaemonsAmong(std::vector<NamedProcess> named);
+
 // The daemons that run on this system, by their process ids, the oldest first. One in another mount
 // namespace belongs to another system, a container's or the bench's.
 std::vector<long> FindDaemons();

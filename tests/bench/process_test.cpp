@@ -1,12 +1,15 @@
 // process_test.cpp - what is read from the memory of another process.
 #include "bench/process.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -90,6 +93,49 @@ void Send(const Writer &writer)
 }
 
 }  // namespace
+
+TEST_CASE(
+    "the daemons are those that bear the name and are no children of another, the oldest first")
+{
+    const std::vector<long> none;
+    CHECK(bench::DaemonsAmong({}) == none);
+    CHECK(bench::DaemonsAmong({{700, 1, 50}}) == std::vector<long>{700});
+    CHECK(bench::DaemonsAmong({{700, 0, 50}}) == std::vector<long>{700});
+    // The numbers of processes begin anew some time: a child may have the smaller one.
+    CHECK(bench::DaemonsAmong({{40, 32000, 90}, {32000, 1, 50}}) == std::vector<long>{32000});
+    CHECK(bench::DaemonsAmong({{40, -1, 0}, {32000, 1, 50}}) == std::vector<long>{32000});
+    CHECK(bench::DaemonsAmong({{40, 1, 90}, {32000, 1, 50}}) == std::vector<long>{32000, 40});
+    CHECK(bench::DaemonsAmong({{32000, -1, 0}}) == none);
+}
+
+TEST_CASE("the daemon of this system is found by its name, its child is not")
+{
+    const std::vector<long> before = bench::FindDaemons();
+    int ready[2];
+    REQUIRE(pipe(ready) == 0);
+    const pid_t daemon = fork();
+    REQUIRE(daemon >= 0);
+    if (daemon == 0) {
+        (void)prctl(PR_SET_NAME, "Kestrun");
+        (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (fork() == 0)
+            (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+        (void)!write(ready[1], "", 1);
+        pause();
+        _exit(0);
+    }
+    char byte = 0;
+    for (int i = 0; i < 2; ++i)
+        REQUIRE(read(ready[0], &byte, 1) == 1);
+    std::vector<long> found = bench::FindDaemons();
+    std::erase_if(found, [&](long pid) { return std::ranges::find(before, pid) != before.end(); });
+    CHECK(found == std::vector<long>{daemon});
+    close(ready[0]);
+    close(ready[1]);
+    bench::Process process;
+    process.pid = daemon;
+    bench::KillProcess(&process);
+}
 
 TEST_CASE("a record that the file does not hold yet, or not whole, is read from memory as it is")
 {
