@@ -115,16 +115,26 @@ static void GatherVolumes(Facts *facts)
     }
 }
 
+std::optional<std::string> ReadLog(Facts *facts, const char *path)
+{
+    LogFacts &log = facts->log;
+    log.problem = ProblemOf(path);
+    std::optional<std::string> text;
+    if (log.problem.empty()) {
+        text = tools::ReadWholeFile(path);
+        log.missing = !text && errno == ENOENT;
+        if (!text)
+            log.problem = strerror(errno);
+    }
+    if (!text && !log.missing)
+        facts->unknown.emplace_back("what the log says: " + log.problem);
+    return text;
+}
+
 static void GatherLog(Facts *facts)
 {
     LogFacts &log = facts->log;
-    const std::optional<std::string> text = tools::ReadWholeFile(kLogFile);
-    log.missing = !text && errno == ENOENT;
-    if (!text) {
-        log.problem = strerror(errno);
-        if (!log.missing)
-            facts->unknown.emplace_back("what the log says: " + log.problem);
-    }
+    const std::optional<std::string> text = ReadLog(facts, kLogFile);
     const klog::LogText parsed = klog::ParseLog(text ? std::string_view(*text) : "");
     if (!parsed.records.empty()) {
         const klog::Record &last = parsed.records.back();

@@ -24,9 +24,8 @@ struct LogFacts {
 
 struct Facts {
     std::vector<Daemon> daemons;
-    std::string
-        daemonUser;  // of all of them, as the daemon itself is told; empty when nobody knows,
-                     // or they run as several
+    // Of all of them, as the daemon itself is told; empty when nobody knows, or they run as several.
+    std::string daemonUser;
     std::string consoleUser;             // the same
     std::optional<bool> finder = false;  // whether it runs; nothing when nobody knows
     bool configured = false;             // there is a configuration file
@@ -46,6 +45,9 @@ Facts GatherFacts();
 
 // Takes from the configuration at `path` what the daemon would.
 void ReadConfiguration(Facts *facts, const char *path);
+
+// The log at `path`; nothing where it cannot be read, with the reason in `facts`.
+std::optional<std::string> ReadLog(Facts *facts, const char *path);
 
 // What is wrong, in plain words; nothing when all is as it should be.
 std::vector<std::string> FindWrongs(const Facts &facts);

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tools/common/program.h"
 #include "tools/status/daemon.h"
 #include "tools/status/facts.h"
 #include "tools/status/report.h"
@@ -224,6 +225,32 @@ TEST_CASE("a configuration that cannot be read is not taken for none")
     unlink(path.c_str());
     REQUIRE(mkfifo(path.c_str(), 0600) == 0);
     CHECK(problem() == "Not a regular file");
+    unlink(path.c_str());
+    rmdir(folder);
+}
+
+TEST_CASE("a log that cannot be read is told with the reason, one that is not there as missing")
+{
+    char folder[] = "/tmp/waiting_test.XXXXXX";
+    REQUIRE(mkdtemp(folder) != nullptr);
+    const std::string path = std::string(folder) + "/log";
+    const auto read = [&](kstatus::Facts *facts) { return kstatus::ReadLog(facts, path.c_str()); };
+    kstatus::Facts absent;
+    CHECK_FALSE(read(&absent));
+    CHECK(absent.log.missing);
+    CHECK(absent.unknown.empty());
+    REQUIRE(mkfifo(path.c_str(), 0600) == 0);
+    kstatus::Facts pipe;
+    CHECK_FALSE(read(&pipe));
+    CHECK_FALSE(pipe.log.missing);
+    CHECK(pipe.log.problem == "Not a regular file");
+    CHECK(pipe.unknown == std::vector<std::string>{"what the log says: Not a regular file"});
+    unlink(path.c_str());
+    REQUIRE(tools::WriteWholeFile(path, "line 1===x"));
+    kstatus::Facts there;
+    CHECK(read(&there) == "line 1===x");
+    CHECK_FALSE(there.log.missing);
+    CHECK(there.log.problem.empty());
     unlink(path.c_str());
     rmdir(folder);
 }
