@@ -170,7 +170,8 @@ def verdict(row):
         return "reached"
     if row["instructions"] is not None and row["instructions"] <= row["limit"]:
         return "reached by instructions"
-    return "missed"
+    beyond = row["bound"] is not None and row["bound"] > row["limit"]
+    return "missed, by the lower bound too" if beyond else "missed"
 
 
 def number(value, form="{:.2f}"):
@@ -245,7 +246,7 @@ def draw(rows):
     for i, row in enumerate(rows):
         y = 50 + i * high
         bar = min(row["ratio"], 1.6) * scale
-        colour = "#c0504d" if verdict(row) == "missed" else "#4f81bd"
+        colour = "#c0504d" if verdict(row).startswith("missed") else "#4f81bd"
         mark = left + row["limit"] * scale
         against = row["against"].split(" (")[0]
         out += [text(left - 8, y + 13, f'{row["work"]} / {against}', "end"),
