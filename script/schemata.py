@@ -23,8 +23,13 @@ static inline int ReadMutant()
 inline const int kMutant = ReadMutant();
 """
 
-SWAPS = {"<=": "<", ">=": ">", "<": "<=", ">": ">=", "==": "!=", "!=": "==", "&&": "||", "||": "&&", "+": "-",
-         "-": "+", "+=": "-=", "-=": "+=", "++": "--", "--": "++", "true": "false", "false": "true"}
+# What takes an operator's place: its neighbour, and its opposite where that is another one.
+SWAPS = {"<=": ["<", ">"], ">=": [">", "<"], "<": ["<=", ">="], ">": [">=", "<="], "==": ["!="], "!=": ["=="],
+         "&&": ["||"], "||": ["&&"], "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "%": ["/"],
+         "&": ["|"], "|": ["&"], "^": ["|"], "<<": [">>"], ">>": ["<<"],
+         "+=": ["-="], "-=": ["+="], "*=": ["/="], "/=": ["*="], "%=": ["/="],
+         "&=": ["|="], "|=": ["&="], "^=": ["|="], "<<=": [">>="], ">>=": ["<<="]}
+OPPOSITES = {"++": "--", "--": "++", "true": "false", "false": "true"}
 NUMBER = re.compile(r"(0[xX][0-9a-fA-F]+|[1-9]\d*|0)([uUlLzZ]*)")
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 DECLARATIONS = (Kind.VAR_DECL, Kind.FUNCTION_DECL, Kind.FUNCTION_TEMPLATE)
@@ -79,16 +84,19 @@ def changes_of(cursor, source, parent):
     binary = cursor.kind in (Kind.BINARY_OPERATOR, Kind.COMPOUND_ASSIGNMENT_OPERATOR)
     operator = flat(source[parts[0][1]:parts[1][0]]).strip() if binary and len(parts) == 2 else ""
     if operator in SWAPS:
-        yield (f"{operator} -> {SWAPS[operator]}",
-               f"{source[start:parts[0][1]]} {SWAPS[operator]} {source[parts[1][0]:end]}")
+        for other in SWAPS[operator]:
+            yield (f"{operator} -> {other}",
+                   f"{source[start:parts[0][1]]} {other} {source[parts[1][0]:end]}")
     elif cursor.kind == Kind.UNARY_OPERATOR and code[:2] in ("++", "--"):
-        yield f"{code[:2]} -> {SWAPS[code[:2]]}", SWAPS[code[:2]] + code[2:]
+        yield f"{code[:2]} -> {OPPOSITES[code[:2]]}", OPPOSITES[code[:2]] + code[2:]
     elif cursor.kind == Kind.UNARY_OPERATOR and code[-2:] in ("++", "--"):
-        yield f"{code[-2:]} -> {SWAPS[code[-2:]]}", code[:-2] + SWAPS[code[-2:]]
+        yield f"{code[-2:]} -> {OPPOSITES[code[-2:]]}", code[:-2] + OPPOSITES[code[-2:]]
     elif cursor.kind == Kind.UNARY_OPERATOR and code[:1] == "!":
         yield "! -> nothing", f"static_cast<bool>({code[1:]})"
-    elif cursor.kind == Kind.CXX_BOOL_LITERAL_EXPR and code in SWAPS:
-        yield f"{code} -> {SWAPS[code]}", SWAPS[code]
+    elif cursor.kind == Kind.UNARY_OPERATOR and code[:1] in ("-", "~"):
+        yield f"{code[:1]} -> nothing", code[1:]
+    elif cursor.kind == Kind.CXX_BOOL_LITERAL_EXPR and code in OPPOSITES:
+        yield f"{code} -> {OPPOSITES[code]}", OPPOSITES[code]
     elif cursor.kind == Kind.INTEGER_LITERAL and (number := NUMBER.fullmatch(code)):
         yield f"{code} -> {int(number[1], 0) + 1}", f"{int(number[1], 0) + 1}{number[2]}"
     if cursor.kind == Kind.CALL_EXPR or operator == "=" or cursor.kind == Kind.COMPOUND_ASSIGNMENT_OPERATOR:
