@@ -115,8 +115,6 @@ static void ConvertInteger(Call<Char> *call, const Specification<Char> &spec, ch
         flags |= kNegative;
         value = -value;
     }
-    if ((flags & (kPointerSized | kIntMax | kSizeT | kPtrDiff | kLongLong | kLong)) == 0)
-        value &= 0xFFFFFFFFU;
 
     // 2. The precision.
     if (precision < 0) {

@@ -681,6 +681,30 @@ TEST_CASE("half of a change does not reach the file without a free descriptor ei
     }
 }
 
+TEST_CASE(
+    "half of a change does not reach the file whichever descriptor is free, the first ones too")
+{
+    VolumesReady().Fail("fputc", 1);
+    const ConfigFile config(Usual());
+    const int output = dup(STDOUT_FILENO);
+    REQUIRE(output != -1);
+    g_seam.shell = [](const std::string &) {
+        if (g_seam.commands.size() == 2)  // the stream is open, and is diverted next
+            close(STDOUT_FILENO);
+        return 0;
+    };
+    const bool result = Run(config);
+    const bool isFree = fcntl(STDOUT_FILENO, F_GETFD) == -1;
+    REQUIRE(dup2(output, STDOUT_FILENO) == STDOUT_FILENO);
+    close(output);
+    CHECK_FALSE(result);
+    CHECK(isFree);
+    fflush(nullptr);  // as exit does
+    CHECK(config.Bytes() == Usual());
+    CHECK(TakeBackLeak() == "1 stream, 1 block, 0 folder");
+    CHECK(config.Bytes() == Usual());
+}
+
 TEST_CASE("a disk that takes no byte leaves the file as it was, even when it recovers later")
 {
     // Wherever the switch stands in the stream's blocks, only the closing of the file has to write,
