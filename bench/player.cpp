@@ -115,9 +115,7 @@ void RecordNow(Player *player)
     sighting->at = SecondsSince(player->timeLine) * player->options->speed;
     LookAtHardware(player->world, sighting);
     LookAtPeople(player->world, sighting);
-    sighting->daemon = player->daemon.ended ? 0 : player->daemon.pid;
-    sighting->idle = IsIdle(player->daemon);
-    sighting->waits = SleepOf(player->daemon) == Sleep::Timed;
+    LookAtDaemon(player->daemon, sighting);
     Record(&player->recorder, *sighting, player->observed.log);
 }
 

@@ -38,12 +38,20 @@ std::string ProcFile(const Process &process, const std::string &name)
     return "/proc/" + std::to_string(process.pid) + "/" + name;
 }
 
+// What /proc says of a process behind its name, which may hold anything: its state, its parent, ...;
+// empty when it is gone.
+std::string StatBehindName(long pid)
+{
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t name = stat.rfind(") ");
+    return name == std::string::npos ? "" : stat.substr(name + 2);
+}
+
 // The letter of the process' state: R, S, D, Z, ...
 char StateOf(const Process &process)
 {
-    const std::string stat = ReadFile(ProcFile(process, "stat"));
-    const size_t name = stat.rfind(") ");  // the name in brackets may hold anything
-    return name == std::string::npos ? '?' : stat[name + 2];
+    const std::string stat = StatBehindName(process.pid);
+    return stat.empty() ? '?' : stat[0];
 }
 
 struct SystemCall {
@@ -153,8 +161,8 @@ std::string ReadRegion(const Process &process, const Region &region)
 // into it was written, and the rest stands at the buffer's start.
 struct Sought {
     std::string begin;  // what it begins with: its number
-    std::string
-        anchor;  // what of it is looked for: its beginning, or as much of it as the file holds
+    // What of it is looked for: its beginning, or as much of it as the file holds.
+    std::string anchor;
     bool wraps = false;  // the anchor stands at the buffer's end
 };
 
@@ -196,28 +204,6 @@ bool IsDaemonName(const std::string &name)
     return name == "Kestrun\n" || name == "kestrun\n";
 }
 
-// Of a process that bears the daemon's name. One that has ended bears it until its parent asks for its end.
-NamedProcess LookAtNamed(long pid)
-{
-    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
-    const size_t name = stat.rfind(") ");  // the state follows, then the parent
-    NamedProcess process;
-    process.pid = pid;
-    if (name == std::string::npos)
-        return process;
-    std::istringstream fields(stat.substr(name + 2));
-    std::string passedOver;
-    std::string state;
-    long parent = -1;
-    fields >> state >> parent;
-    process.parent = state == "Z" ? -1 : parent;
-    const int fieldsBetween = 17;
-    for (int i = 0; i < fieldsBetween; ++i)
-        fields >> passedOver;
-    fields >> process.started;
-    return process;
-}
-
 // Where the namespace cannot be read, the process counts as one of this system.
 bool IsOfThisSystem(const std::string &folder)
 {
@@ -254,6 +240,24 @@ bool StartProcess(const World &world, const std::string &program, double speed, 
         Become(world, program, speed, process->errorFile);
     process->pid = pid;
     return true;
+}
+
+NamedProcess LookAtNamed(long pid)
+{
+    NamedProcess process;
+    process.pid = pid;
+    std::istringstream fields(StatBehindName(pid));
+    std::string state;
+    std::string passedOver;
+    long parent = -1;
+    if (!(fields >> state >> parent))
+        return process;
+    process.parent = state == "Z" ? -1 : parent;
+    const int fieldsBetween = 17;
+    for (int i = 0; i < fieldsBetween; ++i)
+        fields >> passedOver;
+    fields >> process.started;
+    return process;
 }
 
 std::vector<long> DaemonsAmong(std::vector<NamedProcess> named)

@@ -37,6 +37,10 @@ struct NamedProcess {
     unsigned long long started = 0;  // ticks of the clock since the machine's start
 };
 
+// What of the process with this id is known; `parent` stays -1 where it has ended, though its own parent may
+// not have asked for its end yet.
+NamedProcess LookAtNamed(long pid);
+
 // The daemons among them, the oldest first: a child of the daemon bears its name until it becomes another
 // program, and one that has ended meanwhile was such a child or is no daemon any more.
 std::vector<long> DaemonsAmong(std::vector<NamedProcess> named);

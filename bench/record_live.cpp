@@ -64,9 +64,7 @@ void LookOnce(Player *player, bool ask)
     const Sighting before = *sighting;
     sighting->at = SecondsSince(player->timeLine);
     LookAtHardware(player->world, sighting);
-    sighting->daemon = player->daemon.pid;
-    sighting->idle = IsIdle(player->daemon);
-    sighting->waits = SleepOf(player->daemon) == Sleep::Timed;
+    LookAtDaemon(player->daemon, sighting);
     const bool news = player->observed.log.lines.size() != player->recorder.linesTaken ||
                       !ChangesBetween(before, *sighting).empty();
     if (ask || news)

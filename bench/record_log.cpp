@@ -98,23 +98,28 @@ bool IsArrival(const std::string &line)
     return Begins(LineBody(line), kArrival);
 }
 
+bool IsUnheard(const Sighting &sighting)
+{
+    return sighting.daemon != 0 &&
+           (!sighting.logFolder || sighting.logReadOnly || sighting.logFull);
+}
+
 void FollowSleep(Progress *progress, const Sighting &sighting)
 {
-    progress->unheard =
-        sighting.daemon != 0 && (!sighting.logFolder || sighting.logReadOnly || sighting.logFull);
     progress->waits = sighting.waits || (progress->waits && !sighting.idle);
-    if (progress->unheard)
-        progress->finderMissed = true;  // it may have been said
-    if (progress->unheard && sighting.idle) {
+    if (!IsUnheard(sighting))
+        return;
+    progress->finderMissed = true;  // it may have been said
+    if (sighting.idle) {
         progress->starting = false;
         progress->inside = false;
         progress->pending = 0;
     }
 }
 
-bool IsAtRest(const Progress &progress)
+bool IsAtRest(const Progress &progress, bool unheard)
 {
-    if (progress.unheard)
+    if (unheard)
         return !progress.waits;
     return !progress.starting && !progress.inside && progress.pending == 0;
 }

@@ -126,7 +126,8 @@ void TellEpisode(Recorder *recorder)
     text += TellChanges(recorder, changes);
     for (const std::string &expected : episode.log)
         text += expected + "\n";
-    if (episode.active && recorder->now.daemon != 0 && IsAtRest(recorder->progress))
+    if (episode.active && recorder->now.daemon != 0 &&
+        IsAtRest(recorder->progress, IsUnheard(recorder->now)))
         text += "wait until idle\n";
     text += TellMounts(recorder, before, recorder->now);
     recorder->text += text.empty() ? "" : "\n" + text;
@@ -169,7 +170,7 @@ void EndEpisodeBefore(Recorder *recorder, const Sighting &next)
         episode.mountHeld = held;
         TellEpisode(recorder);
         recorder->episode.mountFreed = held;
-        if (late && recorder->progress.unheard && recorder->progress.waits)
+        if (late && IsUnheard(recorder->now) && recorder->progress.waits)
             recorder->text += kKeepApart;  // how far it came meanwhile no line says
     } else if (late) {
         TellQuietEpisode(recorder);
@@ -269,8 +270,7 @@ void TakeHeldLook(Recorder *recorder, const std::vector<std::string> *after)
     Progress ahead = recorder->progress;
     for (const std::string &line : look.lines)
         FollowProgress(&ahead, line);
-    FollowSleep(&ahead, look.sighting);
-    const bool underWay = after == nullptr || ahead.unheard || ahead.abandoned ||
+    const bool underWay = after == nullptr || IsUnheard(look.sighting) || ahead.abandoned ||
                           ahead.pending > 0 || std::ranges::any_of(*after, IsArrival);
     LeaveOutStrangers(*recorder, underWay, &look.sighting);
     TakeOutDaemonsDoing(recorder, &look.sighting);

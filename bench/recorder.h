@@ -72,10 +72,9 @@ struct Progress {
     bool inside = false;     // what follows a mount is under way
     int pending = 0;         // mounts that were asked for and did not end
     bool abandoned = false;  // a daemon was killed with such mounts: they may come yet
-    bool finderMissed =
-        false;             // the line that says so may have come since the Finder is looked for
-    bool unheard = false;  // what it logs is lost
-    bool waits = false;    // it was seen to sleep for a time, and not to have nothing to do since
+    // The line that says so may have come since the Finder is looked for.
+    bool finderMissed = false;
+    bool waits = false;  // it was seen to sleep for a time, and not to have nothing to do since
 };
 
 struct Episode {
@@ -161,12 +160,15 @@ void RecordLine(Recorder *recorder, const std::string &line);
 // record_log.cpp: whether this is the line with which the daemon takes a disk.
 bool IsArrival(const std::string &line);
 
+// record_log.cpp: whether what the daemon logs is lost.
+bool IsUnheard(const Sighting &sighting);
+
 // record_log.cpp: what a sighting says of where the daemon is, which is asked while the log cannot.
 void FollowSleep(Progress *progress, const Sighting &sighting);
 
 // record_log.cpp: whether the daemon has come to rest or soon will, as far as the log says; while its lines
 // are lost, as far as its sleep does.
-bool IsAtRest(const Progress &progress);
+bool IsAtRest(const Progress &progress, bool unheard);
 
 }  // namespace bench
 

@@ -60,11 +60,6 @@ std::string IdentityOf(const std::string &path)
     return Numbers(status) + ":" + ReadFile(folder + "/diskseq");
 }
 
-std::string FirstLineOf(const std::string &text)
-{
-    return text.substr(0, text.find('\n'));
-}
-
 std::map<std::string, SeenMount> MountsNow(const World &world)
 {
     std::map<std::string, SeenMount> mounts;
@@ -192,19 +187,26 @@ void LookAtHardware(const World &world, Sighting *sighting)
         sighting->ports.insert(link.filename());
 }
 
+void LookAtDaemon(const Process &daemon, Sighting *sighting)
+{
+    sighting->daemon = daemon.ended ? 0 : daemon.pid;
+    sighting->idle = IsIdle(daemon);
+    sighting->waits = SleepOf(daemon) == Sleep::Timed;
+}
+
 void LookAtPeople(const World &world, Sighting *sighting)
 {
-    sighting->consoleUser = FirstLineOf(ReadFile(world.stateDir + "/console-user"));
-    sighting->daemonUser = FirstLineOf(ReadFile(world.stateDir + "/daemon-user"));
+    sighting->consoleUser = tools::FirstLine(ReadFile(world.stateDir + "/console-user"));
+    sighting->daemonUser = tools::FirstLine(ReadFile(world.stateDir + "/daemon-user"));
     sighting->finder = access((world.stateDir + "/finder").c_str(), F_OK) == 0;
 }
 
 void AskForPeople(long daemon, Sighting *sighting)
 {
-    sighting->consoleUser = FirstLineOf(tools::CommandOutput("stat -f%Su /dev/console"));
+    sighting->consoleUser = tools::FirstLine(tools::CommandOutput("stat -f%Su /dev/console"));
     sighting->finder = !tools::CommandOutput("ps -A | grep 'Finder[.]'").empty();
     if (daemon > 0) {
-        sighting->daemonUser = FirstLineOf(tools::CommandOutput(
+        sighting->daemonUser = tools::FirstLine(tools::CommandOutput(
             "ps aux | awk -v PID=" + std::to_string(daemon) + " '$2 == PID { print $1 }'"));
     }
 }

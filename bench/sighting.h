@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "bench/process.h"
 #include "bench/world.h"
 
 namespace bench
@@ -57,6 +58,9 @@ struct Sighting {
 // What the daemon does is looked at before what makes it do so: a mount or an unmount that is seen has
 // its cause in the same sighting or in one before.
 void LookAtHardware(const World &world, Sighting *sighting);
+
+// The daemon's process: its id, and how it sleeps.
+void LookAtDaemon(const Process &daemon, Sighting *sighting);
 
 // The users and the Finder, in a world of the bench: what its programs would answer.
 void LookAtPeople(const World &world, Sighting *sighting);

@@ -84,8 +84,8 @@ static bool IsMountPoint(const std::string &path, const std::string &parent)
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);
         std::string place;
-        for (int i = 0; i < 5;
-             i++)  // its number, its parent's, the device, the folder there, the place
+        // Its number, its parent's, the device, the folder there, and the place.
+        for (int i = 0; i < 5; i++)
             fields >> place;
         if (place == wanted)
             return true;

@@ -19,4 +19,9 @@ std::string CommandOutput(const std::string &command)
     return output;
 }
 
+std::string FirstLine(const std::string &text)
+{
+    return text.substr(0, text.find('\n'));
+}
+
 }  // namespace tools

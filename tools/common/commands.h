@@ -11,6 +11,9 @@ namespace tools
 // when it prints nothing or cannot be run.
 std::string CommandOutput(const std::string &command);
 
+// `text` up to its first line feed, which is left out.
+std::string FirstLine(const std::string &text);
+
 }  // namespace tools
 
 #endif

@@ -43,8 +43,8 @@ struct Record {
 struct LogText {
     std::vector<Record> records;  // in the order of the file, until Untangle changes it
     size_t strayBytes = 0;        // before the first record, zero bytes not counted
-    bool several =
-        false;  // several daemons wrote at once: Untangle has put together what is each one's
+    // Several daemons wrote at once: Untangle has put together what is each one's.
+    bool several = false;
 };
 
 // Takes out of `content` what an editor or a mail program put in: a byte-order mark at its start and,

@@ -15,8 +15,8 @@
 #include "src/ActiveVolumeProgram.h"
 #include "src/Kestrun.h"
 #include "tamrik/tamrik.h"
-#include "tools/common/program.h"
 #include "tools/common/commands.h"
+#include "tools/common/program.h"
 #include "tools/status/daemon.h"
 
 namespace kstatus
@@ -24,11 +24,6 @@ namespace kstatus
 
 static const size_t kPathSize = 1024;
 static const long kStartGrace = 2;  // seconds that a daemon may take to its first lines
-
-static std::string FirstLine(const std::string &text)
-{
-    return text.substr(0, text.find('\n'));
-}
 
 // Why the file at `path` cannot be read here; empty when it can, or is not there. The daemon may be
 // allowed what this user is not.
@@ -72,7 +67,7 @@ static void GatherPeople(Facts *facts)
 {
     for (Daemon &daemon : facts->daemons) {
         const std::string pid = std::to_string(daemon.pid);
-        daemon.user = FirstLine(
+        daemon.user = tools::FirstLine(
             tools::CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
         if (daemon.user.empty())
             facts->unknown.emplace_back("the daemon's user");
@@ -82,7 +77,7 @@ static void GatherPeople(Facts *facts)
     });
     if (same && !facts->daemons.empty())
         facts->daemonUser = facts->daemons[0].user;
-    facts->consoleUser = FirstLine(tools::CommandOutput(kConsoleCommand));
+    facts->consoleUser = tools::FirstLine(tools::CommandOutput(kConsoleCommand));
     if (facts->consoleUser.empty())
         facts->unknown.emplace_back("the console's owner");
     facts->finder = !tools::CommandOutput(kFinderCommand).empty();
@@ -139,7 +134,7 @@ static void GatherLog(Facts *facts)
     if (!parsed.records.empty()) {
         const klog::Record &last = parsed.records.back();
         log.number = last.number;
-        log.text = FirstLine(std::string(last.source) + " --- " + std::string(last.message));
+        log.text = tools::FirstLine(std::string(last.source) + " --- " + std::string(last.message));
         const std::optional<int64_t> at = TimeOf(last.stamp);
         if (at)
             log.age = facts->now - *at;

@@ -64,20 +64,14 @@ static std::vector<std::string> ChildrenOf(const std::string &folder, long pid)
     return names;
 }
 
-// Seconds since the process was started: the 20th field behind its name counts ticks from the
-// machine's start.
-static std::optional<long> AgeOf(const std::string &folder)
+// Seconds since the process was started.
+static std::optional<long> AgeOf(long pid)
 {
-    const std::string stat = bench::ReadFile(folder + "/stat");
+    const bench::NamedProcess process = bench::LookAtNamed(pid);
     const std::string uptime = bench::ReadFile("/proc/uptime");
-    const size_t name = stat.rfind(") ");
-    if (name == std::string::npos || uptime.empty())
+    if (process.parent < 0 || uptime.empty())
         return std::nullopt;
-    std::istringstream fields(stat.substr(name + 2));
-    std::string field;
-    for (int i = 0; i < 20; ++i)
-        fields >> field;
-    const long started = strtol(field.c_str(), nullptr, 10) / sysconf(_SC_CLK_TCK);
+    const long started = static_cast<long>(process.started) / sysconf(_SC_CLK_TCK);
     return strtol(uptime.c_str(), nullptr, 10) - started;
 }
 
@@ -87,7 +81,7 @@ bool FindDaemons(std::vector<Daemon> *daemons)
         const std::string folder = "/proc/" + std::to_string(pid);
         bench::Process process;
         process.pid = static_cast<pid_t>(pid);
-        daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(folder)});
+        daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(pid)});
     }
     return access("/proc/self/stat", R_OK) == 0;
 }
