@@ -76,6 +76,17 @@ static bool TakeDigit(int *number, int digit)
     return true;
 }
 
+// Whether the call was passed no arguments, so that the specification, which needs one now, must be
+// left alone. The call then stands at its '%' again.
+template <class Char>
+static bool LacksArgument(Call<Char> *call, const Specification<Char> &spec)
+{
+    if (call->arguments != nullptr)
+        return false;
+    call->next = spec.start;
+    return true;
+}
+
 template <class Char>
 static bool TakeWidth(Call<Char> *call, Specification<Char> *spec, Char ch, bool isFirst)
 {
@@ -84,6 +95,8 @@ static bool TakeWidth(Call<Char> *call, Specification<Char> *spec, Char ch, bool
         call->widthFromArgs = false;
         return TakeDigit(&spec->width, ch - '0');
     }
+    if (LacksArgument(call, *spec))
+        return false;
     spec->width = va_arg(call->arguments->list, int);
     call->widthFromArgs = true;
     if (spec->width < 0) {
@@ -101,6 +114,8 @@ static bool TakePrecision(Call<Char> *call, Specification<Char> *spec, Char ch)
         call->precisionFromArgs = false;
         return TakeDigit(&spec->precision, ch - '0');
     }
+    if (LacksArgument(call, *spec))
+        return false;
     const int precision = va_arg(call->arguments->list, int);
     spec->precision = precision < 0 ? kNoPrecision : precision;
     call->precisionFromArgs = true;
@@ -199,7 +214,8 @@ static bool IsOutside(State state)
 }
 
 // Runs the machine over one specification, or over one character that found no room. False when the
-// specification is invalid or the format ends inside it.
+// specification is invalid or the format ends inside it. False too when it lacks an argument; the call
+// then stands where it stood before.
 template <class Char>
 [[gnu::noinline]] static bool RunMachine(Call<Char> *call)
 {
@@ -223,7 +239,11 @@ template <class Char>
                 return false;
             break;
         case State::Size: state = TakeSize(call, &spec, ch); break;
-        case State::Type: Convert(call, spec, ch); break;
+        case State::Type:
+            if (LacksArgument(call, spec))
+                return false;
+            Convert(call, spec, ch);
+            break;
         case State::Invalid: return false;
         }
     } while (!IsOutside(state));
@@ -251,7 +271,45 @@ static int Format(OutputStream *stream, const Char *format, Arguments *arguments
     return FormatRest(&call);
 }
 
+// Formats a call that was passed no arguments, up to the first specification that needs one.
+static int FormatText(Call<char> *call)
+{
+    for (;;) {
+        WriteLiterals(call);
+        if (*call->next == '\0' || call->charsOut < 0)
+            return call->charsOut;
+        const char *const start = call->next;
+        if (!RunMachine(call))
+            return call->next == start ? call->charsOut : -1;
+    }
+}
+
 // ---- The bounded calls ----
+
+// Ends the text in a destination of `size` bytes, of which the engine returned `result`.
+static inline int Terminate(char *dest, size_t size, OutputStream *stream, int result)
+{
+    if (result >= 0) {
+        const int left = stream->count--;
+        if (left > 0) {
+            *stream->cur = '\0';
+            return result;
+        }
+    }
+    if (size > 0)
+        dest[size - 1] = '\0';
+    return stream->count < 0 ? kDoesNotFit : -1;
+}
+
+// Of a text that did not fit, what fits stays; one that failed is emptied.
+static inline int KeepWhatFits(char *dest, int result)
+{
+    if (result >= 0)
+        return result;
+    if (result != kDoesNotFit)
+        dest[0] = '\0';
+    return -1;
+}
 
 // Formats into a destination of `size` bytes what stands behind the plain pieces that are there.
 [[gnu::noinline]] static int FormatSlowly(char *dest, size_t size, Stop stop, Arguments *arguments)
@@ -259,17 +317,7 @@ static int Format(OutputStream *stream, const Char *format, Arguments *arguments
     OutputStream stream = {static_cast<int>(size), dest};
     Call<char> call = {.next = stop.at.next, .stream = &stream, .arguments = arguments};
     GoOn(&call, stop);
-    const int result = FormatRest(&call);
-    if (result >= 0) {
-        const int left = stream.count--;
-        if (left > 0) {
-            *stream.cur = '\0';
-            return result;
-        }
-    }
-    if (size > 0)
-        dest[size - 1] = '\0';
-    return stream.count < 0 ? kDoesNotFit : -1;
+    return Terminate(dest, size, &stream, FormatRest(&call));
 }
 
 // Formats into a destination of `size` bytes and keeps what fits of a text that is longer.
@@ -284,12 +332,7 @@ static int Format(OutputStream *stream, const Char *format, Arguments *arguments
             return static_cast<int>(stop.at.to - dest);
         }
     }
-    const int result = FormatSlowly(dest, size, stop, arguments);
-    if (result >= 0)
-        return result;
-    if (result != kDoesNotFit)
-        dest[0] = '\0';
-    return -1;
+    return KeepWhatFits(dest, FormatSlowly(dest, size, stop, arguments));
 }
 
 // Formats into a destination of `size` bytes and keeps nothing of a text that is longer.
@@ -341,6 +384,20 @@ int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format,
     va_copy(arguments.list, argList);
     const int result = FormatBounded(strDest, destMax, count, format, &arguments);
     va_end(arguments.list);
+    return result;
+}
+
+int snprintf_text(char *strDest, size_t destMax, const char *format, const char **rest)
+{
+    *rest = nullptr;
+    if (IsBadSize(destMax, MAX_BUFFER_SIZE) || strDest == nullptr || format == nullptr)
+        return Refuse(strDest, destMax);
+    OutputStream stream = {static_cast<int>(destMax), strDest};
+    Call<char> call = {.next = format, .stream = &stream, .arguments = nullptr};
+    const int result =
+        KeepWhatFits(strDest, Terminate(strDest, destMax, &stream, FormatText(&call)));
+    if (result >= 0)
+        *rest = call.next;
     return result;
 }
 

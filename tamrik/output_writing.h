@@ -78,7 +78,7 @@ template <class Char>
 struct Call {
     const Char *next;  // the format character to be read next
     OutputStream *stream;
-    Arguments *arguments;
+    Arguments *arguments;  // null when none were passed
     // Intended: once set by a '*' these stay set in the specifications that follow, until a digit of
     // a width or a precision clears them; a later floating conversion depends on it.
     bool widthFromArgs = false;

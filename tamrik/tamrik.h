@@ -241,6 +241,15 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
 int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...);
 int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList);
 
+/*
+ * Formats as much of a format as needs no arguments: all up to the first specification that takes one,
+ * a '*' included. The text goes into strDest, a buffer of destMax bytes, cut at destMax - 1 characters;
+ * the result, and what strDest holds afterwards, is that of snprintf_s with a count of destMax - 1.
+ * *rest becomes the '%' of that specification, or the end of the format where there is none; null when
+ * the result is -1. The format after *rest is not read. rest is not null.
+ */
+int snprintf_text(char *strDest, size_t destMax, const char *format, const char **rest);
+
 /* Where an engine writes to. */
 typedef struct OutputStream {
     int count; /* bytes that may still be written, the terminating zero included; every attempt to

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <clocale>
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <string>
 
@@ -796,4 +797,130 @@ TEST_CASE("a precision too large to reckon a buffer from prints nothing and the 
     CHECK(Print("<%.*f>%d", 2147483299, 1.0, 7) == Good("<>7"));
     CHECK(Print("<%.*f>%.1f", INT_MAX, 1.0, 2.0) == Good("<>2.0"));
     CHECK(Print("<%.*Lf>%.1Lf", 2147478676, 1.0L, 2.0L) == Good("<>2.0"));
+}
+
+// ---- Formats without arguments ----
+
+namespace
+{
+
+// What snprintf_text made of a format in a buffer of so many bytes, and where it stopped.
+struct Text {
+    int result;
+    std::string text;
+    int rest;  // how far into the format; -1 where there is none
+    bool operator==(const Text &other) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Text &text)
+{
+    return out << text.result << " \"" << text.text << "\" " << text.rest;
+}
+
+Text FormatText(const std::string &format, std::size_t destMax = kRoom)
+{
+    const Guarded buffer(destMax);
+    const Guarded own(format.size() + 1);  // a read past the end of the format would be noticed
+    std::memcpy(own.Text(), format.c_str(), format.size() + 1);
+    const char *rest = "";
+    errno = kErrnoBefore;
+    const int result = snprintf_text(buffer.Text(), destMax, own.Text(), &rest);
+    CHECK(errno == kErrnoBefore);
+    CHECK(buffer.FrontIntact());
+    const std::string text = buffer.Text();
+    if (result >= 0) {
+        CHECK(buffer.Held() == text + '\0' + Canaries(destMax - 1 - text.size()));
+    }
+    return {result, text, rest != nullptr ? static_cast<int>(rest - own.Text()) : -1};
+}
+
+}  // namespace
+
+TEST_CASE("a format is formatted up to the first conversion that needs an argument")
+{
+    const struct {
+        const char *format;
+        const char *text;
+        int rest;
+    } rows[] = {
+        {"", "", 0},
+        {"abc", "abc", 3},
+        {"100%%", "100%", 5},
+        {"%%%%a%%", "%%a%", 7},
+        {"%I", "I", 2},
+        {"a%-08.3I6d", "aI6d", 10},
+        {"%lIy%%", "Iy%", 6},
+        {"%d", "", 0},
+        {"abc%sdef", "abc", 3},
+        {"a%%b%sc%%d", "a%b", 4},
+        {"%%%-+ #05.3lld%y", "%", 2},
+        {"a%*d", "a", 1},
+        {"a%-*y", "a", 1},
+        {"a%.*f", "a", 1},
+        {"a%5.*", "a", 1},
+        {"a%I64d", "a", 1},
+        {"a%I32I64x", "a", 1},
+        {"a%214748369d", "a", 1},
+        {"a%.214748369s", "a", 1},
+        {"%d%y", "", 0},
+        {"%s%n%", "", 0},
+    };
+    for (const auto &row : rows) {
+        CAPTURE(std::string(row.format));
+        CHECK(FormatText(row.format) ==
+              Text{static_cast<int>(std::strlen(row.text)), row.text, row.rest});
+    }
+    for (const char conversion : std::string("CEFGSXcdefgiopsux")) {
+        CAPTURE(conversion);
+        CHECK(FormatText(std::string("ab%%%") + conversion) == Text{3, "ab%", 4});
+    }
+}
+
+TEST_CASE("without arguments an invalid specification empties the string as it does with them")
+{
+    for (const char *const format :
+         {"a%y", "a%n", "a%", "a%5", "a%.", "a%ll", "%%%", "a%5%", "a%.5.d", "a%5*d", "a%l5d",
+          "a%214748370d", "a%.2147483690d", "a%I64", "a%I32y", "a%y%s", "%I%y", "a%\x80"}) {
+        CAPTURE(std::string(format));
+        CHECK(FormatText(format) == Text{-1, "", -1});
+    }
+}
+
+TEST_CASE("without arguments every size cuts where it says, and what was cut before a fault stays")
+{
+    const std::string whole = "abcdefghijkl%nopqrstuvwxyz";
+    const std::string format = "abcdefghijkl%%nopqrstuvwxyz";
+    const int length = static_cast<int>(whole.size());
+    for (int size = 1; size < length + 40; size++) {
+        CAPTURE(size);
+        const auto destMax = static_cast<std::size_t>(size);
+        const bool fits = size > length;
+        const Text expected = {fits ? length : -1, whole.substr(0, destMax - 1),
+                               fits ? length + 1 : -1};
+        CHECK(FormatText(format, destMax) == expected);
+        CHECK(FormatText(format + "%d%y", destMax) == expected);
+        // The fault is met when all before it had a place, be it that of the terminator.
+        CHECK(FormatText(format + "%y", destMax) ==
+              Text{-1, size < length ? whole.substr(0, destMax - 1) : "", -1});
+    }
+}
+
+TEST_CASE("without arguments a bad size or pointer is refused as it is with them")
+{
+    const std::string cleared = '\0' + Canaries(7);
+    const auto held = [](std::size_t destMax, const char *format) {
+        const Guarded buffer(8);
+        const char *rest = "";
+        CHECK(snprintf_text(buffer.Text(), destMax, format, &rest) == -1);
+        CHECK(rest == nullptr);
+        return buffer.Held();
+    };
+    CHECK(held(0, "abc") == Canaries(8));
+    CHECK(held(0, nullptr) == Canaries(8));
+    CHECK(held(kLargest + 1, "abc") == cleared);
+    CHECK(held(SIZE_MAX, "abc") == cleared);
+    CHECK(held(8, nullptr) == cleared);
+    const char *rest = "";
+    CHECK(snprintf_text(nullptr, 8, "abc", &rest) == -1);
+    CHECK(rest == nullptr);
 }
