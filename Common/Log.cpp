@@ -30,105 +30,15 @@ static FILE *g_stream;                   // the open log; null until a line is w
 
 // ---- Text as a format ---------------------------------------------------------------------------
 
-// The states of the format language, as the columns of tamrik__lookuptable_s count them.
-enum FormatState {
-    kNormal,
-    kPercent,
-    kFlag,
-    kWidth,
-    kDot,
-    kPrecision,
-    kSize,
-    kType,
-    kInvalid,
-    kStates,
-};
-
-// A width or precision above this takes no further digit.
-static const int kNumberMax = 21474836;
-
-static FormatState NextState(FormatState state, char ch)
-{
-    int charClass = 0;
-    if (ch >= ' ' && ch <= 'z')
-        charClass = tamrik__lookuptable_s[ch - ' '] & 0xF;
-    return static_cast<FormatState>(tamrik__lookuptable_s[charClass * kStates + state] >> 4);
-}
-
-// How many characters behind the size letter 'I' belong to it, or -1 when it makes no size.
-static int CharsOfPointerSize(const char *behind)
-{
-    if (strncmp(behind, "64", 2) == 0 || strncmp(behind, "32", 2) == 0)
-        return 2;
-    return *behind != '\0' && strchr("dioxXu", *behind) ? 0 : -1;
-}
-
-// Walks the specification that begins at `spec`, a '%'. Returns its last character when that is
-// what it prints ("%%", and an 'I' that makes no size and so abandons the specification), `spec`
-// itself when it would take an argument, null when it is invalid or unfinished.
-static const char *WalkSpecification(const char *spec)
-{
-    FormatState state = kPercent;
-    int number = 0;  // the width or precision so far
-    for (const char *at = spec + 1; *at != '\0'; at++) {
-        const FormatState before = state;
-        state = NextState(state, *at);
-        if (state == kInvalid)
-            return nullptr;
-        if (state == kNormal)
-            return at;
-        if (state == kType || *at == '*')
-            return spec;
-        if (state == kWidth || state == kPrecision) {
-            number = state == before ? number : 0;
-            if (number > kNumberMax)
-                return nullptr;
-            number = number * 10 + (*at - '0');
-        }
-        if (state == kSize && *at == 'I') {
-            const int taken = CharsOfPointerSize(at + 1);
-            if (taken < 0)
-                return at;
-            at += taken;
-        }
-    }
-    return nullptr;
-}
-
-// Appends to `message` what fits beside a terminating zero. `produced` counts what does not fit
-// too.
-static void Append(char (&message)[kLineSize], size_t &produced, const char *piece, size_t length)
-{
-    if (produced < sizeof message - 1) {
-        const size_t room = sizeof message - 1 - produced;
-        memcpy_s(message + produced, room, piece, length < room ? length : room);
-    }
-    produced += length;
-}
-
-// Makes the message of a text that is a format without arguments: what vsnprintf_s makes of it, as
-// long as that is defined, and from the first specification that would take an argument on the text
-// as it stands. `message` is all zero before.
+// Makes the message of a text that is a format without arguments: from the first conversion that would
+// need one on, the text as it stands.
 static void FormatText(char (&message)[kLineSize], const char *text)
 {
-    size_t produced = 0;
-    while (*text != '\0' && produced <= sizeof message) {
-        const char *spec = strchr(text, '%');
-        Append(message, produced, text, spec ? static_cast<size_t>(spec - text) : strlen(text));
-        // Like the engine, this looks at nothing behind the first character without a place.
-        if (!spec || produced > sizeof message)
-            break;
-        const char *last = WalkSpecification(spec);
-        if (!last) {
-            message[0] = '\0';
-            return;
-        }
-        if (last == spec) {
-            Append(message, produced, spec, strlen(spec));
-            break;
-        }
-        Append(message, produced, last, 1);
-        text = last + 1;
+    const char *rest = nullptr;
+    const int made = snprintf_text(message, sizeof message, text, &rest);
+    if (made >= 0) {
+        const size_t room = sizeof message - static_cast<size_t>(made);
+        strncpy_s(message + made, room, rest, room - 1);
     }
 }
 
