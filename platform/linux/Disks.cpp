@@ -355,7 +355,7 @@ static bool AddNewDisks(const Look &look)
 static bool CleanUp()
 {
     for (__DADisk *disk = g_disks; disk != nullptr; disk = disk->next) {
-        if (FindPlaceOf(disk->identity, disk->place, sizeof disk->place) == Found::Unknown)
+        if (FindPlaceOf(disk->identity, false, disk->place, sizeof disk->place) == Found::Unknown)
             return false;
     }
     // A program of the earlier process may be ending just now. Without its folder a mount fails; and

@@ -43,6 +43,13 @@ static bool ReadNumber(const char *path, uint64_t *number)
     return read;
 }
 
+bool IsDeviceThere(dev_t device)
+{
+    char path[kSysfsPathSize];
+    SysfsPath(device, "", path, sizeof path);
+    return access(path, F_OK) == 0 || access(kBlockDevices, F_OK) != 0;
+}
+
 // A partition has the diskseq of its whole disk, the folder above. A kernel without the file has
 // the number 0; a device without a folder is gone.
 static bool ReadDiskSequence(dev_t device, uint64_t *number)
@@ -55,8 +62,7 @@ static bool ReadDiskSequence(dev_t device, uint64_t *number)
     if (ReadNumber(path, number))
         return true;
     *number = 0;
-    SysfsPath(device, "", path, sizeof path);
-    return access(path, F_OK) == 0 || access(kBlockDevices, F_OK) != 0;
+    return IsDeviceThere(device);
 }
 
 bool IsLoopDevice(dev_t device)

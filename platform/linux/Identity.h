@@ -23,6 +23,9 @@ bool ReadIdentity(const char *path, Identity *identity);
 // The file behind the loop device at path. False if it is no loop device, or one without a file.
 bool ReadLoopFile(const char *path, Identity *file);
 
+// False for a block device that the kernel does not know any more: it was pulled.
+bool IsDeviceThere(dev_t device);
+
 // True if the device number is one of a loop device.
 bool IsLoopDevice(dev_t device);
 

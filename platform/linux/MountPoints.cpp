@@ -1,7 +1,7 @@
 // MountPoints.cpp - the folders under /Volumes and what is mounted there.
 //
 // What this layer mounted is known by the folder under it, which bears the layer's mark: mounts of
-// anybody else are left alone. mountinfo names places by their true path, so /Volumes may be a link.
+// anybody else are left alone as long as their device is there. mountinfo names places by their true path, so /Volumes may be a link.
 
 #include "MountPoints.h"
 
@@ -211,6 +211,7 @@ struct Search {
     const char *volumes;   // the true path of /Volumes
     const Identity *disk;  // the disk that is looked for
     const char *name;      // the name in /Volumes that is looked for
+    bool anybodys;         // not only those of this layer
     int uncovered;         // what OpenUncovered gave
     char *place;           // what was found
     size_t size;
@@ -249,7 +250,7 @@ Found IsMounted(const Identity &disk)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, &disk, nullptr, -1, nullptr, 0};
+    Search search = {volumes, &disk, nullptr, true, -1, nullptr, 0};
     return SearchMounts(VisitForDisk, &search);
 }
 
@@ -264,7 +265,7 @@ Found IsMountPoint(const char *place)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, nullptr, place + sizeof VOLUMES_FOLDER, -1, nullptr, 0};
+    Search search = {volumes, nullptr, place + sizeof VOLUMES_FOLDER, true, -1, nullptr, 0};
     return SearchMounts(VisitForPoint, &search);
 }
 
@@ -272,18 +273,18 @@ static bool VisitForPlace(const MountLine &mount, void *context)
 {
     const Search *search = static_cast<const Search *>(context);
     const char *name = NameInVolumes(mount, search->volumes);
-    if (name == nullptr || !IsOwnMount(mount, name, search->uncovered) ||
-        !Shows(mount, *search->disk))
+    if (name == nullptr || !Shows(mount, *search->disk) ||
+        (!search->anybodys && !IsOwnMount(mount, name, search->uncovered)))
         return false;
     const int length = snprintf(search->place, search->size, VOLUMES_FOLDER "/%s", name);
     return length > 0 && static_cast<size_t>(length) < search->size;
 }
 
-Found FindPlaceOf(const Identity &disk, char *place, size_t size)
+Found FindPlaceOf(const Identity &disk, bool anybodys, char *place, size_t size)
 {
     char volumes[PATH_MAX];
     VolumesPath(volumes);
-    Search search = {volumes, &disk, nullptr, OpenUncovered(), place, size};
+    Search search = {volumes, &disk, nullptr, anybodys, OpenUncovered(), place, size};
     const Found found = SearchMounts(VisitForPlace, &search);
     CloseUncovered(search.uncovered);
     if (found != Found::Yes)
@@ -324,15 +325,22 @@ static bool IsKnownMount(const MountLine &mount, const LeftoverSearch &search)
     return ReadIdentity(mount.point, &disk) && search.isKnown(disk);
 }
 
+// True if the mount is of a disk that is gone. A file system without a device, mounted whole, is no
+// disk: somebody else put it there.
+static bool IsLeftover(const MountLine &mount, const char *name, const LeftoverSearch &search)
+{
+    const dev_t device = BlockDeviceOf(mount);
+    if (major(device) != 0 && !IsDeviceThere(device))
+        return true;
+    const bool isDisk = major(device) != 0 || strcmp(mount.root, "/") != 0;
+    return isDisk && IsOwnMount(mount, name, search.uncovered) && !IsKnownMount(mount, search);
+}
+
 static bool VisitLeftover(const MountLine &mount, void *context)
 {
     const LeftoverSearch *search = static_cast<const LeftoverSearch *>(context);
     const char *name = NameInVolumes(mount, search->volumes);
-    if (name == nullptr || !IsOwnMount(mount, name, search->uncovered))
-        return false;
-    // A file system without a device, mounted whole, is no disk: somebody else put it there.
-    const bool isDisk = major(BlockDeviceOf(mount)) != 0 || strcmp(mount.root, "/") != 0;
-    if (!isDisk || IsKnownMount(mount, *search))
+    if (name == nullptr || !IsLeftover(mount, name, *search))
         return false;
     char place[kPlaceSize];
     const int length = snprintf(place, sizeof place, VOLUMES_FOLDER "/%s", name);

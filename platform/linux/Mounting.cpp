@@ -116,6 +116,15 @@ static void ForgetUnmount(Unmount *unmount)
 
 static void StartUnmount(Unmount *unmount);
 
+// Where the disk, which is gone, is mounted still. What others have mounted is theirs as long as the
+// device is there; a folder or an image has none but its link.
+static Found FindPlaceLeft(const __DADisk *disk, char *place, size_t size)
+{
+    const Identity &identity = disk->identity;
+    const bool anybodys = identity.kind != DiskKind::Block || !IsDeviceThere(identity.device);
+    return FindPlaceOf(identity, anybodys, place, size);
+}
+
 // Others may have been quicker: what counts is whether anything is mounted there still. A disk that
 // is mounted at a second place is unmounted from there too.
 static void UnmountHasEnded(Child *child, int status)
@@ -131,7 +140,7 @@ static void UnmountHasEnded(Child *child, int status)
         rmdir(unmount->place);
         char other[kPlaceSize];
         if (unmount->disk != nullptr && unmount->tries < kUnmountTries &&
-            FindPlaceOf(unmount->disk->identity, other, sizeof other) == Found::Yes &&
+            FindPlaceLeft(unmount->disk, other, sizeof other) == Found::Yes &&
             FindUnmount(other) == nullptr) {
             memcpy(unmount->place, other, sizeof unmount->place);
             unmount->tries++;
@@ -181,7 +190,7 @@ void UnmountDisk(DADiskRef disk)
     if (IsBeingMounted(disk))
         return;
     if (disk->place[0] == '\0' &&
-        FindPlaceOf(disk->identity, disk->place, sizeof disk->place) != Found::Yes)
+        FindPlaceLeft(disk, disk->place, sizeof disk->place) != Found::Yes)
         return;
     AddUnmount(disk->place, disk->identity.device, disk);
     disk->place[0] = '\0';
@@ -325,10 +334,12 @@ static void MountHasEnded(Child *child, int status)
     // A program that fails may have mounted all the same: then there is something to unmount.
     const bool stands = mounted || (rmdir(request->place) != 0 && errno == EBUSY);
     Finish(request, disk->gone ? kDAReturnNotFound : mounted ? kDAReturnSuccess : kDAReturnError);
-    if (mounted && !disk->gone)
+    if (mounted)
         memcpy(disk->place, request->place, sizeof disk->place);
     else if (stands)
         AddUnmount(request->place, disk->identity.device, disk);
+    if (disk->gone)
+        UnmountDisk(disk);
     ProceedWithMounts();
 }
 

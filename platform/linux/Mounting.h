@@ -16,8 +16,9 @@ void ProceedWithMounts();
 bool DeliverCompletion();
 bool IsCompletionDue();
 
-// The disk is not there any more: unmounts what this layer has mounted of it. While it is being
-// mounted that waits for the mount's end.
+// The disk is not there any more: unmounts what this layer has mounted of it and, once its device is
+// gone, what anybody has mounted of it directly under /Volumes. While it is being mounted that waits
+// for the mount's end.
 void UnmountDisk(DADiskRef disk);
 
 // Unmounts what an earlier process left at this place.

@@ -105,6 +105,89 @@ TEST_CASE("a block device is told from its next medium by the kernel's number al
     Forget(session);
 }
 
+// A device of an image with the label Orvanta, mounted by hand at this place.
+static std::string MountedByHand(const std::string &place)
+{
+    const std::string device = Output("losetup -f --show " + NewImage("Orvanta"));
+    REQUIRE(device.rfind("/dev/loop", 0) == 0);
+    fs::create_directories(place);
+    REQUIRE(mount(device.c_str(), place.c_str(), "ext4", MS_RDONLY, nullptr) == 0);
+    return device;
+}
+
+// The kernel forgets every block device, as it does with one that is pulled; until RecallDevices.
+static void ForgetDevices()
+{
+    REQUIRE(mount("none", "/sys/dev/block", "tmpfs", 0, nullptr) == 0);
+}
+
+static void RecallDevices(const std::string &device)
+{
+    REQUIRE(umount2("/sys/dev/block", MNT_DETACH) == 0);
+    Output("losetup -d " + device + " 2>&1");
+}
+
+TEST_CASE("a mount that somebody else made goes when its device is pulled, and the name is free")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    const std::string device = MountedByHand("/Volumes/Orvanta");
+    Plug("Orvanta", device);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    ForgetDevices();
+    Unplug("Orvanta");
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    CHECK(ReadFile("/Volumes/Orvanta/app") == "app");
+    RecallDevices(device);
+    Forget(session);
+}
+
+TEST_CASE("a mount that somebody else made of a device that is there stays when its link goes")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    const std::string device = MountedByHand("/Volumes/Orvanta");
+    Plug("Orvanta", device);
+    DASessionRef session = Watch(nullptr, RecordPeek);
+    Unplug("Orvanta");
+    Plug("other", NewFolder());
+    CHECK(Await(1) == Events{"peek other"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    umount2("/Volumes/Orvanta", 0);
+    Output("losetup -d " + device);
+    Forget(session);
+}
+
+TEST_CASE("of the mounts that somebody else made before, those of devices that are gone go")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    const std::string device = MountedByHand("/Volumes/Orvanta");
+    bool isGone = false;
+    SUBCASE("the device is there")
+    {
+    }
+    SUBCASE("the device is gone")
+    {
+        isGone = true;
+        ForgetDevices();
+    }
+    DASessionRef session = Watch(nullptr, RecordPeek);
+    if (isGone) {
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+        CHECK(MountPoints().empty());
+        RecallDevices(device);
+    } else {
+        Settle();
+        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+        umount2("/Volumes/Orvanta", 0);
+        Output("losetup -d " + device);
+    }
+    Forget(session);
+}
+
 TEST_CASE("a block device that somebody else has mounted is busy")
 {
     if (!EnterWorld() || !CanMountImages())

@@ -150,6 +150,27 @@ TEST_CASE("mounts that the layer has not made stay")
     Forget(session);
 }
 
+TEST_CASE("a mount that somebody else made of a folder goes with the folder's link")
+{
+    if (!EnterWorld())
+        return;
+    const std::string folder = NewFolder();
+    fs::create_directory("/Volumes/Orvanta");
+    REQUIRE(mount(folder.c_str(), "/Volumes/Orvanta", nullptr, MS_BIND, nullptr) == 0);
+    Plug("Orvanta", folder);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Settle();
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    fs::rename(folder, folder + ".gone");
+    Plug("Orvanta", NewFolder());
+    CHECK(RunUntil([] { return g_events.size() == 2; }));
+    CHECK(g_events == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil(NothingIsLeft));
+    Forget(session);
+}
+
 TEST_CASE("a bound folder whose mount program was killed before it set the options is cleaned up")
 {
     if (!EnterWorld())
