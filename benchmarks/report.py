@@ -263,7 +263,7 @@ def page(results, rows, daemon, cases, svg_name):
               ("strncpy", "strncpy_s"), ("strncat", "strncat_s"), ("format", "Formatted output"),
               ("scan", "Formatted input"), ("log", "A log line"), ("ini", "Looking up a value")]
     parts = ["# Performance", "",
-             "Written by `script/bench`; the figures are those of the machine that it ran on.", "",
+             "Written by `script/benchmarks`; the figures are those of the machine that it ran on.", "",
              f"Rivals of one case ran in turn, in {results['rounds']} rounds; a ratio is the median "
              "of the ratios within the rounds, on CPU time, of several cases the geometric mean. "
              "Instructions are counted by callgrind, whose figures repeat. Where a rival is the best "

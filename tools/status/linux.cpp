@@ -6,8 +6,8 @@
 
 #include <unistd.h>
 
-#include "bench/process.h"
-#include "bench/world.h"
+#include "modem/process.h"
+#include "modem/world.h"
 #include "tools/status/system.h"
 
 namespace kstatus
@@ -39,17 +39,17 @@ void PrepareCommands()
 
 static std::string FirstLine(const std::string &path)
 {
-    const std::string text = bench::ReadFile(path);
+    const std::string text = modem::ReadFile(path);
     return text.substr(0, text.find('\n'));
 }
 
-static Activity ActivityOf(const bench::Process &process)
+static Activity ActivityOf(const modem::Process &process)
 {
-    switch (bench::SleepOf(process)) {
-    case bench::Sleep::Unknown: return Activity::Unknown;
-    case bench::Sleep::Awake: return Activity::Works;
-    case bench::Sleep::Timed: return Activity::Pauses;
-    case bench::Sleep::Endless: return Activity::AwaitsEvents;
+    switch (modem::SleepOf(process)) {
+    case modem::Sleep::Unknown: return Activity::Unknown;
+    case modem::Sleep::Awake: return Activity::Works;
+    case modem::Sleep::Timed: return Activity::Pauses;
+    case modem::Sleep::Endless: return Activity::AwaitsEvents;
     }
     return Activity::Unknown;
 }
@@ -58,7 +58,7 @@ static std::vector<std::string> ChildrenOf(const std::string &folder, long pid)
 {
     std::vector<std::string> names;
     std::istringstream children(
-        bench::ReadFile(folder + "/task/" + std::to_string(pid) + "/children"));
+        modem::ReadFile(folder + "/task/" + std::to_string(pid) + "/children"));
     for (std::string child; children >> child;)
         names.push_back(FirstLine("/proc/" + child + "/comm"));
     return names;
@@ -67,8 +67,8 @@ static std::vector<std::string> ChildrenOf(const std::string &folder, long pid)
 // Seconds since the process was started.
 static std::optional<long> AgeOf(long pid)
 {
-    const bench::NamedProcess process = bench::LookAtNamed(pid);
-    const std::string uptime = bench::ReadFile("/proc/uptime");
+    const modem::NamedProcess process = modem::LookAtNamed(pid);
+    const std::string uptime = modem::ReadFile("/proc/uptime");
     if (process.parent < 0 || uptime.empty())
         return std::nullopt;
     const long started = static_cast<long>(process.started) / sysconf(_SC_CLK_TCK);
@@ -77,9 +77,9 @@ static std::optional<long> AgeOf(long pid)
 
 bool FindDaemons(std::vector<Daemon> *daemons)
 {
-    for (const long pid : bench::FindDaemons()) {
+    for (const long pid : modem::FindDaemons()) {
         const std::string folder = "/proc/" + std::to_string(pid);
-        bench::Process process;
+        modem::Process process;
         process.pid = static_cast<pid_t>(pid);
         daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(pid)});
     }
@@ -98,7 +98,7 @@ static std::vector<std::string> Split(const std::string &text)
 // The options that libmount noted for a place; none when it noted nothing.
 static std::string NotedOptions(const std::string &place)
 {
-    std::istringstream table(bench::ReadFile(kMountTable));
+    std::istringstream table(modem::ReadFile(kMountTable));
     std::string options;
     for (std::string line; std::getline(table, line);) {
         std::istringstream fields(line);
@@ -106,7 +106,7 @@ static std::string NotedOptions(const std::string &place)
         std::string noted;
         for (std::string field; fields >> field;) {
             if (field.compare(0, 7, "TARGET=") == 0)
-                target = bench::UnescapedField(field.substr(7));
+                target = modem::UnescapedField(field.substr(7));
             if (field.compare(0, 5, "OPTS=") == 0)
                 noted = field.substr(5);
         }
@@ -131,11 +131,11 @@ static std::string MountedBy(const std::vector<std::string> &options)
 
 bool ListVolumes(std::vector<Volume> *volumes)
 {
-    if (bench::ReadFile("/proc/self/mountinfo").empty())
+    if (modem::ReadFile("/proc/self/mountinfo").empty())
         return false;
-    bench::World world;
-    world.kind = bench::WorldKind::Root;
-    for (const bench::Mounted &mounted : bench::MountsUnder(world, "/Volumes")) {
+    modem::World world;
+    world.kind = modem::WorldKind::Root;
+    for (const modem::Mounted &mounted : modem::MountsUnder(world, "/Volumes")) {
         const std::string noted = NotedOptions(mounted.place);
         const auto options = Split(mounted.options + (noted.empty() ? "" : "," + noted));
         volumes->push_back({mounted.place, mounted.source, MountedBy(options), options});

@@ -1,0 +1,249 @@
+// main.cpp - kestrun-bench: plays scenarios against the real daemon.
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include "modem/player.h"
+#include "modem/scenario.h"
+#include "tools/common/json.h"
+#include "tools/common/program.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const int kExitPassed = 0;
+const int kExitFailed = 1;
+const int kExitMistake = 2;
+const int kExitNotPlayable = 77;  // what ctest and automake take for "skipped"
+
+const double kMostSpeed = 1000;
+
+const char kUsage[] =
+    "usage: kestrun-bench run FILE [options]   plays a scenario\n"
+    "       kestrun-bench record FILE          records this system as a scenario until SIGINT\n"
+    "       kestrun-bench words                lists the statements of a scenario\n"
+    "options:\n"
+    "  --speed N         the daemon sleeps N times shorter (1 to 1000, may be fractional)\n"
+    "  --dry-run         checks the scenario and prints what would be done\n"
+    "  --daemon PATH     the daemon (else the one built beside this program, or the installed one)\n"
+    "  --keep            keeps the log and the world's other files in /tmp\n"
+    "  --seed N          the random numbers' start (else 1)\n"
+    "  --world KIND      root, user or real (else the first that this machine allows)\n"
+    "  --update-golden   writes the scenario's golden log anew\n"
+    "  --record FILE     writes what happens as a scenario, names and serial numbers masked\n"
+    "  --json            prints a JSON object on each line, for programs\n"
+    "  --help            prints this\n"
+    "  --version         prints the version\n"
+    "exit status: 0 all came true, 1 something did not, 2 a mistake in the scenario or in these\n"
+    "arguments, 77 this machine cannot play it\n";
+
+struct Arguments {
+    modem::PlayOptions play;
+    bool dryRun = false;
+};
+
+void PrintPlanInJson(const std::vector<modem::Step> &steps)
+{
+    for (const modem::Step &step : steps) {
+        tools::JsonWriter json(tools::JsonWriter::Form::OneLine);
+        json.BeginObject()
+            .Member("line", step.place.line)
+            .Member("statement", step.text)
+            .Member("meaning", modem::StepMeaning(step))
+            .End();
+        std::cout << json.Text();
+    }
+}
+
+// Every statement and what it means, those that are repeated set in.
+void PrintPlan(const std::vector<modem::Step> &steps)
+{
+    std::string indent = "  ";
+    for (const modem::Step &step : steps) {
+        if (step.act == modem::Act::End)
+            indent.resize(indent.size() - 4);
+        std::cout << indent << "line " << step.place.line << ": " << step.text << "\n"
+                  << indent << "    " << modem::StepMeaning(step) << "\n";
+        if (step.act == modem::Act::Repeat)
+            indent += "    ";
+    }
+}
+
+bool TakeNumber(const char *text, double least, double most, double *number)
+{
+    char *end = nullptr;
+    *number = strtod(text, &end);
+    return end != text && *end == '\0' && *number >= least && *number <= most;
+}
+
+bool TakeWorld(const std::string &text, modem::WorldKind *kind)
+{
+    if (text == "root") {
+        *kind = modem::WorldKind::Root;
+    } else if (text == "user") {
+        *kind = modem::WorldKind::User;
+    } else if (text == "real") {
+        *kind = modem::WorldKind::Real;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+enum Option {
+    kSpeed = 1,
+    kDryRun,
+    kDaemon,
+    kKeep,
+    kSeed,
+    kWorld,
+    kUpdateGolden,
+    kRecord,
+    kJson,
+    kHelp,
+    kVersion
+};
+
+const struct option kOptions[] = {
+    {"speed", required_argument, nullptr, kSpeed},
+    {"dry-run", no_argument, nullptr, kDryRun},
+    {"daemon", required_argument, nullptr, kDaemon},
+    {"keep", no_argument, nullptr, kKeep},
+    {"seed", required_argument, nullptr, kSeed},
+    {"world", required_argument, nullptr, kWorld},
+    {"update-golden", no_argument, nullptr, kUpdateGolden},
+    {"record", required_argument, nullptr, kRecord},
+    {"json", no_argument, nullptr, kJson},
+    {"help", no_argument, nullptr, kHelp},
+    {"version", no_argument, nullptr, kVersion},
+    {nullptr, 0, nullptr, 0},
+};
+
+bool TakeOption(int option, Arguments *arguments)
+{
+    double number = 0;
+    switch (option) {
+    case kSpeed: return TakeNumber(optarg, 1, kMostSpeed, &arguments->play.speed);
+    case kDryRun: arguments->dryRun = true; return true;
+    case kDaemon: arguments->play.daemonProgram = fs::absolute(optarg); return true;
+    case kKeep: arguments->play.keep = true; return true;
+    case kSeed:
+        if (!TakeNumber(optarg, 0, static_cast<double>(LONG_MAX), &number))
+            return false;
+        arguments->play.seed = static_cast<unsigned long>(number);
+        return true;
+    case kWorld: return TakeWorld(optarg, &arguments->play.world);
+    case kRecord: arguments->play.recordFile = fs::absolute(optarg); return true;
+    case kUpdateGolden: arguments->play.updateGolden = true; return true;
+    case kJson: arguments->play.json = true; return true;
+    default: return false;
+    }
+}
+
+// What was built, or installed, beside this program.
+void FindBuild(modem::PlayOptions *play)
+{
+    std::error_code ignored;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ignored);
+    const fs::path folder = self.parent_path();
+    play->toolsDir = folder / "bin";
+    play->programsDir = folder.parent_path() / "tools";
+    play->speedLibrary = folder / "libkestrun-speed.so";
+    play->daemonProgram = folder.parent_path() / "src" / "Kestrun";
+    if (!fs::exists(play->daemonProgram, ignored))
+        play->daemonProgram = "/usr/sbin/kestrun";
+}
+
+bool ReadScenario(const std::string &path, modem::Scenario *scenario)
+{
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file || text.fail()) {
+        std::cerr << "kestrun-bench: " << path << ": " << strerror(errno) << "\n";
+        return false;
+    }
+    modem::Mistake mistake;
+    if (!modem::ParseScenario(text.str(), scenario, &mistake)) {
+        std::cerr << path << ":" << mistake.place.line << ":" << mistake.place.column << ": "
+                  << mistake.message << "\n";
+        return false;
+    }
+    return true;
+}
+
+int Run(const Arguments &arguments)
+{
+    modem::Scenario scenario;
+    if (!ReadScenario(arguments.play.scenarioFile, &scenario))
+        return kExitMistake;
+    if (!scenario.title.empty() && !arguments.play.json)
+        std::cout << scenario.title << "\n";
+    if (arguments.dryRun) {
+        (arguments.play.json ? PrintPlanInJson : PrintPlan)(scenario.steps);
+        return kExitPassed;
+    }
+    for (const std::string &needed : {arguments.play.daemonProgram, arguments.play.speedLibrary,
+                                      arguments.play.toolsDir + "/open"}) {
+        const int mode = needed == arguments.play.speedLibrary ? R_OK : R_OK | X_OK;
+        if (access(needed.c_str(), mode) != 0) {
+            std::cerr << "kestrun-bench: " << needed << ": " << strerror(errno) << "\n";
+            return kExitMistake;
+        }
+    }
+    std::cout.flush();
+    switch (modem::Play(scenario, arguments.play)) {
+    case modem::Result::Passed: return kExitPassed;
+    case modem::Result::Failed: return kExitFailed;
+    case modem::Result::NotPlayable: break;
+    }
+    return kExitNotPlayable;
+}
+
+int Usage(int status)
+{
+    (status == kExitPassed ? std::cout : std::cerr) << kUsage;
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    FindBuild(&arguments.play);
+    int option = 0;
+    while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
+        if (option == kHelp)
+            return Usage(kExitPassed);
+        if (option == kVersion)
+            return tools::SayVersion("kestrun-bench");
+        if (!TakeOption(option, &arguments))
+            return Usage(kExitMistake);
+    }
+    const std::string command = optind < argc ? argv[optind] : "";
+    if (command == "words" && optind + 1 == argc) {
+        std::cout << modem::StatementList();
+        return kExitPassed;
+    }
+    if (command == "record" && optind + 2 == argc) {
+        arguments.play.recordFile = fs::absolute(argv[optind + 1]);
+        return modem::RecordThisSystem(arguments.play) ? kExitPassed : kExitMistake;
+    }
+    if (command != "run" || optind + 2 != argc)
+        return Usage(kExitMistake);
+    arguments.play.scenarioFile = fs::absolute(argv[optind + 1]);
+    return Run(arguments);
+}

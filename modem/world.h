@@ -1,0 +1,73 @@
+// world.h - the private world that the daemon is started in: its own /dev, /run, /Volumes, /Library,
+// /Applications and /usr/local/Tarnwell, and all else as on the machine.
+#ifndef MODEM_WORLD_H
+#define MODEM_WORLD_H
+
+#include <string>
+#include <vector>
+
+namespace modem
+{
+
+// The files that the daemon reads.
+extern const char kConfigPath[];
+extern const char kSysConfigPath[];
+
+enum class WorldKind {
+    Automatic,  // the first of those below that the kernel allows
+    Root,       // a mount namespace, as root
+    User,       // a user and a mount namespace: folders can be mounted, disk images cannot
+    Real,       // the real paths, if none of them exists yet; nothing can be mounted
+};
+
+struct World {
+    WorldKind kind = WorldKind::Automatic;
+    std::string stateDir;               // what modem/bin answers from and records to
+    std::string toolsDir;               // modem/bin
+    std::string programsDir;            // further programs that a scenario may run
+    std::string speedLibrary;           // the library that shortens sleeps
+    std::string systemPath;             // PATH as it was
+    unsigned long daemonMemory = 0;     // bytes that the daemon may have (RLIMIT_AS); 0: no limit
+    std::vector<std::string> realDirs;  // kind Real: the folders to remove in the end
+};
+
+// Moves the calling process, which must have one thread, into a new world of the kind wanted.
+// `toolsDir` and `speedLibrary` must be set. False with the reason in `why` when there can be none;
+// the process is then as good as lost for another try of the kinds Root and User.
+bool EnterWorld(WorldKind wanted, World *world, std::string *why);
+
+// Whether this kind of world can be had, found out in a child process.
+bool WorldIsPossible(WorldKind kind);
+
+// Removes what a world of the kind Real left at the real paths. The other kinds need none.
+void PutBack(const World &world);
+
+// The state that modem/bin answers from: a small file of this name in the world's state folder.
+void SetState(const World &world, const std::string &name, const std::string &content);
+void ClearState(const World &world, const std::string &name);
+
+// Something mounted in the world.
+struct Mounted {
+    std::string place;
+    std::string source;
+    std::string options;  // as the kernel shows them
+};
+
+// What is mounted at `under` or below it, in mountinfo's order.
+std::vector<Mounted> MountsUnder(const World &world, const std::string &under);
+
+// The kernel and libmount write blank, tab, line feed and backslash in the fields of their tables as
+// three octal digits: the field without them.
+std::string UnescapedField(const std::string &text);
+
+// Small helpers about files; each false (or empty) on failure, with errno set.
+bool WriteFile(const std::string &path, const std::string &content);
+std::string ReadFile(const std::string &path);
+bool MakeFolders(const std::string &path);
+
+// A plain word for a kind.
+const char *KindName(WorldKind kind);
+
+}  // namespace modem
+
+#endif
