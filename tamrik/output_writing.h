@@ -331,6 +331,9 @@ static int ToOwnWidth(Call<wchar_t> *call, NarrowText text, wchar_t *to, int *us
         static_cast<void>(mbtowc(nullptr, nullptr, 0));
     *to = L'\0';
     const int length = mbtowc(to, text.text, static_cast<size_t>(text.length));
+    // What begins a character without its rest would be taken for the beginning of the next text.
+    if (length < 0)
+        static_cast<void>(mbtowc(nullptr, nullptr, 0));
     errno = savedErrno;
     *used = length > 0 ? length : 1;
     return length < 0 ? -1 : 1;

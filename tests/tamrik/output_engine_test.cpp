@@ -344,6 +344,25 @@ TEST_CASE("narrow text in the wide twin is of the locale, and fails the call whe
     std::setlocale(LC_ALL, "C");
 }
 
+TEST_CASE("a byte that begins a character without its rest spoils nothing that comes later")
+{
+    CHECK(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    for (const int byte : {0xC3, 0xE2, 0xF0, 0xFF}) {
+        CAPTURE(byte);
+        CHECK(Wide(kWideRoom, L"%c%s|", byte, "abc") == WideGood("abc|"));
+        CHECK(Wide(kWideRoom, L"%c%s|", byte, "\xc3\xa9") == WideGood("?|"));
+        CHECK(Wide(kWideRoom, L"%c%c%c|", byte, byte, 'x') == WideGood("x|"));
+    }
+    CHECK(Wide(kWideRoom, L"%s", "ab\xc3").result == -1);
+    CHECK(Wide(kWideRoom, L"%s|", "ab") == WideGood("ab|"));
+    // The caller's own conversions begin afresh as well.
+    wchar_t ch = 0;
+    CHECK(Wide(kWideRoom, L"%c", 0xC3) == WideGood(""));
+    CHECK(std::mbtowc(&ch, "a", 1) == 1);
+    CHECK(ch == L'a');
+    std::setlocale(LC_ALL, "C");
+}
+
 // ---- The helper ----
 
 TEST_CASE("the helper terminates what fits and tells what does not from what is refused")
