@@ -78,6 +78,11 @@ static Outcome OfStream(ScanCase made, std::basic_string<Char> (*widen)(const st
     FUZZ_CHECK(result >= -2 && result <= static_cast<int>(all.size()));
     for (const Destination &one : all)
         FUZZ_CHECK(IsSound(one));
+    if (hasPosition) {
+        // The source tells where the stream stands, the mark left out.
+        const long beyond = std::ftell(stream) - source.startOffset - source.consumed;
+        FUZZ_CHECK(beyond == 0 || (beyond == 3 && made.text.compare(0, 3, "\xEF\xBB\xBF") == 0));
+    }
     std::string rest;
     for (int ch = std::getc(stream); ch != EOF; ch = std::getc(stream))
         rest += static_cast<char>(ch);

@@ -41,7 +41,8 @@ static size_t ReadFirstSingly(InputSource *source)
 }
 
 // Fills the buffer of a file source anew. A stream that cannot tell its position cannot be set back
-// to it either: of such a one no more is taken than can be given back with ungetc.
+// to it either: of such a one no more is taken than can be given back with ungetc. A byte-order mark
+// is one at the beginning alone: at position 0, or where a stream without one is read for the first time.
 static bool LoadBlock(InputSource *source)
 {
     if (source->stream == nullptr)
@@ -54,29 +55,29 @@ static bool LoadBlock(InputSource *source)
         source->cur = source->base;
     }
     const bool isFirst = (source->kind & kLoaded) == 0;
-    if (isFirst) {
-        source->startOffset = ftell(source->stream);
-        source->consumed = 0;
-    }
-    if (source->consumed > kMostConsumed && source->startOffset >= 0) {
-        source->startOffset += source->consumed;
-        source->consumed = 0;
-    }
-
+    const long offset = isFirst ? ftell(source->stream) : source->startOffset;
+    const bool isBeginning = isFirst && (offset == 0 || (offset < 0 && source->startOffset >= 0));
     size_t got = 0;
-    if (source->startOffset >= 0)
+    if (offset >= 0)
         got = fread(source->base, 1, kBlockSize, source->stream);
-    else if (isFirst)
+    else if (isBeginning)
         got = ReadFirstSingly(source);
     else
         got = fread(source->base, 1, 1, source->stream);
     if (got == 0 || got > kBlockSize)
         return false;
 
+    if (isFirst) {
+        source->startOffset = offset;
+        source->consumed = 0;
+    } else if (source->consumed > kMostConsumed && offset >= 0) {
+        source->startOffset += source->consumed;
+        source->consumed = 0;
+    }
     source->kind |= kLoaded;
     source->cur = source->base;
     source->count = static_cast<int>(got);
-    if (isFirst && got >= kMarkSize && memcmp(source->base, kByteOrderMark, kMarkSize) == 0) {
+    if (isBeginning && got >= kMarkSize && memcmp(source->base, kByteOrderMark, kMarkSize) == 0) {
         source->kind |= kMarkSkipped;
         source->cur += kMarkSize;
         source->count -= static_cast<int>(kMarkSize);
@@ -158,7 +159,7 @@ int __check_float_string(size_t used, size_t *size, char **buffer, char *localBu
 {
     if (used != *size)
         return 1;
-    if (*size > kLargestHeapText / 2)
+    if (*onHeap && *size > kLargestHeapText / 2)
         return 0;
     // Volatile, as the compiler may believe that malloc leaves errno alone.
     const volatile int savedErrno = errno;
@@ -372,9 +373,11 @@ static inline const Char *ReadSpec(const Char *format, Spec *spec)
 // ---- Conversions ----
 
 template <typename Char>
-static Outcome ConvertPercent(Scan<Char> *scan)
+static Outcome ConvertPercent(Scan<Char> *scan, const Spec &spec)
 {
     SkipBlanks(scan);
+    if (spec.width == 0)
+        return EndEmptyField(scan);
     const Unit ch = Next(scan);
     if (ch == '%')
         return kDone;
@@ -422,7 +425,7 @@ static inline Outcome Convert(Scan<Char> *scan, const Char **format)
     else if (role <= kCapitalText)
         outcome = ConvertText(scan, &spec, format);
     else
-        return role == kPercent ? ConvertPercent(scan) : ConvertPosition(scan, spec);
+        return role == kPercent ? ConvertPercent(scan, spec) : ConvertPosition(scan, spec);
     if (outcome != kDone)
         return outcome;
     if (spec.isSuppressed)
@@ -550,10 +553,12 @@ static void ClearFirstText(const Char *input, const Char *format, va_list argLis
 
     va_list arguments;
     va_copy(arguments, argList);
-    Text text = {spec.wideLetters > 0, true, nullptr, 0, 0};
+    Text text = {false, true, nullptr, 0, 0};
     text.dest = va_arg(arguments, char *);
     const unsigned int size = va_arg(arguments, unsigned int);
     va_end(arguments);
+    // A size below that of a wide zero may be one in bytes.
+    text.isWide = spec.wideLetters > 0 && size >= sizeof(wchar_t);
     if (text.dest != nullptr && size >= 1 && size <= kLargestNarrowSize)
         Terminate(text, 0);
 }

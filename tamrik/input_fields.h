@@ -211,7 +211,7 @@ template <typename Char>
 struct Field {
     Scan<Char> *scan;
     int64_t left;        // how many characters more it may have
-    Unit ch;             // the next character, kEnd or kFieldFull
+    Unit ch;             // the next character, kEnd or kFieldEnd
     bool isOutOfMemory;  // a float's text could not grow: the field ends there
 };
 
@@ -221,7 +221,7 @@ struct StringField {
     Scan<char> *scan;
     const char *at;
     const char *end;  // where the field's width or the string ends
-    Unit ch;          // kFieldFull at the end
+    Unit ch;          // kFieldEnd at the end
     bool isOutOfMemory;
     bool isToEnd;  // the string ends before the field is full
 };
@@ -229,14 +229,14 @@ struct StringField {
 template <typename Char>
 static inline void Advance(Field<Char> *field)
 {
-    field->ch = field->left == 0 ? kFieldFull : Next(field->scan);
+    field->ch = field->left == 0 ? kFieldEnd : Next(field->scan);
     field->left -= field->left == 0 ? 0 : 1;
 }
 
 static inline void LookAt(StringField *field, const char *at)
 {
     field->at = at;
-    field->ch = at != field->end ? AsUnit(*at) : kFieldFull;
+    field->ch = at != field->end ? AsUnit(*at) : kFieldEnd;
 }
 
 static inline void Advance(StringField *field)
@@ -249,7 +249,7 @@ template <typename Char>
 static inline void EndBehind(Field<Char> *field)
 {
     field->left = 0;
-    field->ch = kFieldFull;
+    field->ch = kFieldEnd;
 }
 
 static inline void EndBehind(StringField *field)

@@ -29,7 +29,7 @@ static const size_t kMarkSize = sizeof kByteOrderMark;
 // A character of the input, or one of the three values below. It holds each wchar_t beside them.
 using Unit = int64_t;
 static const Unit kEnd = EOF;
-static const Unit kFieldFull = -2;    // the field's width is used up
+static const Unit kFieldEnd = -2;     // the field ends here: by its width, or by its set
 static const Unit kNoCharacter = -3;  // the bytes are no character of the locale's encoding
 
 // ---- The reader: bytes and characters of a source ----
@@ -98,6 +98,16 @@ static inline void UnreadByte(Reader *reader, Unit ch)
     }
     const char byte = static_cast<char>(ch);
     UnreadBytes(reader, &byte, 1);
+}
+
+// The next byte, which stays the next, or kEnd.
+static Unit PeekByte(Reader *reader)
+{
+    const int byte = ReadByte(reader);
+    if (byte == EOF)
+        return kEnd;
+    UnreadByte(reader, byte);
+    return byte;
 }
 
 // Reads one character of the locale's encoding; its bytes are then in reader->last. Bytes that are
@@ -181,13 +191,13 @@ static void LeaveFile(Reader *reader)
     InputSource *source = reader->source;
     if (source->kind & kLoaded) {
         const bool isExhausted = source->count <= 0 && reader->waitingCount == 0;
+        source->consumed -= reader->waitingCount;
         if (source->startOffset < 0) {
             UngetBytes(source->cur, source->count, source->stream);
             UngetBytes(reader->waiting, reader->waitingCount, source->stream);
         } else if (!isExhausted || !feof(source->stream)) {
             const long mark = source->kind & kMarkSkipped ? static_cast<long>(kMarkSize) : 0;
-            const long used = static_cast<long>(source->consumed) - reader->waitingCount;
-            fseek(source->stream, source->startOffset + mark + used, SEEK_SET);
+            fseek(source->stream, source->startOffset + mark + source->consumed, SEEK_SET);
         }
     }
     free(source->base);

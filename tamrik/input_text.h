@@ -1,8 +1,9 @@
 // "%[", "%s" and "%c" of formatted input: sets, and text stored within its size.
 //
-// Sizes are in characters of the destination; nothing is written past them, and a terminated text is
-// left on every failure. What goes from a string to a narrow destination is found as a whole, all else is
-// read by single characters. Part of input.cpp alone.
+// Sizes are in characters of the destination; nothing is written past them. A missing field leaves its
+// destination as it was, one that began and cannot be stored leaves a terminated text. What goes from a
+// string to a narrow destination is found as a whole, all else is read by single characters. Part of
+// input.cpp alone.
 #ifndef TAMRIK_INPUT_TEXT_H
 #define TAMRIK_INPUT_TEXT_H
 
@@ -142,12 +143,21 @@ static bool Store(const Scan<wchar_t> * /*tag*/, Text *text, Unit ch)
     return true;
 }
 
-// A character of the field: as wide text is counted in whole characters, they are read whole.
-static inline Unit NextOfText(Scan<char> *scan, const Text &text)
+// A character of the field: as wide text is counted in whole characters, they are read whole. A byte
+// that is not in the set ends the field before anything is made of it.
+static inline Unit NextOfText(Scan<char> *scan, const Spec &spec, const Set<char> &set,
+                              const Text &text)
 {
     if (!text.isWide)
         return Next(scan);
-    const Unit ch = ReadCharacter(&scan->reader);
+    Unit ch = 0;
+    if (spec.type == '[') {
+        ch = PeekByte(&scan->reader);
+        if (ch >= 0 && !set.has[ch])
+            return kFieldEnd;
+    }
+    if (ch >= 0)
+        ch = ReadCharacter(&scan->reader);
     if (ch == kEnd)
         scan->isAtEnd = true;
     if (ch >= 0 && !IsFromString(scan))
@@ -155,7 +165,8 @@ static inline Unit NextOfText(Scan<char> *scan, const Text &text)
     return ch;
 }
 
-static inline Unit NextOfText(Scan<wchar_t> *scan, const Text & /*tag*/)
+static inline Unit NextOfText(Scan<wchar_t> *scan, const Spec & /*tag*/,
+                              const Set<wchar_t> & /*tag*/, const Text & /*tag*/)
 {
     return Next(scan);
 }
@@ -194,6 +205,14 @@ static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec &spec
     return Belongs(spec, set, ch);
 }
 
+// Ends a field that has begun and does not fit or cannot be converted: its text is empty.
+static inline Outcome EndBrokenText(const Text &text)
+{
+    if (text.isStored)
+        Terminate(text, 0);
+    return kNoMatch;
+}
+
 // Ends a field of as many characters as are stored, which may not be none. A "%c" has no terminator,
 // unless the input's end cut it short: then it is terminated like a string, and must have the room.
 static inline Outcome EndText(const Spec &spec, const Text &text, bool isCut)
@@ -201,13 +220,12 @@ static inline Outcome EndText(const Spec &spec, const Text &text, bool isCut)
     if (spec.type == 'c' && !isCut)
         return kDone;
     if (spec.type == 'c' && text.used == text.size)
-        return kNoMatch;
+        return EndBrokenText(text);
     Terminate(text, text.used);
     return kDone;
 }
 
-// Reads the field into the destination, which is left empty when the field is missing, does not fit
-// or cannot be converted.
+// Reads the field into the destination, which stays as it was when the field is missing.
 template <typename Char>
 static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text text)
 {
@@ -215,9 +233,9 @@ static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text
         ListMembers(set);
     int64_t left = spec.width;
     bool isEmpty = true;
-    Unit ch = kFieldFull;
+    Unit ch = kFieldEnd;
     for (; left > 0; --left) {
-        ch = NextOfText(scan, text);
+        ch = NextOfText(scan, spec, *set, text);
         if (ch < 0)
             break;
         if (!BelongsToText(scan, spec, *set, text, ch)) {
@@ -226,12 +244,12 @@ static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text
         }
         if (text.isStored && !Store(scan, &text, ch)) {
             GiveBackOfText(scan, text, ch);
-            return kNoMatch;
+            return EndBrokenText(text);
         }
         isEmpty = false;
     }
     if (ch == kNoCharacter)
-        return kNoMatch;
+        return EndBrokenText(text);
     if (isEmpty)
         return ch == kEnd ? kInputEnd : kNoMatch;
     return text.isStored ? EndText(spec, text, left > 0) : kDone;
@@ -312,7 +330,8 @@ static void LowerCapital(Spec *spec)
         spec->wideLetters = 1;
 }
 
-// Takes the destination's size from the arguments and judges it.
+// Takes the destination's size from the arguments and judges it. One of 0 gets its terminator all the
+// same.
 template <typename Char>
 static Outcome TakeTextSize(Scan<Char> *scan, const Spec &spec, Text *text)
 {
@@ -321,9 +340,10 @@ static Outcome TakeTextSize(Scan<Char> *scan, const Spec &spec, Text *text)
     text->isStored = true;
     if (size > (text->isWide ? kLargestWideSize : kLargestNarrowSize))
         return kBadParameter;
-    Terminate(*text, 0);
-    if (size == 0)
+    if (size == 0) {
+        Terminate(*text, 0);
         return kBadParameter;
+    }
     text->size = size;
     return kDone;
 }
@@ -347,10 +367,7 @@ template <typename Char>
         return EndEmptyField(scan);
     if (text.isStored && spec->type != 'c')
         --text.size;
-    outcome = ReadText(scan, *spec, set, text);
-    if (outcome != kDone && text.isStored)
-        Terminate(text, 0);
-    return outcome;
+    return ReadText(scan, *spec, set, text);
 }
 
 // Reads a "%s" or "%[" whose blanks are skipped. The field is found as a whole and copied at once; one

@@ -2,8 +2,9 @@
  * tamrik.h - bounds-checked memory, string and formatted input and output functions.
  *
  * Every function that writes takes the size of its destination, checks all that it is given and
- * reports what it found through its result alone: nothing here logs, aborts, keeps state or changes
- * errno. The header serves C and C++ alike and needs nothing included before it.
+ * reports what it found through its result alone: nothing here logs, aborts or keeps state, and
+ * indirectSprintf alone may change errno. The header serves C and C++ alike and needs nothing included
+ * before it.
  *
  * Result codes:
  *
@@ -219,8 +220,9 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  *
  * Only floating conversions allocate: those with a width or a precision of some hundred (a long
  * double always) and those that are written with more than 15 characters; freed before the next
- * character of the format. No argument may overlap the destination. No function of this section
- * changes errno, and all of them may be called from several threads at once.
+ * character of the format. No argument may overlap the destination. The functions of this section may
+ * be called from several threads at once as far as the platform's wctomb, mbtowc and vsprintf may, which
+ * they call for text of the other width and for floating conversions.
  */
 
 /*
@@ -282,7 +284,7 @@ int tamrik_output_s(OutputStream *stream, const char *format, va_list argList);
  */
 int tamrik_woutput_s(OutputStream *stream, const wchar_t *format, va_list argList);
 
-/* The platform's vsprintf: no limit of size, its result as it is. errno may change here. */
+/* The platform's vsprintf: no limit of size, its result as it is. It alone may change errno. */
 int indirectSprintf(char *buffer, const char *format, ...);
 
 /*
@@ -319,11 +321,15 @@ extern const unsigned char tamrik__lookuptable_s[91];
  *   0x4   standard input, by single characters     nothing
  *
  * Files and standard input stay the caller's and open. When a scan from a file ends, what was read
- * ahead is given back: the file stands just past the last character used. A UTF-8 byte-order mark with
- * which the first block begins is passed over. A stream that has no position (a pipe, a terminal)
- * is read by single characters instead, and the one read too far goes back by ungetc, as on standard
- * input: nothing is lost there either. The string of a source is never read past count bytes; a file
- * or stream that ends, that fails and for which no memory is left all look like the end of the input.
+ * ahead is given back: the file stands just past the last character used. A UTF-8 byte-order mark at
+ * the beginning of a file (position 0) is passed over; further on it is text, also where a scan begins
+ * with it. A stream that has no position (a pipe, a terminal) begins where the source first reads it.
+ * It is read by single characters, and the one read too far goes back by ungetc, as on standard input:
+ * nothing is lost there either. The string of a source is never read past count bytes; a file or stream
+ * that ends, that fails and for which no memory is left all look like the end of the input.
+ *
+ * tamrik_winput_s too reads bytes from a file, and so leaves the stream byte-oriented: a later fgetwc
+ * of the caller fails.
  */
 typedef struct InputSource {
     int count;       /* bytes still to be read from cur on; 0 or less at the end of a string */
@@ -331,7 +337,8 @@ typedef struct InputSource {
     char *base;      /* the block of a file, 1025 bytes of the library's; null between scans */
     int kind;     /* 0x1, 0x2 or 0x4; while a file is being read also 0x8, and 0x10 with a mark */
     FILE *stream; /* the file of kind 0x2 */
-    int consumed; /* bytes of a file handed out since startOffset, a mark not counted */
+    int consumed; /* bytes of a file used since startOffset, a mark not counted: what was given back
+                     is not in it, so that it tells the same as the file's position */
     long startOffset;  /* where the file stood when its first block was read; -1: it cannot tell */
     int pushback;      /* standard input: the last character read or given back */
     int pushbackValid; /* whether that is to be read next; a scan leaves it 0, with the character in
@@ -359,12 +366,13 @@ typedef struct InputSource {
  *
  * Destinations. "%s", "%c" and "%[" take two arguments: the pointer and, as unsigned int, the size of
  * the destination in its own characters (char or wchar_t), the terminator included. Nothing is
- * written past it. A field that is missing, does not fit with its terminator or has no form in the
- * destination's encoding leaves an empty string (the text read of it is used up, the character that
- * did not fit is not). "%c" stores as many characters as its width says, else 1, and no terminator;
- * when the input ends before, what there is counts as the field and is terminated, for which there
- * must be room. Whether a destination is wide is decided alike in both functions: "%s", "%c" and "%["
- * are narrow, "%S" and "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
+ * written past it. A field that is missing, since the input has ended or its first character does not
+ * belong to it, leaves the destination as it was. One that does not fit with its terminator or has no
+ * form in the destination's encoding leaves an empty string (the text read of it is used up, the
+ * character that did not fit is not). "%c" stores as many characters as its width says, else 1, and no
+ * terminator; when the input ends before, what there is counts as the field and is terminated, for
+ * which there must be room. Whether a destination is wide is decided alike in both functions: "%s",
+ * "%c" and "%[" are narrow, "%S" and "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
  *
  * Units. tamrik_input_s reads bytes, and widths and "%n" count bytes; but for wide text it reads whole
  * characters of the locale's encoding, and its width counts those. tamrik_winput_s reads and counts
@@ -384,7 +392,26 @@ typedef struct InputSource {
  * "1e", "infin") does not match.
  *
  * Sets: a ']' that comes first, behind '^' if there is one, is a member. "a-z" is a range; a '-' that
- * stands first, last or before a smaller character is a member.
+ * stands first, last or before a smaller character is a member. In tamrik_input_s a set holds bytes; of
+ * wide text all bytes of a character must be in it, and a byte that is not ends the field, also where
+ * no character begins.
+ *
+ * Where this differs from the C library's scanf:
+ *
+ *   scan                         here                              the C library
+ *   ---------------------------  --------------------------------  -------------------------------
+ *   "%d %n" of "12"              stores no position: the number    stores the position 2
+ *                                met the end, which ends the scan
+ *   "%x" of "0x", "%f" of "1e"   does not match: 0                 often takes a 0 and a 1
+ *   "%*d%d" of "5"               0: a conversion has been done     EOF: nothing has been stored
+ *   "%5c" of "abc"               1, abc with a terminator, or 0    1, abc without a terminator
+ *                                if that has no room
+ *   "%0d" of "5"                 0: a width of 0 ends the scan     undefined, or 1
+ *   "%llf"                       a double                          undefined, or a long double
+ *   "%lf" of "nan(1)"            uses all of it                    may leave "(1)"
+ *   a null pointer, a size of 0  -2                                undefined; there are no sizes
+ *   "%s" of a wide character     ends the scan, the text empty     ends the scan, the text cut and
+ *   without a narrow form                                          without a terminator
  */
 int tamrik_input_s(InputSource *source, const char *format, va_list argList);
 int tamrik_winput_s(InputSource *source, const wchar_t *format, va_list argList);
@@ -411,7 +438,7 @@ int _whiteout(int *counter, InputSource *source);
  * taken. Returns 1 when there is room, at once if used is not *size. Else the buffer is replaced by one
  * of twice the size, the new half zero: the first time (*onHeap 0, then 1) it takes the content of
  * localBuffer; later the old one is zeroed and freed. The new one is the caller's to free. Returns 0,
- * with nothing changed, when no memory is left or the size would pass 0x7FFFFFFF.
+ * with nothing changed, when no memory is left or a later growth would pass 0x7FFFFFFF bytes.
  */
 int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap);
 
@@ -420,7 +447,8 @@ int __check_float_string(size_t used, size_t *size, char **buffer, char *localBu
  * is done when the first '%' of the format, but for width digits and the letters 'l', 'w' and 'h', is a
  * "%s", "%c" or "%[" (with its ']'), in either case of the letter, the first two arguments are a pointer
  * that is not null and a size from 1 to 0x7FFFFFFF, and input is null or empty; with other input only
- * "%s" and "%S" are emptied. A narrow destination gets one zero byte, a wide one a wide zero.
+ * "%s" and "%S" are emptied. The destination gets one zero byte, or a wide zero if it is wide and the
+ * size is 4 or more: the size may be meant in bytes.
  */
 void clearDestBuf(const char *input, const char *format, va_list argList);
 void clearwDestBuf(const wchar_t *input, const wchar_t *format, va_list argList);

@@ -343,7 +343,7 @@ TEST_CASE("the first growth copies the local buffer, a later one zeroes and free
     std::free(buffer);
 }
 
-TEST_CASE("a growth that fails changes nothing")
+TEST_CASE("a growth that fails changes nothing, and its size refuses a later one alone")
 {
     char local[8] = {'1', '2', '3', '4', '5', '6', '7', '8'};
     char *buffer = local;
@@ -363,7 +363,15 @@ TEST_CASE("a growth that fails changes nothing")
     CHECK(onHeap == 1);
     CHECK(errno == 77);
 
-    // The last size that may double asks for its memory.
+    // The first growth is refused by no size: it asks for its memory.
+    int isFirst = 0;
+    size = 0x40000000;
+    Watch(0,
+          [&] { CHECK(__check_float_string(0x40000000, &size, &buffer, local, &isFirst) == 0); });
+    CHECK(g_lastAsked == 0x80000000);
+    CHECK(isFirst == 0);
+
+    // The last size that may double again asks for its memory.
     size = 0x3FFFFFFF;
     Watch(0, [&] { CHECK(__check_float_string(0x3FFFFFFF, &size, &buffer, local, &onHeap) == 0); });
     CHECK(g_lastAsked == 0x7FFFFFFE);

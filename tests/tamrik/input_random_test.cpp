@@ -456,7 +456,8 @@ static std::string CompareFiles(Case made, std::size_t blanks, FILE *file)
     const int expected = std::fscanf(file, made.theirs.c_str(), PLACES(their));
 #pragma GCC diagnostic pop
     const long expectedPosition = std::ftell(file);
-    if (result == expected && position == expectedPosition && IsSame(made, result, our, their))
+    if (result == expected && position == expectedPosition && source.consumed == position &&
+        IsSame(made, result, our, their))
         return "";
     return Told(made, result, expected) + ", then at " + std::to_string(position) +
            ", the platform " + std::to_string(expectedPosition);

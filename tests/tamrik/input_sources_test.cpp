@@ -153,6 +153,72 @@ TEST_CASE("a file that starts with a byte-order mark is read as if the mark were
     std::fclose(file);
 }
 
+TEST_CASE("a mark in the middle of a file is text, also where a second scan begins with it")
+{
+    for (const bool isPipe : {false, true}) {
+        CAPTURE(isPipe);
+        const std::string content = kMark + "1" + kMark + "z";
+        FILE *file = isPipe ? PipeWith(content) : FileWith(content);
+        InputSource source = FileSource(file);
+        int value = 0;
+        char word[8];
+        CHECK(ScanSource(&source, "%d", &value) == 1);
+        CHECK(value == 1);
+        CHECK(ScanSource(&source, "%s", word, 8U) == 1);
+        CHECK(std::string(word) == kMark + "z");
+        std::fclose(file);
+    }
+    FILE *file = FileWith("##" + kMark + "z", 2);
+    InputSource source = FileSource(file);
+    char word[8];
+    CHECK(ScanSource(&source, "%s", word, 8U) == 1);
+    CHECK(std::string(word) == kMark + "z");
+    std::fclose(file);
+}
+
+TEST_CASE("consumed tells the same as the file's position: what a scan gives back is not counted")
+{
+    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    struct Row {
+        const char *content;
+        const char *format;
+        const wchar_t *wideFormat;
+        int consumed;
+    };
+    for (const Row &row :
+         {Row{"12x", "%d", L"%d", 2}, Row{"12 x", "%d ", L"%d ", 3}, Row{"12", "%d", L"%d", 2},
+          Row{"x", "%d", L"%d", 0}, Row{"ab c", "%s", L"%s", 2},
+          Row{"ab\xC3\xA4 ", "%ls", L"%ls", 4}, Row{"ab\xC3(", "%ls", L"%ls", 2},
+          Row{"\xE6\x97\xA6", "\xE6\x97\xA5", L"\u65E5", 0}}) {
+        for (const std::string &mark : {std::string(), kMark}) {
+            for (const std::size_t blanks : {std::size_t{0}, kBlock - mark.size() - 2}) {
+                for (const bool wide : {false, true}) {
+                    for (const bool isPipe : {false, true}) {
+                        CAPTURE(row.content);
+                        CAPTURE(blanks);
+                        CAPTURE(wide);
+                        const std::string content = mark + std::string(blanks, ' ') + row.content;
+                        FILE *file = isPipe ? PipeWith(content) : FileWith(content);
+                        InputSource source = FileSource(file);
+                        char text[16];
+                        if (wide)
+                            WideScanSource(&source, (std::wstring(L" ") + row.wideFormat).c_str(),
+                                           text, 4U);
+                        else
+                            ScanSource(&source, (std::string(" ") + row.format).c_str(), text, 4U);
+                        const int used = static_cast<int>(blanks) + row.consumed;
+                        CHECK(source.consumed == used);
+                        if (!isPipe)
+                            CHECK(std::ftell(file) == static_cast<long>(mark.size()) + used);
+                        std::fclose(file);
+                    }
+                }
+            }
+        }
+    }
+    std::setlocale(LC_ALL, "C");
+}
+
 TEST_CASE("what looks like a mark at the start of a later block is text")
 {
     const std::string content = std::string(kBlock, 'a') + kMark + "b";
@@ -339,6 +405,18 @@ TEST_CASE("wide formats read a file as the locale's multibyte text")
     std::setlocale(LC_ALL, "C");
 }
 
+TEST_CASE("a wide scan reads a file's bytes and leaves the stream byte-oriented")
+{
+    FILE *file = FileWith("1 2");
+    InputSource source = FileSource(file);
+    int value = 0;
+    CHECK(WideScanSource(&source, L"%d", &value) == 1);
+    CHECK(std::fwide(file, 0) < 0);
+    CHECK(std::fgetwc(file) == WEOF);
+    CHECK(Rest(file) == " 2");
+    std::fclose(file);
+}
+
 TEST_CASE("bytes that are no character end a wide format's input and stay in the file")
 {
     REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
@@ -415,9 +493,9 @@ TEST_CASE("a stream without a position may end at once, or within a mark")
         CAPTURE(content.size());
         FILE *stream = PipeWith(content);
         InputSource source = FileSource(stream);
-        char word[8];
+        char word[8] = "before";
         CHECK(ScanSource(&source, "%s", word, 8U) == (content.empty() ? -1 : 1));
-        CHECK(std::string(word) == content);
+        CHECK(std::string(word) == (content.empty() ? "before" : content));
         CHECK(Rest(stream).empty());
         CHECK(IsIdle(source));
         std::fclose(stream);

@@ -207,14 +207,14 @@ TEST_CASE("a width written as 0 skips blanks, gives the next character back and 
     });
 }
 
-TEST_CASE("a width written as 0 at the input's end gives EOF, and text is empty")
+TEST_CASE("a width written as 0 at the input's end gives EOF, and text is as it was")
 {
     for (const bool wide : kEngines) {
         for (const char *format : {"%0s", "%0c", "%0[a]"}) {
             CAPTURE(format);
             const Guarded dest(16);
             CHECK(ScanWith(wide, "", format, dest.Text(), 16U) == Scanned<char>{-1, ""});
-            CHECK(dest.Held() == Stored(std::string(1, '\0')));
+            CHECK(dest.Held() == kUntouched);
         }
     }
     CheckNumbers({{"%0d", "", -1, kUntouched, ""}});
@@ -433,22 +433,43 @@ TEST_CASE(
     });
 }
 
-TEST_CASE("a missing field leaves an empty string")
+TEST_CASE("a missing field empties no text: what the destination held stays")
 {
     CheckTexts({
-        {"%s", "", 4, -1, '\0' + Canaries(3), ""},
-        {"%s", "   ", 4, -1, '\0' + Canaries(3), ""},
-        {"%c", "", 4, -1, '\0' + Canaries(3), ""},
-        {"%[a]", "", 4, -1, '\0' + Canaries(3), ""},
-        {"%[a]", "b", 4, 0, '\0' + Canaries(3), "b"},
-        {"%0s", " b", 4, 0, '\0' + Canaries(3), "b"},
-        {"%0c", " b", 4, 0, '\0' + Canaries(3), " b"},
-        {"%0[b]", "b", 4, 0, '\0' + Canaries(3), "b"},
-        {"%[abc", "abc", 4, 0, '\0' + Canaries(3), "abc"},
-        {"%[", "abc", 4, 0, '\0' + Canaries(3), "abc"},
-        {"%[]", "]", 4, 0, '\0' + Canaries(3), "]"},
-        {"%[^]", "a", 4, 0, '\0' + Canaries(3), "a"},
+        {"%s", "", 4, -1, Canaries(4), ""},
+        {"%s", "   ", 4, -1, Canaries(4), ""},
+        {"%5s", "   ", 4, -1, Canaries(4), ""},
+        {"%s", "", 1, -1, Canaries(1), ""},
+        {"%c", "", 4, -1, Canaries(4), ""},
+        {"%3c", "", 4, -1, Canaries(4), ""},
+        {"%[a]", "", 4, -1, Canaries(4), ""},
+        {"%[a]", "b", 4, 0, Canaries(4), "b"},
+        {"%[0-9]", "xyz", 4, 0, Canaries(4), "xyz"},
+        {"%5[0-9]", "xyz", 4, 0, Canaries(4), "xyz"},
+        {"%[^x]", "xyz", 1, 0, Canaries(1), "xyz"},
+        {"%0s", " b", 4, 0, Canaries(4), "b"},
+        {"%0c", " b", 4, 0, Canaries(4), " b"},
+        {"%0[b]", "b", 4, 0, Canaries(4), "b"},
+        {"%[abc", "abc", 4, 0, Canaries(4), "abc"},
+        {"%[", "abc", 4, 0, Canaries(4), "abc"},
+        {"%[]", "]", 4, 0, Canaries(4), "]"},
+        {"%[^]", "a", 4, 0, Canaries(4), "a"},
     });
+}
+
+TEST_CASE("a missing field of wide text leaves its destination as it was too")
+{
+    for (const bool wide : kEngines) {
+        const Guarded dest(4 * sizeof(wchar_t));
+        for (const char *format : {"%ls", "%5ls", "%S", "%lc", "%C", "%l[0-9]", "%0ls"}) {
+            CAPTURE(format);
+            CHECK(ScanWith(wide, "", format, dest.Text(), 4U) == Scanned<char>{-1, ""});
+        }
+        CHECK(ScanWith(wide, "  ", "%ls", dest.Text(), 4U) == Scanned<char>{-1, ""});
+        CHECK(ScanWith(wide, "xyz", "%l[0-9]", dest.Text(), 4U) == Scanned<char>{0, "xyz"});
+        CHECK(ScanWith(wide, "x", "%l[x", dest.Text(), 4U) == Scanned<char>{0, "x"});
+        CHECK(dest.Held() == Canaries(dest.size));
+    }
 }
 
 TEST_CASE("characters are stored without a terminator, unless the input ends before the width")
@@ -650,8 +671,9 @@ TEST_CASE("a field that met the input's end is the last, one that its width ende
             CAPTURE(row.format);
             const Guarded first(4 * sizeof(wchar_t));
             const Guarded second(4);
-            CHECK(ScanWith(wide, row.text, row.format, first.Text(), 4U, second.Text(), 4U) ==
-                  Scanned<char>{1, ""});
+            // A size of 0 tells whether the second conversion was begun.
+            CHECK(ScanWith(wide, row.text, row.format, first.Text(), 4U, second.Text(), 0U) ==
+                  Scanned<char>{row.isLast ? 1 : -2, ""});
             CHECK(second.Held() == (row.isLast ? Canaries(4) : '\0' + Canaries(3)));
         }
     }
@@ -703,6 +725,19 @@ TEST_CASE("a doubled percent sign matches one, behind blanks")
         CHECK(ScanWith(wide, "5%x", "%d%%", &a) == Scanned<char>{1, "x"});
         CHECK(ScanWith(wide, "5  %x", "%d%%x", &a) == Scanned<char>{1, ""});
         CHECK(ScanWith(wide, "5x", "%d%%", &a) == Scanned<char>{1, "x"});
+    }
+}
+
+TEST_CASE("a percent sign with a width of 0 is not matched: blanks are skipped and the scan ends")
+{
+    for (const bool wide : kEngines) {
+        int a = 7;
+        CHECK(ScanWith(wide, "  %5", "%0%%d", &a) == Scanned<char>{0, "%5"});
+        CHECK(ScanWith(wide, "%5", "%*0%%d", &a) == Scanned<char>{0, "%5"});
+        CHECK(ScanWith(wide, "  ", "%0%%d", &a) == Scanned<char>{-1, ""});
+        CHECK(a == 7);
+        CHECK(ScanWith(wide, "%5", "%1%%d", &a) == Scanned<char>{1, ""});
+        CHECK(a == 5);
     }
 }
 
@@ -836,6 +871,55 @@ TEST_CASE("a wide field that does not fit is empty, and its character is given b
     dest.Fill();
     CHECK(WideScan(L"a\u00E4", L"%ls", dest.Text(), 2U) == Scanned<wchar_t>{0, L"\u00E4"});
     CHECK(dest.Held() == std::string(4, '\0') + Canaries(4));
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST_CASE("a byte that cannot be in a set ends wide text before it is decoded")
+{
+    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    struct Row {
+        const char *text;
+        const char *format;
+        const wchar_t *stored;
+        const char *rest;
+    };
+    for (const Row &row :
+         {Row{"abc\xFF", "%l[a-z]", L"abc", "\xFF"}, Row{"abc\xC3(", "%l[a-z]", L"abc", "\xC3("},
+          Row{"abc\xC3", "%w[a-z]", L"abc", "\xC3"},
+          Row{"abc\xE6\x97", "%5l[^\x80-\xFF]", L"abc", "\xE6\x97"},
+          Row{"a\xC3\xA4\xC3\xBC", "%l[a\xC3\xA4]", L"a\u00E4", "\xC3\xBC"}}) {
+        CAPTURE(row.text);
+        CAPTURE(row.format);
+        const std::string held = BytesOf(std::wstring(row.stored) + L'\0');
+        const Guarded dest(4 * sizeof(wchar_t));
+        CHECK(Scan(row.text, row.format, dest.Text(), 4U) == Scanned<char>{1, row.rest});
+        CHECK(dest.Held() == held + Canaries(dest.size - held.size()));
+        // The scan goes on with that byte.
+        char next = '\0';
+        CHECK(Scan(row.text, (row.format + std::string("%c")).c_str(), dest.Text(), 4U, &next,
+                   1U) == Scanned<char>{2, row.rest + 1});
+        CHECK(next == *row.rest);
+    }
+    const Guarded untouched(4);
+    CHECK(Scan("\xFF", "%l[a-z]", untouched.Text(), 1U) == Scanned<char>{0, "\xFF"});
+    CHECK(untouched.Held() == Canaries(4));
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST_CASE("bytes that are no character end wide text that they could belong to, the field empty")
+{
+    REQUIRE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr);
+    const std::string held = BytesOf(std::wstring(L"\0b", 2)) + Canaries(2 * sizeof(wchar_t));
+    for (const char *bytes : {"\xFF", "\xC3", "\xC3(", "\xC3 x"}) {
+        CAPTURE(bytes);
+        for (const char *format : {"%ls", "%l[^x]", "%l[a-z\xC3(\xFF ]"}) {
+            CAPTURE(format);
+            const Guarded dest(4 * sizeof(wchar_t));
+            CHECK(Scan(std::string("ab") + bytes, format, dest.Text(), 4U) ==
+                  Scanned<char>{0, bytes});
+            CHECK(dest.Held() == held);
+        }
+    }
     std::setlocale(LC_ALL, "C");
 }
 
@@ -1123,6 +1207,23 @@ TEST_CASE("_whiteout counts the blanks and the character behind them")
     CHECK(counter == 2);
 }
 
+// Calls clearDestBuf or its wide twin; text and format are ASCII, or null.
+static void Clear(bool wide, const char *input, const char *format, ...)
+{
+    const Guarded narrowFormat(WithTerminator(format != nullptr ? format : ""));
+    const Guarded wideFormat(BytesOf(Widened(narrowFormat.Held())));
+    const std::wstring wideInput = Widened(input != nullptr ? input : "");
+    va_list arguments;
+    va_start(arguments, format);
+    if (wide)
+        clearwDestBuf(input != nullptr ? wideInput.c_str() : nullptr,
+                      format != nullptr ? reinterpret_cast<wchar_t *>(wideFormat.Text()) : nullptr,
+                      arguments);
+    else
+        clearDestBuf(input, format != nullptr ? narrowFormat.Text() : nullptr, arguments);
+    va_end(arguments);
+}
+
 TEST_CASE("clearDestBuf empties the destination of the first conversion if that is string-like")
 {
     struct Row {
@@ -1141,21 +1242,21 @@ TEST_CASE("clearDestBuf empties the destination of the first conversion if that 
         {nullptr, "%[a]", 8, 1},
         {"", "%[a]", 8, 1},
         {"abc", "%[a]", 8, 0},
-        {"abc", "%S", 2, 4},
-        {nullptr, "%S", 2, 4},
-        {nullptr, "%C", 2, 4},
-        {"abc", "%C", 2, 0},
-        {nullptr, "%ls", 2, 4},
-        {nullptr, "%ws", 2, 4},
-        {nullptr, "%lc", 1, 4},
-        {nullptr, "%l[a]", 2, 4},
+        {"abc", "%S", 8, 4},
+        {nullptr, "%S", 8, 4},
+        {nullptr, "%C", 8, 4},
+        {"abc", "%C", 8, 0},
+        {nullptr, "%ls", 8, 4},
+        {nullptr, "%ws", 8, 4},
+        {nullptr, "%lc", 8, 4},
+        {nullptr, "%l[a]", 8, 4},
         {nullptr, "%hS", 8, 1},
         {nullptr, "%hC", 8, 1},
         {nullptr, "%hs", 8, 1},
         {nullptr, "%hls", 8, 1},
         {nullptr, "%12s", 8, 1},
         {nullptr, "%90s", 8, 1},
-        {nullptr, "%12ls", 2, 4},
+        {nullptr, "%12ls", 8, 4},
         {nullptr, "ab %s", 8, 1},
         {nullptr, "%[]a]", 8, 1},
         {nullptr, "%[^]a]", 8, 1},
@@ -1181,35 +1282,31 @@ TEST_CASE("clearDestBuf empties the destination of the first conversion if that 
     for (const Row &row : rows) {
         CAPTURE(row.format);
         CAPTURE(row.size);
-        const Guarded dest(8);
         const std::string expected = std::string(row.cleared, '\0') + Canaries(8 - row.cleared);
-        const Guarded format(WithTerminator(row.format));
-        const auto clear = [&](const char *input, const char *text, ...) {
-            va_list arguments;
-            va_start(arguments, text);
-            clearDestBuf(input, text, arguments);
-            va_end(arguments);
-        };
-        clear(row.input, format.Text(), dest.Text(), row.size);
-        CHECK(dest.Held() == expected);
+        for (const bool wide : kEngines) {
+            const Guarded dest(8);
+            Clear(wide, row.input, row.format, dest.Text(), row.size);
+            CHECK(dest.Held() == expected);
+            dest.Fill();
+            Clear(wide, row.input, row.format, nullptr, row.size);  // nothing to clear
+            Clear(wide, row.input, nullptr, dest.Text(), row.size);
+            CHECK(dest.Held() == Canaries(8));
+        }
+    }
+}
 
-        dest.Fill();
-        const Guarded wideFormat(BytesOf(Widened(row.format) + L'\0'));
-        const std::wstring wideInput = Widened(row.input == nullptr ? "" : row.input);
-        const auto clearWide = [&](const wchar_t *input, const wchar_t *text, ...) {
-            va_list arguments;
-            va_start(arguments, text);
-            clearwDestBuf(input, text, arguments);
-            va_end(arguments);
-        };
-        clearWide(row.input == nullptr ? nullptr : wideInput.c_str(),
-                  reinterpret_cast<const wchar_t *>(wideFormat.Text()), dest.Text(), row.size);
-        CHECK(dest.Held() == expected);
-
-        clear(row.input, format.Text(), nullptr, row.size);  // nothing to clear
-        dest.Fill();
-        clear(row.input, nullptr, dest.Text(), row.size);
-        clearWide(nullptr, nullptr, dest.Text(), row.size);
-        CHECK(dest.Held() == Canaries(8));
+TEST_CASE("clearDestBuf stores a wide zero where the size is 4 and more, below that a single byte")
+{
+    for (const bool wide : kEngines) {
+        for (const char *format : {"%S", "%C", "%ls", "%wc", "%l[a]"}) {
+            for (unsigned int size = 0; size <= 5; ++size) {
+                CAPTURE(format);
+                CAPTURE(size);
+                const Guarded dest(size);  // nothing is written past the size read as bytes
+                const std::size_t cleared = size < 4 ? (size > 0 ? 1 : 0) : sizeof(wchar_t);
+                Clear(wide, nullptr, format, dest.Text(), size);
+                CHECK(dest.Held() == std::string(cleared, '\0') + Canaries(size - cleared));
+            }
+        }
     }
 }
