@@ -9,6 +9,7 @@
 #include "Disks.h"
 
 #include "Mounting.h"
+#include "Unmounting.h"
 #include "Watching.h"
 
 #include <dirent.h>
@@ -349,6 +350,11 @@ static bool AddNewDisks(const Look &look)
 }
 
 // ---- What an earlier process left ----
+
+static void UnmountLeftover(const char *place, dev_t device)
+{
+    UnmountPlace(place, device, nullptr);
+}
 
 // Takes over what is mounted of the disks that are there, and unmounts what is of others. False if
 // mountinfo cannot be read.

@@ -1,14 +1,15 @@
-// Mounting.cpp - mount requests, one after the other for each disk, and unmounts.
+// Mounting.cpp - mount requests, one after the other for each disk.
 //
 // A request waits until those made before it for the same disk are done, and until nothing is on its
 // way out of the place where it would go: a disk that replaces another finds its name free.
-// The mount and umount programs are given argument vectors; a label is a stranger's text and never
-// meets a shell. Success is the exit status.
+// The mount program is given an argument vector; a label is a stranger's text and never meets a
+// shell. Success is the exit status.
 
 #include "Mounting.h"
 
 #include "Children.h"
 #include "MountPoints.h"
+#include "Unmounting.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -17,9 +18,6 @@
 #include <unistd.h>
 
 static constexpr char kAlways[] = "nosuid,nodev";
-
-// A place may have been mounted over; it is unmounted this often at most.
-static constexpr int kUnmountTries = 16;
 
 enum class Stage { Waiting, Running, Done };
 
@@ -35,19 +33,7 @@ struct MountRequest {
     MountRequest *next;
 };
 
-// Something that is to be unmounted, and its folder removed.
-struct Unmount {
-    char place[kPlaceSize];
-    dev_t device;    // of the disk, or of the mount that was found
-    DADiskRef disk;  // whose it is, one reference; null for what an earlier process left
-    bool running;    // false: it could not be unmounted
-    int tries;
-    Child child;  // umount
-    Unmount *next;
-};
-
 static MountRequest *g_requests = nullptr;  // in the order in which they were made
-static Unmount *g_unmounts = nullptr;
 
 // ---- Dissenters ----
 
@@ -93,122 +79,15 @@ static DAReturn StatusOfErrno(int error)
     return kDAReturnError;
 }
 
-// ---- Unmounts ----
+// ---- What is under way ----
 
-static Unmount *FindUnmount(const char *place)
-{
-    for (Unmount *unmount = g_unmounts; unmount != nullptr; unmount = unmount->next) {
-        if (strcmp(unmount->place, place) == 0)
-            return unmount;
-    }
-    return nullptr;
-}
-
-static void ForgetUnmount(Unmount *unmount)
-{
-    Unmount **at = &g_unmounts;
-    while (*at != unmount)
-        at = &(*at)->next;
-    *at = unmount->next;
-    Release(unmount->disk);
-    free(unmount);
-}
-
-static void StartUnmount(Unmount *unmount);
-
-// Where the disk, which is gone, is mounted still. What others have mounted is theirs as long as the
-// device is there; a folder or an image has none but its link.
-static Found FindPlaceLeft(const __DADisk *disk, char *place, size_t size)
-{
-    const Identity &identity = disk->identity;
-    const bool anybodys = identity.kind != DiskKind::Block || !IsDeviceThere(identity.device);
-    return FindPlaceOf(identity, anybodys, place, size);
-}
-
-// Others may have been quicker: what counts is whether anything is mounted there still. A disk that
-// is mounted at a second place is unmounted from there too.
-static void UnmountHasEnded(Child *child, int status)
-{
-    Unmount *unmount = static_cast<Unmount *>(child->owner);
-    unmount->running = false;
-    const bool stands = IsMountPoint(unmount->place) == Found::Yes;
-    if (stands && status == 0 && ++unmount->tries < kUnmountTries) {
-        StartUnmount(unmount);
-        return;
-    }
-    if (!stands) {
-        rmdir(unmount->place);
-        char other[kPlaceSize];
-        if (unmount->disk != nullptr && unmount->tries < kUnmountTries &&
-            FindPlaceLeft(unmount->disk, other, sizeof other) == Found::Yes &&
-            FindUnmount(other) == nullptr) {
-            memcpy(unmount->place, other, sizeof unmount->place);
-            unmount->tries++;
-            StartUnmount(unmount);
-            return;
-        }
-        ForgetUnmount(unmount);
-    }
-    ProceedWithMounts();
-}
-
-// A program that cannot be started leaves the place to a later look.
-static void StartUnmount(Unmount *unmount)
-{
-    const char *const argv[] = {"umount", "-l", "--", unmount->place, nullptr};
-    unmount->running = StartChild(&unmount->child, argv, UnmountHasEnded, unmount);
-}
-
-static void AddUnmount(const char *place, dev_t device, DADiskRef disk)
-{
-    if (FindUnmount(place) != nullptr)
-        return;
-    Unmount *unmount = static_cast<Unmount *>(calloc(1, sizeof *unmount));
-    if (unmount == nullptr)
-        return;
-    snprintf(unmount->place, sizeof unmount->place, "%s", place);
-    unmount->device = device;
-    unmount->disk = disk;
-    if (disk != nullptr)
-        CFRetain(disk);
-    unmount->next = g_unmounts;
-    g_unmounts = unmount;
-    StartUnmount(unmount);
-}
-
-static bool IsBeingMounted(const __DADisk *disk)
+bool IsBeingMounted(DADiskRef disk)
 {
     for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
         if (request->disk == disk && request->stage == Stage::Running)
             return true;
     }
     return false;
-}
-
-void UnmountDisk(DADiskRef disk)
-{
-    if (IsBeingMounted(disk))
-        return;
-    if (disk->place[0] == '\0' &&
-        FindPlaceLeft(disk, disk->place, sizeof disk->place) != Found::Yes)
-        return;
-    AddUnmount(disk->place, disk->identity.device, disk);
-    disk->place[0] = '\0';
-}
-
-void UnmountLeftover(const char *place, dev_t device)
-{
-    AddUnmount(place, device, nullptr);
-}
-
-void RetryUnmounts()
-{
-    for (Unmount *unmount = g_unmounts; unmount != nullptr; unmount = unmount->next) {
-        if (unmount->running)
-            continue;
-        unmount->tries = 0;
-        StartUnmount(unmount);
-    }
 }
 
 bool IsMounting()
@@ -222,15 +101,11 @@ bool IsMounting()
 
 bool IsInUse(const Identity &disk)
 {
-    for (const Unmount *unmount = g_unmounts; unmount != nullptr; unmount = unmount->next) {
-        if (unmount->disk != nullptr && SameIdentity(unmount->disk->identity, disk))
-            return true;
-    }
     for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
         if (request->stage == Stage::Running && SameIdentity(request->disk->identity, disk))
             return true;
     }
-    return false;
+    return IsBeingUnmounted(disk);
 }
 
 // ---- Options ----
@@ -337,7 +212,7 @@ static void MountHasEnded(Child *child, int status)
     if (mounted)
         memcpy(disk->place, request->place, sizeof disk->place);
     else if (stands)
-        AddUnmount(request->place, disk->identity.device, disk);
+        UnmountPlace(request->place, disk->identity.device, disk);
     if (disk->gone)
         UnmountDisk(disk);
     ProceedWithMounts();
@@ -400,11 +275,8 @@ static bool MustWaitForPlace(const __DADisk *disk)
 {
     char place[kPlaceSize];
     PlaceName(disk->label, 0, place, sizeof place);
-    for (const Unmount *unmount = g_unmounts; unmount != nullptr; unmount = unmount->next) {
-        if (unmount->running &&
-            (unmount->device == disk->identity.device || strcmp(unmount->place, place) == 0))
-            return true;
-    }
+    if (IsOnItsWayOut(disk->identity.device, place))
+        return true;
     for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
         if (request->stage == Stage::Running && request->disk->gone &&
             strcmp(request->place, place) == 0)

@@ -1,4 +1,4 @@
-// Mounting.h - mount requests, one after the other for each disk, and unmounts.
+// Mounting.h - mount requests, one after the other for each disk.
 #ifndef PLATFORM_LINUX_MOUNTING_H
 #define PLATFORM_LINUX_MOUNTING_H
 
@@ -16,19 +16,11 @@ void ProceedWithMounts();
 bool DeliverCompletion();
 bool IsCompletionDue();
 
-// The disk is not there any more: unmounts what this layer has mounted of it and, once its device is
-// gone, what anybody has mounted of it directly under /Volumes. While it is being mounted that waits
-// for the mount's end.
-void UnmountDisk(DADiskRef disk);
-
-// Unmounts what an earlier process left at this place.
-void UnmountLeftover(const char *place, dev_t device);
-
-// Tries again what could not be unmounted before.
-void RetryUnmounts();
-
 // True while a mount program runs.
 bool IsMounting();
+
+// True while the disk's mount program runs.
+bool IsBeingMounted(DADiskRef disk);
 
 // True while the disk is being mounted or unmounted.
 bool IsInUse(const Identity &disk);
