@@ -15,9 +15,6 @@
 
 static constexpr int kSignalStatus = 128;
 
-// What a shell says of a program that it cannot run.
-static constexpr int kNotRunStatus = 127;
-
 static int WaitFor(pid_t pid)
 {
     int status = 0;
@@ -46,23 +43,23 @@ static void ResetSignals()
 }
 
 // What a program does after the daemon's end would come in the way of the next daemon.
-[[noreturn]] static void Run(const char *const argv[], pid_t parent)
+[[noreturn]] static void Run(const char *const argv[], int output, pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
         _exit(kNotRunStatus);
     ResetSignals();
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-    if (null >= 0) {
-        dup2(null, STDIN_FILENO);
-        dup2(null, STDOUT_FILENO);
-    }
+    if (output < 0)
+        output = null;
+    dup2(output, STDOUT_FILENO);
+    dup2(null, STDIN_FILENO);
     execvp(argv[0], const_cast<char *const *>(argv));
     _exit(kNotRunStatus);
 }
 
-bool StartChild(Child *child, const char *const argv[], void (*ended)(Child *child, int status),
-                void *owner)
+bool StartChild(Child *child, const char *const argv[], int output,
+                void (*ended)(Child *child, int status), void *owner)
 {
     child->source = {-1, false, 0, HasEnded, child, false, nullptr};
     child->ended = ended;
@@ -72,7 +69,7 @@ bool StartChild(Child *child, const char *const argv[], void (*ended)(Child *chi
     const pid_t parent = getpid();
     child->pid = fork();
     if (child->pid == 0)
-        Run(argv, parent);
+        Run(argv, output, parent);
     if (child->pid < 0) {
         RunLoopRemoveSource(&child->source);
         return false;

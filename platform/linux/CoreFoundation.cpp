@@ -8,8 +8,11 @@
 #include "Encodings.h"
 
 #include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 // ---- Objects ----
 
@@ -23,6 +26,17 @@ void *NewObject(const ObjectType *type, size_t size)
     object->type = type;
     object->references = 1;
     return object;
+}
+
+void Complain(const char *function, const char *format, ...)
+{
+    char line[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    const int begun = snprintf(line, sizeof line, "%s: ", function);
+    vsnprintf(line + begun, sizeof line - static_cast<size_t>(begun), format, arguments);
+    va_end(arguments);
+    dprintf(STDERR_FILENO, "%s\n", line);
 }
 
 // The references are no part of what const protects.

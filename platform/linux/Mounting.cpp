@@ -8,6 +8,7 @@
 #include "Mounting.h"
 
 #include "Children.h"
+#include "FileSystems.h"
 #include "MountPoints.h"
 #include "Unmounting.h"
 
@@ -15,7 +16,15 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <unistd.h>
+
+// What complaints about a request are headed by.
+static constexpr char kFunction[] = "DADiskMountWithArguments";
+
+// The name of a file system's type, and the line's end behind it. What is longer is none that is
+// mounted.
+static constexpr size_t kTypeSize = 32;
 
 static constexpr char kAlways[] = "nosuid,nodev";
 
@@ -28,8 +37,9 @@ struct MountRequest {
     char *options;  // for mount -o, but for what the kind of the disk needs
     Stage stage;
     DAReturn status;         // Done: kDAReturnSuccess, or what the dissenter says
-    char place[kPlaceSize];  // Running
-    Child child;             // Running: mount
+    char place[kPlaceSize];  // Running: while mount runs; empty before
+    Child child;             // Running: blkid, then mount
+    int output;              // what blkid prints
     MountRequest *next;
 };
 
@@ -229,20 +239,82 @@ static const char *KindOptions(DiskKind kind)
     return "";
 }
 
-// Runs mount for the request, whose place has been made.
-static bool RunMount(MountRequest *request)
+// Runs mount for the request, whose place has been made. A folder has no type of its own.
+static bool RunMount(MountRequest *request, const char *type, const char *typeOptions)
 {
     const char *kind = KindOptions(request->disk->identity.kind);
-    const size_t size = strlen(kind) + strlen(request->options) + 1;
-    char *options = static_cast<char *>(malloc(size));
-    if (options == nullptr)
+    const char *comma = *typeOptions == '\0' ? "" : ",";
+    char *options = nullptr;
+    if (asprintf(&options, "%s%s%s%s", kind, typeOptions, comma, request->options) < 0)
         return false;
-    snprintf(options, size, "%s%s", kind, request->options);
-    const char *const argv[] = {"mount",        "-o",   options, "--", request->disk->node,
-                                request->place, nullptr};
-    const bool started = StartChild(&request->child, argv, MountHasEnded, request);
+    const char *node = request->disk->node;
+    const char *const bind[] = {"mount", "-o", options, "--", node, request->place, nullptr};
+    const char *const typed[] = {"mount", "-t", type,           "-o",   options,
+                                 "--",    node, request->place, nullptr};
+    const bool started =
+        StartChild(&request->child, type == nullptr ? bind : typed, -1, MountHasEnded, request);
     free(options);
     return started;
+}
+
+static void StartMount(MountRequest *request, const char *type, const char *typeOptions)
+{
+    const int error = TakePlace(request->disk->label, request->place, sizeof request->place);
+    if (error != 0) {
+        Finish(request, StatusOfErrno(error));
+        return;
+    }
+    request->stage = Stage::Running;
+    if (RunMount(request, type, typeOptions))
+        return;
+    rmdir(request->place);
+    Finish(request, kDAReturnError);
+}
+
+// The type is judged before the kernel reads anything of the disk.
+static void ProbeHasEnded(Child *child, int status)
+{
+    MountRequest *request = static_cast<MountRequest *>(child->owner);
+    char type[kTypeSize] = "";
+    const ssize_t length = pread(request->output, type, sizeof type - 1, 0);
+    close(request->output);
+    type[strcspn(type, "\n")] = '\0';
+    const char *node = request->disk->node;
+    const char *options = OptionsOfFileSystem(type);
+    if (request->disk->gone) {
+        Finish(request, kDAReturnNotFound);
+    } else if (options != nullptr) {
+        StartMount(request, type, options);
+    } else {
+        if (length > 0)
+            Complain(kFunction, "%s is not mounted: it holds %s, and only %s are mounted", node,
+                     type, kMountedFileSystems);
+        else if (status == kNotRunStatus)
+            Complain(kFunction, "%s is not mounted: blkid, which tells its type, cannot be run",
+                     node);
+        else
+            Complain(kFunction, "%s is not mounted: it holds no file system that blkid knows",
+                     node);
+        Finish(request, kDAReturnUnsupported);
+    }
+    ProceedWithMounts();
+}
+
+// Asks blkid, which does it as mount would, for the type of the disk's file system.
+static void StartProbe(MountRequest *request)
+{
+    request->output = memfd_create("blkid", MFD_CLOEXEC);
+    if (request->output < 0) {
+        Finish(request, StatusOfErrno(errno));
+        return;
+    }
+    const char *const argv[] = {"blkid", "-p",    "-u", "filesystem",        "-s",   "TYPE",
+                                "-o",    "value", "--", request->disk->node, nullptr};
+    request->stage = Stage::Running;
+    if (StartChild(&request->child, argv, request->output, ProbeHasEnded, request))
+        return;
+    close(request->output);
+    Finish(request, kDAReturnError);
 }
 
 static void StartRequest(MountRequest *request)
@@ -257,16 +329,10 @@ static void StartRequest(MountRequest *request)
         Finish(request, mounted == Found::Yes ? kDAReturnBusy : kDAReturnNoResources);
         return;
     }
-    const int error = TakePlace(disk->label, request->place, sizeof request->place);
-    if (error != 0) {
-        Finish(request, StatusOfErrno(error));
-        return;
-    }
-    request->stage = Stage::Running;
-    if (RunMount(request))
-        return;
-    rmdir(request->place);
-    Finish(request, kDAReturnError);
+    if (disk->identity.kind == DiskKind::Folder)
+        StartMount(request, nullptr, "");
+    else
+        StartProbe(request);
 }
 
 // True while something is on its way out of the disk's place, or of its device: what is being

@@ -72,6 +72,10 @@ bool RunLoopAddSource(LoopSource *source);
 // Takes the source off the loop; nothing happens if it is not on it.
 void RunLoopRemoveSource(LoopSource *source);
 
+// One line on standard error: "FUNCTION: " and the text of the format, as printf has it. `function` is
+// the framework's name of what was called.
+__attribute__((format(printf, 2, 3))) void Complain(const char *function, const char *format, ...);
+
 // Milliseconds of a clock that is never set back.
 int64_t MonotonicTime();
 

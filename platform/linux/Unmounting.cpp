@@ -91,7 +91,7 @@ static void UnmountHasEnded(Child *child, int status)
 static void StartUnmount(Unmount *unmount)
 {
     const char *const argv[] = {"umount", "-l", "--", unmount->place, nullptr};
-    unmount->running = StartChild(&unmount->child, argv, UnmountHasEnded, unmount);
+    unmount->running = StartChild(&unmount->child, argv, -1, UnmountHasEnded, unmount);
 }
 
 void UnmountPlace(const char *place, dev_t device, DADiskRef disk)
