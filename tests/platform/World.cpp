@@ -250,11 +250,49 @@ void UseMountProgram(const std::string &mountScript, const std::string &umountSc
     static const std::string ownPath = std::getenv("PATH");
     fs::create_directories("/run/bin");
     EmptyFolder("/run/bin");
-    if (!mountScript.empty())
-        WriteFile("/run/bin/mount", mountScript, 0755);
-    if (!umountScript.empty())
-        WriteFile("/run/bin/umount", umountScript, 0755);
     setenv("PATH", ("/run/bin:" + ownPath).c_str(), 1);
+    if (!mountScript.empty())
+        UseProgram("mount", mountScript);
+    if (!umountScript.empty())
+        UseProgram("umount", umountScript);
+}
+
+void UseProgram(const std::string &name, const std::string &script)
+{
+    WriteFile("/run/bin/" + name, script, 0755);
+}
+
+const std::string kHold = ": > /run/reached\nuntil [ -e /run/released ]; do sleep 0.005; done\n";
+
+bool AwaitReached()
+{
+    return RunUntil([] { return Exists("/run/reached"); });
+}
+
+void Release()
+{
+    WriteFile("/run/released", "");
+}
+
+static const char kErrorsFile[] = "/run/standard-error";
+
+CaughtErrors::CaughtErrors() : m_before(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0))
+{
+    const int file = open(kErrorsFile, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+    REQUIRE(file >= 0);
+    dup2(file, STDERR_FILENO);
+    close(file);
+}
+
+CaughtErrors::~CaughtErrors()
+{
+    dup2(m_before, STDERR_FILENO);
+    close(m_before);
+}
+
+std::string CaughtErrors::Text() const
+{
+    return ReadFile(kErrorsFile);
 }
 
 int CountDescriptors()
@@ -287,9 +325,32 @@ bool RunUntil(const std::function<bool()> &done, double seconds)
     return done();
 }
 
-void Settle(double seconds)
+void Drain()
 {
-    CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, false);
+    while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) == kCFRunLoopRunHandledSource) {
+    }
+}
+
+static bool HasChildren()
+{
+    siginfo_t info = {};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+void Settle()
+{
+    while (HasChildren())
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true);
+    Drain();
+    if (HasChildren())  // what ended has led to something new
+        Settle();
+}
+
+std::vector<std::string> Await(size_t count)
+{
+    RunUntil([count] { return g_events.size() >= count; });
+    Settle();
+    return g_events;
 }
 
 std::string LabelOf(DADiskRef disk)
@@ -359,7 +420,8 @@ void Register(DASessionRef session, const char *label, CFIndex order, DADiskPeek
         CFRelease(name);
     }
     DARegisterDiskPeekCallback(session, match, order, callback, context);
-    CFRelease(match);
+    if (match != nullptr)
+        CFRelease(match);
 }
 
 DASessionRef Watch(const char *label, DADiskPeekCallback callback, void *context)

@@ -49,6 +49,29 @@ std::vector<std::string> MountPoints();
 // the machine's own.
 void UseMountProgram(const std::string &mountScript, const std::string &umountScript);
 
+// Puts a program of this text in place of `name`, first on PATH, until the test case ends.
+void UseProgram(const std::string &name, const std::string &script);
+
+// Lines of a program that waits here until the test says Release: it says to AwaitReached that it has
+// come here.
+extern const std::string kHold;
+bool AwaitReached();
+void Release();
+
+// What is written to standard error from now on, and what was written by the end of the object.
+class CaughtErrors
+{
+  public:
+    CaughtErrors();
+    ~CaughtErrors();
+    CaughtErrors(const CaughtErrors &) = delete;
+    CaughtErrors &operator=(const CaughtErrors &) = delete;
+    std::string Text() const;
+
+  private:
+    int m_before;  // where standard error went
+};
+
 // A mount program that writes its arguments, one a line and a line "." at the end, to
 // /run/mount-log, and ends with the status in /run/mount-status (0 if there is none).
 extern const char *const kRecordingScript;
@@ -56,11 +79,20 @@ extern const char *const kRecordingScript;
 // Runs the loop until `done` or `seconds` have passed; what `done` says at the end.
 bool RunUntil(const std::function<bool()> &done, double seconds = 10);
 
-// Runs the loop for a time in which nothing is expected to happen any more.
-void Settle(double seconds = 0.15);
+// Lets the loop do all that is due now; programs that run beside it may still be under way.
+void Drain();
+
+// Lets the loop do all that is due, and what the programs that run beside it lead to, until nothing is
+// under way any more.
+void Settle();
 
 // What the callbacks have seen, in order: "peek LABEL", "mounted LABEL", "refused LABEL STATUS".
 extern std::vector<std::string> g_events;
+
+// The events once there are as many and nothing is under way any more: none may come that is not
+// expected.
+std::vector<std::string> Await(size_t count);
+
 std::string LabelOf(DADiskRef disk);
 std::string StatusName(DAReturn status);
 

@@ -11,13 +11,6 @@
 namespace fs = std::filesystem;
 using Events = std::vector<std::string>;
 
-static Events Await(size_t count)
-{
-    RunUntil([count] { return g_events.size() >= count; });
-    Settle();
-    return g_events;
-}
-
 static void MountTwice(DADiskRef disk, void *context)
 {
     RecordAndMount(disk, context);
@@ -66,6 +59,37 @@ TEST_CASE("an image is mounted through a loop device, which goes with it")
     CHECK(RunUntil([&] { return Output("losetup -j " + image).empty(); }));
     Settle();
     CHECK(g_events.size() == 3);
+    Forget(session);
+}
+
+TEST_CASE("an image of ext4 is mounted read-only at its first error, whatever it asks for itself")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    g_arguments[0] = nullptr;
+    const std::string image = NewImage("Orvanta");
+    REQUIRE(!Output("PATH=$PATH:/usr/sbin:/sbin tune2fs -e panic " + image).empty());
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", image);
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    CHECK(Output("grep -c '/Volumes/Orvanta .*errors=remount-ro' /proc/self/mountinfo") == "1");
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+}
+
+TEST_CASE("an image whose file system is none for such media is refused, unread by the kernel")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    const std::string image = NewImage("Orvanta");
+    REQUIRE(!Output("PATH=$PATH:/usr/sbin:/sbin mkswap -L Orvanta " + image + " 2>&1").empty());
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    const CaughtErrors errors;
+    Plug("Orvanta", image);
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta unsupported"});
+    CHECK(errors.Text() == "DADiskMountWithArguments: " + image +
+                               " is not mounted: it holds no file system that blkid knows\n");
     Forget(session);
 }
 

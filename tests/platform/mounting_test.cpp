@@ -18,13 +18,6 @@ using Events = std::vector<std::string>;
 
 static const char kFails[] = "#!/bin/sh\nexit 32\n";
 
-static Events Await(size_t count)
-{
-    RunUntil([count] { return g_events.size() >= count; });
-    Settle();
-    return g_events;
-}
-
 static void SetArguments(std::vector<const char *> arguments)
 {
     size_t i = 0;
@@ -72,6 +65,114 @@ TEST_CASE("mount is given its options, two dashes, the source and the place")
             argument = nullptr;
         }
     }
+}
+
+// A file that stands for a disk's image; what blkid says of it decides.
+static std::string PlainImage()
+{
+    static int number = 0;
+    const std::string path = "/disks/plain" + std::to_string(++number);
+    WriteFile(path, "nothing");
+    return path;
+}
+
+TEST_CASE("a disk's type is found first, and is named to mount")
+{
+    if (!EnterWorld())
+        return;
+    struct Row {
+        const char *type;
+        const char *options;
+    };
+    const Row rows[] = {
+        {"iso9660", ""},
+        {"udf", ""},
+        {"vfat", ""},
+        {"exfat", ""},
+        {"hfs", ""},
+        {"hfsplus", ""},
+        {"ext2", "errors=remount-ro,"},
+        {"ext3", "errors=remount-ro,"},
+        {"ext4", "errors=remount-ro,"},
+    };
+    UseMountProgram(kRecordingScript, "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    for (const Row &row : rows) {
+        CAPTURE(row.type);
+        g_events.clear();
+        fs::remove("/run/mount-log");
+        fs::remove("/run/blkid-log");
+        UseProgram("blkid", "#!/bin/sh\nprintf '%s\\n' \"$@\" > /run/blkid-log\necho " +
+                                std::string(row.type) + "\n");
+        const std::string image = PlainImage();
+        Plug("Orvanta", image);
+        CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+        CHECK(ReadFile("/run/blkid-log") ==
+              "-p\n-u\nfilesystem\n-s\nTYPE\n-o\nvalue\n--\n" + image + "\n");
+        CHECK(ReadFile("/run/mount-log") == "-t\n" + std::string(row.type) + "\n-o\nloop," +
+                                                row.options + "nosuid,nodev,ro,x-gvfs-show\n--\n" +
+                                                image + "\n/Volumes/Orvanta\n.\n");
+        Unplug("Orvanta");
+        CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    }
+    Forget(session);
+}
+
+TEST_CASE("a file system of any other type is refused with a line on standard error")
+{
+    if (!EnterWorld())
+        return;
+    const std::string only =
+        ", and only iso9660, udf, vfat, exfat, hfs, hfsplus, ext2, ext3 and ext4 are mounted\n";
+    struct Row {
+        const char *script;
+        std::string complaint;
+    };
+    const Row rows[] = {
+        {"#!/bin/sh\necho btrfs\n", "it holds btrfs" + only},
+        {"#!/bin/sh\necho ntfs\n", "it holds ntfs" + only},
+        {"#!/bin/sh\necho ext4dev\n", "it holds ext4dev" + only},
+        {"#!/bin/sh\necho iso9660,loop\n", "it holds iso9660,loop" + only},
+        {"#!/bin/sh\nexit 2\n", "it holds no file system that blkid knows\n"},
+        {"#!/bin/sh\nexit 127\n", "blkid, which tells its type, cannot be run\n"},
+        {"#!/bin/sh\nprintf '%500s' x\n", "it holds " + std::string(31, ' ') + only},
+    };
+    UseMountProgram(kRecordingScript, "");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    for (const Row &row : rows) {
+        CAPTURE(row.script);
+        g_events.clear();
+        UseProgram("blkid", row.script);
+        const std::string image = PlainImage();
+        const CaughtErrors errors;
+        Plug("Orvanta", image);
+        CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta unsupported"});
+        CHECK(errors.Text() ==
+              "DADiskMountWithArguments: " + image + " is not mounted: " + row.complaint);
+        CHECK(!Exists("/run/mount-log"));
+        CHECK(NamesIn("/Volumes").empty());
+        Unplug("Orvanta");
+        Settle();
+    }
+    Forget(session);
+}
+
+TEST_CASE("a disk that goes while its type is looked for is not mounted")
+{
+    if (!EnterWorld())
+        return;
+    UseMountProgram(kRecordingScript, "");
+    UseProgram("blkid", "#!/bin/sh\n" + kHold + "echo iso9660\n");
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", PlainImage());
+    CHECK(AwaitReached());
+    Unplug("Orvanta");
+    Drain();
+    Release();
+    CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta not found"});
+    CHECK(!Exists("/run/mount-log"));
+    CHECK(NamesIn("/Volumes").empty());
+    Forget(session);
 }
 
 static void MountWithoutArguments(DADiskRef disk, void *context)
@@ -181,7 +282,7 @@ TEST_CASE("a mount that fails is refused, and its folder goes")
         CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta error"});
         CHECK(NamesIn("/Volumes").empty());
         Unplug("Orvanta");
-        Settle(0.05);
+        Settle();
     }
     g_events.clear();
     const std::string path = std::getenv("PATH");
@@ -258,10 +359,13 @@ TEST_CASE("two disks are mounted beside each other")
 {
     if (!EnterWorld())
         return;
-    UseMountProgram("#!/bin/sh\ncase $5 in */slow) sleep 0.5;; esac\nexec /bin/mount \"$@\"\n", "");
+    UseMountProgram("#!/bin/sh\ncase $5 in */slow)\n" + kHold + ";; esac\nexec /bin/mount \"$@\"\n",
+                    "");
     DASessionRef session = Watch(nullptr, RecordAndMount);
     Plug("slow", NewFolder());
     Plug("quick", NewFolder());
+    CHECK(RunUntil([] { return g_events.size() == 3; }));
+    Release();
     CHECK(Await(4) == Events{"peek quick", "peek slow", "mounted quick", "mounted slow"});
     Forget(session);
 }
@@ -378,20 +482,24 @@ TEST_CASE("a disk that vanishes during its mount gives one completion and no fol
 {
     if (!EnterWorld())
         return;
-    const char *const scripts[] = {
-        "#!/bin/sh\nsleep 0.4\nexec /bin/mount \"$@\"\n",
-        "#!/bin/sh\n/bin/mount \"$@\"\nsleep 0.4\n",
-        "#!/bin/sh\nsleep 0.4\nexit 32\n",
+    const std::string scripts[] = {
+        "#!/bin/sh\n" + kHold + "exec /bin/mount \"$@\"\n",
+        "#!/bin/sh\n/bin/mount \"$@\"\n" + kHold,
+        "#!/bin/sh\n" + kHold + "exit 32\n",
     };
-    for (const char *script : scripts) {
+    for (const std::string &script : scripts) {
         CAPTURE(script);
         g_events.clear();
+        fs::remove("/run/reached");
+        fs::remove("/run/released");
         UseMountProgram(script, "");
         DASessionRef session = Watch(nullptr, RecordAndMount);
         Plug("Orvanta", NewFolder());
-        CHECK(RunUntil([] { return NamesIn("/Volumes") == Events{"Orvanta"}; }));
-        Settle(0.15);
+        CHECK(AwaitReached());
+        CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
         Unplug("Orvanta");
+        Drain();
+        Release();
         CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta not found"});
         CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
         CHECK(MountPoints().empty());
@@ -403,14 +511,16 @@ TEST_CASE("a replug during the mount waits for its end, and finds the name free"
 {
     if (!EnterWorld())
         return;
-    UseMountProgram("#!/bin/sh\nsleep 0.3\nexec /bin/mount \"$@\"\n", "");
+    UseMountProgram("#!/bin/sh\n" + kHold + "exec /bin/mount \"$@\"\n", "");
     DASessionRef session = Watch(nullptr, RecordAndMount);
     Plug("Orvanta", NewFolder());
-    CHECK(RunUntil([] { return g_events.size() == 1; }));
-    Settle(0.1);
+    CHECK(AwaitReached());
     Unplug("Orvanta");
-    Settle(0.05);
+    Drain();
     Plug("Orvanta", NewFolder());
+    Drain();
+    CHECK(g_events == Events{"peek Orvanta", "peek Orvanta"});
+    Release();
     CHECK(Await(4) ==
           Events{"peek Orvanta", "peek Orvanta", "refused Orvanta not found", "mounted Orvanta"});
     CHECK(NamesIn("/Volumes") == Events{"Orvanta"});
@@ -451,21 +561,22 @@ TEST_CASE(
     REQUIRE(umount2("/Volumes/Orvanta", 0) == 0);
     WriteFile("/Volumes/Orvanta/mine", "");
     Unplug("Orvanta");
-    Settle(0.3);
+    Settle();
     CHECK(Exists("/Volumes/Orvanta/mine"));
     Forget(session);
 }
 
-TEST_CASE("an unmount that fails is tried again at the next change")
+TEST_CASE("an unmount that fails is tried again at the next change, and not before")
 {
     if (!EnterWorld())
         return;
     DASessionRef session = Watch(nullptr, RecordAndMount);
     Plug("Orvanta", NewFolder());
     CHECK(Await(2).back() == "mounted Orvanta");
-    UseMountProgram("", kFails);
+    UseMountProgram("", "#!/bin/sh\necho >> /run/tries\nexit 32\n");
     Unplug("Orvanta");
-    Settle(0.3);
+    Settle();
+    CHECK(ReadFile("/run/tries") == "\n");
     CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
     UseMountProgram("", "");
     Plug("wakes", "/nowhere");
@@ -493,7 +604,9 @@ TEST_CASE("umount is called lazily, with two dashes before the place")
 static void UseTheShell(DADiskRef disk, void *context)
 {
     RecordAndMount(disk, context);
-    CHECK(WEXITSTATUS(std::system("sleep 0.3; exit 3")) == 3);
+    // The program of the layer ends while the shell runs.
+    Release();
+    CHECK(WEXITSTATUS(std::system("while [ -e /run/runs ]; do sleep 0.005; done; exit 3")) == 3);
     int status = 0;
     CHECK(Output("echo hello; exit 4", &status) == "hello");
     CHECK(WEXITSTATUS(status) == 4);
@@ -509,9 +622,9 @@ TEST_CASE("system and popen keep working while programs of the layer run")
         else
             UseTheShell(disk, context);
     });
-    UseMountProgram("#!/bin/sh\nsleep 0.2\nexec /bin/mount \"$@\"\n", "");
+    UseMountProgram("#!/bin/sh\n: > /run/runs\n" + kHold + "/bin/mount \"$@\"\nrm /run/runs\n", "");
     Plug("first", NewFolder());
-    CHECK(RunUntil([] { return NamesIn("/Volumes").size() == 1; }));
+    CHECK(AwaitReached());
     Plug("second", NewFolder());
     CHECK(Await(4) == Events{"peek first", "peek second", "mounted first", "mounted second"});
     struct sigaction action = {};
@@ -535,13 +648,18 @@ TEST_CASE("where nobody may wait for children a mount is judged by what is mount
     Forget(session);
 }
 
-TEST_CASE("a child inherits no descriptor of the layer, and no blocked or ignored signal")
+TEST_CASE(
+    "a child inherits no descriptor of the layer, reads and prints nothing, and has no blocked or "
+    "ignored signal")
 {
     if (!EnterWorld())
         return;
-    UseMountProgram("#!/bin/sh\nls -l /proc/$$/fd > /run/files\ngrep -E 'Sig(Blk|Ign)' "
-                    "/proc/self/status > /run/signals\n",
-                    "");
+    // The shell itself reads its status: programs that it starts have its signals cleared for them.
+    UseMountProgram(
+        "#!/bin/sh\nfiles=$(ls -l /proc/$$/fd)\necho \"$files\" > /run/files\n"
+        "while read -r name value; do case $name in Sig[BI]*) echo $name $value;; esac\n"
+        "done < /proc/$$/status > /run/signals\n",
+        "");
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGTERM);
@@ -555,6 +673,7 @@ TEST_CASE("a child inherits no descriptor of the layer, and no blocked or ignore
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     CHECK(ReadFile("/run/files").find("anon_inode") == std::string::npos);
     CHECK(ReadFile("/run/files").find("/dev/disk") == std::string::npos);
-    CHECK(ReadFile("/run/signals") == "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+    CHECK(Output("grep -cE ' [01] -> /dev/null$' /run/files") == "2");
+    CHECK(ReadFile("/run/signals") == "SigBlk: 0000000000000000\nSigIgn: 0000000000000000\n");
     Forget(session);
 }

@@ -144,7 +144,7 @@ TEST_CASE("mounts that the layer has not made stay")
     Plug("Orvanta", NewFolder());
     CHECK(RunUntil([] { return g_events.size() == 2; }));
     Unplug("Orvanta");
-    Settle(0.3);
+    Settle();
     CHECK(MountPoints() ==
           Events{"/Volumes/scratch", "/Volumes/tmpfs", "/Volumes/bound", "/Volumes/deep/below"});
     Forget(session);
@@ -186,14 +186,14 @@ TEST_CASE("a mount that was under way when the watch began anew is completed")
 {
     if (!EnterWorld())
         return;
-    UseMountProgram("#!/bin/sh\nsleep 0.3\nexec /bin/mount \"$@\"\n", "");
+    UseMountProgram("#!/bin/sh\n" + kHold + "exec /bin/mount \"$@\"\n", "");
     DASessionRef session = Watch(nullptr, RecordAndMount);
     Plug("Orvanta", NewFolder());
-    CHECK(RunUntil([] { return NamesIn("/Volumes").size() == 1; }));
+    CHECK(AwaitReached());
     DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    CHECK(RunUntil([] { return g_events.size() == 2; }));
-    CHECK(g_events == Events{"peek Orvanta", "mounted Orvanta"});
+    Release();
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
     CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
     Unplug("Orvanta");
     CHECK(RunUntil(NothingIsLeft));
