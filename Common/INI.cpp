@@ -14,9 +14,9 @@
 
 #include <string.h>
 
-static const char kSourceFile[] = "Common/INI";
-static const size_t kHeaderSize = 128;
-static const size_t kBlockSize = 4096;  // read at a time: on the stack, not the stream's own
+static constexpr char kSourceFile[] = "Common/INI";
+static constexpr size_t kHeaderSize = 128;
+static constexpr size_t kBlockSize = 4096;  // read at a time: on the stack, not the stream's own
 
 // ---- Module state -------------------------------------------------------------------------------
 
@@ -28,129 +28,78 @@ int g_filesize;
 
 // ---- Reading lines ------------------------------------------------------------------------------
 
-// What a character of a line can mean to a scan. Lines without the marks that matter are passed by
-// without a second look: that is what makes a lookup in a long file quick.
-static const unsigned char kOpens = 1;
-static const unsigned char kCloses = 2;
-static const unsigned char kStarts = 4;  // is the first character of what is sought
-static const unsigned char kBrackets = kOpens | kCloses;
-
 // A scan of one file, line by line into g_linetext.
 struct Scan {
     FILE *file;
-    long position;             // of the file, moved along; -1 when it has none
-    size_t length;             // of the line, as it was stored
-    size_t dirty;              // bytes at the start of g_linetext that may be other than zero
-    unsigned char seen;        // the marks of the line's characters, together
-    unsigned char marks[256];  // of each character
+    long position;  // of the file, moved along; -1 when it has none
+    char *zeros;    // where those begin that reach to the end of g_linetext
 };
 
-static void Mark(Scan *scan, char ch, unsigned char mark)
+static Scan StartScan(FILE *file)
 {
-    scan->marks[static_cast<unsigned char>(ch)] |= mark;
-}
-
-// Makes the lines matter in which `sought` may start: with an empty text, every line.
-static void Seek(Scan *scan, const char *sought)
-{
-    const unsigned char usual = *sought == '\0' ? kStarts : 0;
-    memset_s(scan->marks, sizeof scan->marks, usual, sizeof scan->marks);
-    Mark(scan, *sought, kStarts);
-    Mark(scan, '[', kOpens);
-    Mark(scan, ']', kCloses);
-}
-
-// `position` is where `file` stands: 0 when it was just opened, so that no system call is needed to
-// ask.
-static void StartScan(Scan *scan, FILE *file, long position)
-{
-    scan->file = file;
-    scan->position = position;
-    scan->dirty = sizeof g_linetext;
-}
-
-// Opens the configuration file and starts a scan of it. What is read at a time goes into `block`, which
-// must be there until the scan's file is closed. False when it cannot be opened.
-static bool OpenScan(Scan *scan, char (&block)[kBlockSize])
-{
-    FILE *file = fopen(g_filename, "rb");
-    if (!file)
-        return false;
-    setvbuf(file, block, _IOFBF, sizeof block);
-    StartScan(scan, file, 0);
-    return true;
+    return {file, ftell(file), g_linetext + sizeof g_linetext};
 }
 
 // Reads up to and including the first line feed that ends a line with something in it, and stores
-// the line without it at the start of g_linetext. What stood behind it there still does. Returns by
-// how much the file moved.
+// the line without it at the start of g_linetext. Returns where the line ends there; what stands after
+// it is of earlier lines.
 //
-// Intended: the end of the file is met by reading it, so its mark is stored as a character, 0xFF.
-// A read error counts as the end: a folder opens like a file but never gives a character.
-static long CollectLine(Scan *scan)
+// Intended: the end of the file is met by reading it, so its mark is stored as a character, 0xFF. A
+// read error ends the line in the same way. Where a stream that had failed before gives nothing but
+// its error again, that is the end: a folder opens like a file but never gives a character.
+static char *CollectLine(Scan *scan)
 {
     FILE *const file = scan->file;
-    const unsigned char *const marks = scan->marks;
+    if (feof(file))
+        return g_linetext;
+    const bool hadFailed = ferror(file);
     char *const end = g_linetext + sizeof g_linetext - 1;
     char *to = g_linetext;
-    unsigned seen = 0;
-    long unstored = 0;  // characters that the file moved by beside those
-    bool atEnd = feof(file) || ferror(file);
-    while (!atEnd) {
-        const int ch = getc_unlocked(file);
+    long dropped = 0;  // characters that are not stored
+    int ch = EOF;
+    for (;;) {
+        ch = getc_unlocked(file);
         if (ch <= '\r') {  // most characters are not, and need no further look
-            if (ch == '\n' || ch == '\r')
-                unstored++;
-            if (ch == '\n' && to != g_linetext)
+            if (ch == EOF || (ch == '\n' && to != g_linetext))
                 break;
-            if (ch == '\n' || ch == '\r')
+            if (ch == '\n' || ch == '\r') {
+                dropped++;
                 continue;
-            atEnd = ch == EOF;
-            unstored -= atEnd;
+            }
         }
-        if (to == end) {
-            unstored++;
-            continue;
-        }
-        *to++ = static_cast<char>(ch);
-        seen |= marks[static_cast<unsigned char>(ch)];
+        if (to != end)
+            *to++ = static_cast<char>(ch);
+        else
+            dropped++;
     }
-    scan->length = static_cast<size_t>(to - g_linetext);
-    scan->seen = static_cast<unsigned char>(seen);
-    return static_cast<long>(scan->length) + unstored;
+    if (scan->position >= 0)
+        scan->position += to - g_linetext + dropped + (ch == '\n');
+    if (ch == EOF && to != end && (to != g_linetext || !hadFailed || feof(file)))
+        *to++ = static_cast<char>(ch);
+    return to;
 }
 
-// Whether the line may hold what is sought or end the section, or ends the file.
-static bool Matters(const Scan *scan)
-{
-    return (scan->seen & kStarts) || (scan->seen & kBrackets) == kBrackets || scan->length == 0 ||
-           g_linetext[0] == '\0';
-}
-
-// Reads on to the next line that matters and leaves the module's state as ReadLine does.
+// Reads the next line and leaves the module's state as ReadLine does.
 static char *NextLine(Scan *scan)
 {
-    do {
-        const long consumed = CollectLine(scan);
-        if (scan->position >= 0)
-            scan->position += consumed;
-        g_last_line_offset = g_current_line_offset;
-        g_current_line_offset = static_cast<int>(scan->position);
-        if (scan->dirty < scan->length)
-            scan->dirty = scan->length;
-    } while (!Matters(scan));
-    const size_t behind = scan->dirty - scan->length;
-    memset_s(g_linetext + scan->length, behind, 0, behind);
-    scan->dirty = scan->length;
+    char *const end = CollectLine(scan);
+    if (end < scan->zeros) {
+        const size_t rest = static_cast<size_t>(scan->zeros - end);
+        memset_s(end, rest, 0, rest);
+    }
+    scan->zeros = end;
+    g_last_line_offset = g_current_line_offset;
+    g_current_line_offset = static_cast<int>(scan->position);
     return g_linetext[0] != '\0' ? g_linetext : nullptr;
 }
 
 // ---- Sections and keys --------------------------------------------------------------------------
 
-static void MakeHeader(char (&header)[kHeaderSize], const char *section)
+// Makes the text that opens `section` in a buffer of kHeaderSize bytes.
+static void MakeHeader(char *header, const char *section)
 {
-    memset_s(header, sizeof header, 0, sizeof header);
-    snprintf_s(header, sizeof header, sizeof header - 1, "[%s]", section);
+    memset_s(header, kHeaderSize, 0, kHeaderSize);
+    snprintf_s(header, kHeaderSize, kHeaderSize - 1, "[%s]", section);
 }
 
 static char *CutBlanks(char *text)
@@ -173,16 +122,15 @@ static bool IsKeyLine(char *line, const char *key, size_t keyLength)
     const char *behind = text + keyLength;
     while (*behind == ' ')
         behind++;
-    return (*behind == '\0' || *behind == '=') && strstr(text, key);
+    return (*behind == '\0' || *behind == '=') && strstr(text, key) != nullptr;
 }
 
 static bool FindSection(Scan *scan, const char *section)
 {
     char header[kHeaderSize];
     MakeHeader(header, section);
-    Seek(scan, header);
     while (const char *line = NextLine(scan)) {
-        if (strstr(line, header))
+        if (strstr(line, header) != nullptr)
             return true;
     }
     Log(kSourceFile, "SectionExists", "not found the section");
@@ -192,12 +140,11 @@ static bool FindSection(Scan *scan, const char *section)
 static bool FindKey(Scan *scan, const char *key)
 {
     const size_t keyLength = strlen(key);
-    Seek(scan, key);
     while (char *line = NextLine(scan)) {
         if (IsKeyLine(line, key, keyLength))
             return true;
         // Intended: tried after the key, so a header-like line can be the key line.
-        if (strchr(line, '[') && strchr(line, ']'))
+        if (strchr(line, '[') != nullptr && strchr(line, ']') != nullptr)
             return false;
     }
     Log(kSourceFile, "KeyExists", "not found the key");
@@ -208,19 +155,19 @@ static bool FindKey(Scan *scan, const char *key)
 static char *ValueInLine()
 {
     char *equals = strchr(g_linetext, '=');
-    return equals ? equals + 1 : g_linetext + strlen(g_linetext);
+    return equals != nullptr ? equals + 1 : g_linetext + strlen(g_linetext);
 }
 
 // ---- Public functions ---------------------------------------------------------------------------
 
 bool SetIniFileName(const char *path)
 {
-    if (!path) {
+    if (path == nullptr) {
         Log(kSourceFile, "SetIniFileName", "param error.");
         return false;
     }
     FILE *file = fopen(path, "rb");
-    if (!file) {
+    if (file == nullptr) {
         Log(kSourceFile, "SetIniFileName", "open file: %s failed, please check...\n", path);
         return false;
     }
@@ -234,16 +181,18 @@ bool SetIniFileName(const char *path)
 
 const char *ReadString(const char *section, const char *key, const char *defaultValue)
 {
-    if (!section || !key || !defaultValue) {
+    if (section == nullptr || key == nullptr || defaultValue == nullptr) {
         Log(kSourceFile, "ReadString", "param error.");
         return defaultValue;
     }
-    char block[kBlockSize];
-    Scan scan;
-    if (!OpenScan(&scan, block)) {
+    FILE *file = fopen(g_filename, "rb");
+    if (file == nullptr) {
         Log(kSourceFile, "ReadString", "open file: %s failed, please check...", g_filename);
         return defaultValue;
     }
+    char block[kBlockSize];
+    setvbuf(file, block, _IOFBF, sizeof block);
+    Scan scan = StartScan(file);
     const char *value = defaultValue;
     if (!FindSection(&scan, section))
         Log(kSourceFile, "ReadString", "cfg section [%s] not exists...", section);
@@ -251,32 +200,34 @@ const char *ReadString(const char *section, const char *key, const char *default
         Log(kSourceFile, "ReadString", "cfg key [%s] not exists...", key);
     else
         value = CutBlanks(ValueInLine());
-    fclose(scan.file);
+    fclose(file);
     return value;
 }
 
 const char *ReadStringEx(const char *section, const char *key, const char *defaultValue)
 {
-    if (!section || !key) {
+    if (section == nullptr || key == nullptr) {
         Log(kSourceFile, "ReadStringEx", "param error.");
         return defaultValue;
     }
-    char block[kBlockSize];
-    Scan scan;
-    if (!OpenScan(&scan, block)) {
+    FILE *file = fopen(g_filename, "rb");
+    if (file == nullptr) {
         Log(kSourceFile, "ReadStringEx", "open file: %s failed, please check...\n", g_filename);
         return defaultValue;
     }
+    char block[kBlockSize];
+    setvbuf(file, block, _IOFBF, sizeof block);
+    Scan scan = StartScan(file);
     const char *value = defaultValue;
     if (FindSection(&scan, section) && FindKey(&scan, key))
         value = ValueInLine();
-    fclose(scan.file);
+    fclose(file);
     return value;
 }
 
 int ReadInteger(const char *section, const char *key, int defaultValue)
 {
-    if (!section || !key) {
+    if (section == nullptr || key == nullptr) {
         Log(kSourceFile, "ReadInteger", "param error");
         return defaultValue;
     }
@@ -288,7 +239,7 @@ int ReadInteger(const char *section, const char *key, int defaultValue)
 
 const char *GetInitKey(void * /*reserved*/, const char *section, const char *key)
 {
-    if (!section || !key) {
+    if (section == nullptr || key == nullptr) {
         Log(kSourceFile, "GetInitKey", "param error.");
         return nullptr;
     }
@@ -297,39 +248,37 @@ const char *GetInitKey(void * /*reserved*/, const char *section, const char *key
 
 bool SectionExists(FILE *file, const char *section)
 {
-    if (!file || !section) {
+    if (file == nullptr || section == nullptr) {
         Log(kSourceFile, "SectionExists", "param error");
         return false;
     }
-    Scan scan;
-    StartScan(&scan, file, ftell(file));
+    Scan scan = StartScan(file);
     return FindSection(&scan, section);
 }
 
 bool KeyExists(FILE *file, const char *key)
 {
-    if (!file || !key) {
+    if (file == nullptr || key == nullptr) {
         Log(kSourceFile, "KeyExists", "param error");
         return false;
     }
-    Scan scan;
-    StartScan(&scan, file, ftell(file));
+    Scan scan = StartScan(file);
     return FindKey(&scan, key);
 }
 
 char *GetKeyValue(char *line)
 {
-    if (!line) {
+    if (line == nullptr) {
         Log(kSourceFile, "GetKeyValue", "param error");
         return nullptr;
     }
     char *equals = strchr(line, '=');
-    return equals ? equals + 1 : nullptr;
+    return equals != nullptr ? equals + 1 : nullptr;
 }
 
 char *Trim(char *text)
 {
-    if (!text) {
+    if (text == nullptr) {
         Log(kSourceFile, "Trim", "param error.");
         return nullptr;
     }
@@ -338,19 +287,17 @@ char *Trim(char *text)
 
 char *ReadLine(FILE *file)
 {
-    if (!file) {
+    if (file == nullptr) {
         Log(kSourceFile, "ReadLine", "param error");
         return nullptr;
     }
-    Scan scan;
-    StartScan(&scan, file, ftell(file));
-    Seek(&scan, "");
+    Scan scan = StartScan(file);
     return NextLine(&scan);
 }
 
 bool KeyExistsInLine(char *line, const char *key)
 {
-    if (!line || !key) {
+    if (line == nullptr || key == nullptr) {
         Log(kSourceFile, "KeyExistsInLine", "param error.");
         return false;
     }
@@ -359,11 +306,11 @@ bool KeyExistsInLine(char *line, const char *key)
 
 bool SectionExistsInLine(const char *line, const char *section)
 {
-    if (!line || !section) {
+    if (line == nullptr || section == nullptr) {
         Log(kSourceFile, "SectionExistsInLine", "param error.");
         return false;
     }
     char header[kHeaderSize];
     MakeHeader(header, section);
-    return strstr(line, header);
+    return strstr(line, header) != nullptr;
 }

@@ -69,7 +69,9 @@ char *Trim(char *text);
 // Reads the next line that is not empty into g_linetext, without its line feed, and moves both
 // offsets on. Returns g_linetext, or null at the end of the file, which leaves it all zeros; a line
 // that begins with a zero byte is taken for the end too, but stands in g_linetext. Of a line over
-// 1023 characters the rest is read and dropped. A null `file` gives null and changes nothing.
+// 1023 characters the rest is read and dropped. A read error ends the line as the end of the file does,
+// and the next call reads on; where that meets the error again before any character, it returns null as
+// at the end. A null `file` gives null and changes nothing.
 char *ReadLine(FILE *file);
 
 // Whether `line`, of which the trailing blanks are cut in place, is the line of `key`. False when an

@@ -769,6 +769,65 @@ TEST_CASE("a pipe has no offsets but can be read")
     CHECK(g_current_line_offset == -1);
 }
 
+TEST_CASE("a stream whose error flag was set before is read on")
+{
+    LogCapture log;
+    std::string content = "[V]\nname=x\nrest\n";
+    const File file = Open(content);
+    REQUIRE(fputc('x', file.get()) == EOF);  // it is open for reading alone
+    REQUIRE(ferror(file.get()));
+    CHECK(SectionExists(file.get(), "V"));
+    CHECK(KeyExists(file.get(), "name"));
+    CHECK(ReadLine(file.get()) == "rest"s);
+    CHECK(g_current_line_offset == 16);
+    CHECK(ReadLine(file.get()) == "\xFF"s);
+    CHECK(ReadLine(file.get()) == nullptr);
+    CHECK(log.Take() == Lines{});
+}
+
+TEST_CASE("an error ends the line that it is met in, and the next call reads on")
+{
+    int ends[2];
+    REQUIRE(pipe(ends) == 0);
+    REQUIRE(fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0);  // an empty pipe gives an error, not the end
+    const File file(fdopen(ends[0], "rb"));
+    const auto deliver = [&](const std::string &text) {
+        REQUIRE(write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()));
+    };
+    deliver("ab");
+    CHECK(ReadLine(file.get()) == "ab\xFF"s);
+    deliver("cd\nef");
+    CHECK(ReadLine(file.get()) == "cd"s);
+    CHECK(ReadLine(file.get()) == "ef\xFF"s);
+    CHECK(ReadLine(file.get()) == nullptr);  // nothing but the error again
+    CHECK(LineBuffer() == ZeroFilled(""));
+    deliver("g");
+    close(ends[1]);
+    CHECK(ReadLine(file.get()) == "g\xFF"s);
+    CHECK(ReadLine(file.get()) == nullptr);
+}
+
+TEST_CASE("a lookup in a configuration without a position leaves offsets of -1")
+{
+    LogCapture log;
+    const RealFile file("");
+    const std::string path = file.folder + "/fifo";
+    REQUIRE(mkfifo(path.c_str(), 0600) == 0);
+    const int writer = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    REQUIRE(SetIniFileName(path.c_str()));
+    const auto offsetsAfter = [&](const char *(*lookUp)(const char *, const char *, const char *)) {
+        REQUIRE(write(writer, "[V]\nname=x\n", 11) == 11);
+        g_current_line_offset = 17;
+        g_last_line_offset = 4;
+        CHECK(lookUp("V", "name", kDefault) == "x"s);
+        return std::vector<int>{g_last_line_offset, g_current_line_offset};
+    };
+    CHECK(offsetsAfter(ReadString) == std::vector<int>{-1, -1});
+    CHECK(offsetsAfter(ReadStringEx) == std::vector<int>{-1, -1});
+    close(writer);
+    CHECK(log.Take() == Lines{});
+}
+
 TEST_CASE("a line far behind the stream's first block is found")
 {
     std::string content;
