@@ -28,8 +28,10 @@ int FindCommPort(const char *namePart, char *outPath, int outSize);
 
 // The disk arbitration service's question about a disk that has just arrived and that carries the
 // configured name: takes the disk away from the automatic mount and asks for a mount with
-// `gMountArgs`, of which `DiskMountCallback` hears later. It does not block. `disk` stays the
-// service's own; `context` is not used.
+// `gMountArgs`, whose end the service reports to `DiskMountCallback`: normally later, from the run
+// loop, and then this does not block. A mount that the service refuses at once is reported before the
+// request returns; this then takes as long as `DiskMountCallback`. `disk` stays the service's own;
+// `context` is not used.
 void DiskPeekCallback(DADiskRef disk, void *context);
 
 // Assembles the command that opens the application at `path`, in double quotes, into the whole of

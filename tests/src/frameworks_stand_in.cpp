@@ -271,6 +271,8 @@ void DADiskMountWithArguments(DADiskRef disk, CFURLRef path, DADiskMountOptions 
          std::to_string(options) + ", " +
          (callback == DiskMountCallback ? "DiskMountCallback" : "WRONG: callback") + ", " +
          ShowContext(context) + ", {" + list + "})");
+    if (frameworks.refusesMounts)
+        callback(disk, nullptr, context);
 }
 
 // ---- IOKit ----

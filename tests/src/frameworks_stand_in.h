@@ -32,6 +32,7 @@ struct Frameworks {
     bool dictionary = true;                // false: CFDictionaryCreateMutable gives null
     bool strings = true;                   // false: CFStringCreateWithCString gives null
     DAReturn setOptionsResult = 0;
+    bool refusesMounts = false;          // each mount ends, refused, before its request returns
     std::function<void()> whileRunning;  // what CFRunLoopRun does before it returns
 };
 

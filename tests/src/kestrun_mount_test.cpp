@@ -92,6 +92,20 @@ TEST_CASE("a refused option is logged and the mount is asked for all the same, d
     }
 }
 
+TEST_CASE("a mount that is refused at once has its actions logged before the end of the peek")
+{
+    const World world;
+    frameworks.refusesMounts = true;
+    DiskPeekCallback(MakeDisk("disk"), nullptr);
+    const Lines before = {
+        "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter",
+        "Kestrun:DiskPeekCallback --- ----------------------Device inserted!---------------",
+    };
+    CHECK(world.TakeLog() == before + kEnter + kSameUser + kFinderRuns + kDefaultPath + kOpened +
+                                 kSetupDone + kExit +
+                                 Lines{"Kestrun:DiskPeekCallback --- DiskPeekCallback exit"});
+}
+
 TEST_CASE("without a configuration the default application is opened, its path unquoted")
 {
     const World world;
