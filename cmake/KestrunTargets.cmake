@@ -8,17 +8,29 @@ set(CMAKE_C_STANDARD 99)
 set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# The daemon's own code is optimised and checked for everything in a debug build. What stands around it
+# (this property; the variable sets it for all targets that follow) builds in less than half the time
+# unoptimised and without UBSan's look at each pointer: a null pointer faults all the same, and of what
+# else a pointer may be AddressSanitizer knows.
+define_property(TARGET PROPERTY KESTRUN_AROUND INITIALIZE_FROM_VARIABLE KESTRUN_AROUND)
+set(around $<BOOL:$<TARGET_PROPERTY:KESTRUN_AROUND>>)
+
 add_library(kestrun_warnings INTERFACE)
 target_compile_options(kestrun_warnings INTERFACE
     -Wall -Wextra -Wshadow -Wconversion -Wpedantic -Wundef -Wvla -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wextra-semi>
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>
     $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wshadow-all -Wcomma -Wunreachable-code
-        -Wimplicit-fallthrough -Wnewline-eof -Wmissing-prototypes>)
+        -Wimplicit-fallthrough -Wnewline-eof -Wmissing-prototypes>
+    $<$<AND:${around},$<CONFIG:Debug>>:-O0>)
 if(KESTRUN_SANITIZE)
     target_compile_options(kestrun_warnings INTERFACE
         -fsanitize=${KESTRUN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(kestrun_warnings INTERFACE -fsanitize=${KESTRUN_SANITIZE})
+    if(KESTRUN_SANITIZE MATCHES undefined)
+        target_compile_options(kestrun_warnings INTERFACE
+            $<${around}:-fno-sanitize=null,alignment,object-size,vptr>)
+    endif()
 endif()
 
 # What the daemon, its modules and its library share: the repository's root is the include path.
