@@ -20,25 +20,25 @@
 
 static const char kSourceFile[] = "src/ActiveVolumeProgram";
 
-static const size_t kLineSize = 1024;     // bytes of one line, and of a key or value
-static const size_t kNameSize = 512;      // bytes of the setup file's name
-static const size_t kNumberSize = 8;      // bytes of a duplicate's number: at most seven digits
-static const size_t kCommandRoom = 2048;  // bytes of a command line beside its open prefix
+static constexpr size_t kLineSize = 1024;     // bytes of one line, and of a key or value
+static constexpr size_t kNameSize = 512;      // bytes of the setup file's name
+static constexpr size_t kNumberSize = 8;      // bytes of a duplicate's number: at most seven digits
+static constexpr size_t kCommandRoom = 2048;  // bytes of a command line beside its open prefix
 
-static const size_t kSwitchSize = sizeof "No";  // bytes of the switch, its zero included
-static const long kLeastBlock = 512;            // the blocks of streams are multiples of this
-static const char kNowhere[] = "/";             // a folder takes no byte that is written to it
+static constexpr size_t kSwitchSize = sizeof "No";  // bytes of the switch, its zero included
+static constexpr long kLeastBlock = 512;            // the blocks of streams are multiples of this
+static const char kNowhere[] = "/";                 // a folder takes no byte that is written to it
 
-static const int kTryInterval = 2;       // seconds between two looks for a volume
-static const int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
-static const int kPackageWait = 30;      // seconds for the volume that the setup file brings
-static const int kOpenTries = 10;
+static constexpr int kTryInterval = 2;       // seconds between two looks for a volume
+static constexpr int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
+static constexpr int kPackageWait = 30;      // seconds for the volume that the setup file brings
+static constexpr int kOpenTries = 10;
 
 // ---- Key file reader ----
 
 int64_t TrimKey(char *text)
 {
-    static const char kTrimmed[] = " []\n\r";
+    static constexpr char kTrimmed[] = " []\n\r";
 
     Log(kSourceFile, "TrimKey", "TrimKey Enter");
     if (text == nullptr) {
@@ -452,11 +452,122 @@ static bool SwitchSetupOff(FILE *file, long offset)
     return true;
 }
 
-// Releases what RunSDProgram holds; `command` may be null.
-static void EndSetup(FILE *file, char *command)
+// Does steps 3 to 15 of RunSDProgram. `*command` becomes the buffer of both commands, which is the
+// caller's to free, whatever the result. True leaves in `*switchOffset` where the switch is to be
+// overwritten, or -1 where it is to stay.
+static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDir, char **command,
+                       int64_t *switchOffset)
 {
-    free(command);
-    fclose(file);
+    char text[kLineSize];  // a key, then its value; later the volume's path
+    char name[kNameSize];
+    memset_s(text, sizeof text, 0, sizeof text);
+    memset_s(name, sizeof name, 0, sizeof name);
+    int64_t capacity = sizeof text;
+
+    // 3. The section.
+    if (ReadSetupKey(file, "[SD_THIRDPARTY_SETUP]", text, sizeof text, &capacity, true) == -1) {
+        Log(kSourceFile, "RunSDProgram",
+            "szKeyOrValue=[SD_THIRDPARTY_SETUP], ReadKeyValue false, RunSDProgram exit false");
+        return false;
+    }
+
+    // 4. The switch, whose place is kept.
+    const int64_t setupOffset =
+        ReadSetupKey(file, "SD_THIRD_SETUP", text, sizeof text, &capacity, false);
+    if (setupOffset == -1) {
+        Log(kSourceFile, "RunSDProgram",
+            "szKeyOrValue=SD_THIRD_SETUP, ReadKeyValue false, RunSDProgram exit false");
+        return false;
+    }
+    if (strcasecmp(text, "yes") != 0) {
+        Log(kSourceFile, "RunSDProgram",
+            "SD_THIRD_SETUP is not yes, not run SD Program, RunSDProgram exit");
+        return false;
+    }
+
+    // 5. The folder of the file to open.
+    if (ReadSetupKey(file, "SD_THIRD_FILE_PATH", text, sizeof text, &capacity, false) == -1) {
+        Log(kSourceFile, "RunSDProgram", "SD_THIRD_FILE_PATH read false, RunSDProgram exit");
+        return false;
+    }
+
+    // 6. It must be there.
+    if (!IsVolumeExist(text, volumesDir, kFileVolumeWait)) {
+        Log(kSourceFile, "RunSDProgram", "%s is not exist, RunSDProgram exit",
+            static_cast<const char *>(text));
+        return false;
+    }
+
+    // 7. Room for the two commands.
+    const size_t prefixLength = strlen(openPrefix);
+    const size_t commandSize = prefixLength + kCommandRoom;
+    *command = static_cast<char *>(malloc(commandSize));
+    if (*command == nullptr) {
+        Log(kSourceFile, "RunSDProgram", "malloc failed, RunSDProgram exit false");
+        return false;
+    }
+    memset_s(*command, commandSize, 0, commandSize);
+
+    // 8. The file to open.
+    if (ReadSetupKey(file, "SD_THIRD_FILE_NAME", name, sizeof name, &capacity, false) == -1) {
+        Log(kSourceFile, "RunSDProgram", "SD_THIRD_FILE_NAME read false, RunSDProgram exit false");
+        return false;
+    }
+
+    // 9. The first command must fit, with its slash and its closing quote.
+    if (prefixLength + strlen(volumesDir) + strlen(text) + strlen(name) + 2 >= commandSize) {
+        Log(kSourceFile, "RunSDProgram",
+            "filename or path is too long to can't open, RunSDProgram exit false");  // sic
+        return false;
+    }
+
+    // 10. The first command opens the file. Intended: it is logged as a format.
+    snprintf_s(*command, commandSize, commandSize - 1, "%s%s%s/%s\"", openPrefix, volumesDir, text,
+               name);
+    Log(kSourceFile, "RunSDProgram", *command);
+    if (!RunShellProgram(*command, kOpenTries)) {
+        Log(kSourceFile, "RunSDProgram",
+            "first RunShellProgram failed, RunSDProgram exit fals ");  // sic
+        return false;
+    }
+
+    // 11. Its name without the extension names the volume that it brings.
+    StripExtension(name);
+
+    // 12. That volume.
+    capacity = static_cast<int64_t>(sizeof text) - static_cast<int64_t>(prefixLength);
+    strncpy_s(text, sizeof text, name, sizeof text - 1);
+    if (!GetTempVolumeName(text, static_cast<int>(sizeof text), &capacity, volumesDir,
+                           kPackageWait)) {
+        Log(kSourceFile, "RunSDProgram",
+            "GetTempVolumeName failed,  RunSDProgram exit false");  // sic
+        return false;
+    }
+
+    // 13. The second command must fit, with its slash, ".pkg" and its closing quote.
+    if (prefixLength + strlen(text) + strlen(name) + 6 >= commandSize) {
+        Log(kSourceFile, "RunSDProgram",
+            "SDProgram's name is too long to can't run, RunSDProgram exit false");  // sic
+        return false;
+    }
+
+    // 14. The second command opens the package. Intended: it is logged as a format.
+    snprintf_s(*command, commandSize, commandSize - 1, "%s%s/%s.pkg\"", openPrefix, text, name);
+    Log(kSourceFile, "RunSDProgram", *command);
+    if (!RunShellProgram(*command, kOpenTries)) {
+        Log(kSourceFile, "RunSDProgram",
+            "second RunShellProgram failed,  RunSDProgram exit false");  // sic
+        return false;
+    }
+
+    // 15. Whether once is enough.
+    if (ReadSetupKey(file, "SD_RUN_THIRD_FILE_ONCE", text, sizeof text, &capacity, false) == -1) {
+        Log(kSourceFile, "RunSDProgram",
+            "SD_RUN_THIRD_FILE_ONCE read false, RunSDProgram exit false");
+        return false;
+    }
+    *switchOffset = strcasecmp(text, "yes") == 0 ? setupOffset : -1;
+    return true;
 }
 
 bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char *volumesDir)
@@ -475,136 +586,22 @@ bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char 
             sysConfigPath);
         return false;
     }
-    char text[kLineSize];  // a key, then its value; later the volume's path
-    char name[kNameSize];
-    memset_s(text, sizeof text, 0, sizeof text);
-    memset_s(name, sizeof name, 0, sizeof name);
-    int64_t capacity = sizeof text;
 
-    // 3. The section.
-    if (ReadSetupKey(file, "[SD_THIRDPARTY_SETUP]", text, sizeof text, &capacity, true) == -1) {
-        Log(kSourceFile, "RunSDProgram",
-            "szKeyOrValue=[SD_THIRDPARTY_SETUP], ReadKeyValue false, RunSDProgram exit false");
-        EndSetup(file, nullptr);
-        return false;
-    }
-
-    // 4. The switch, whose place is kept.
-    const int64_t setupOffset =
-        ReadSetupKey(file, "SD_THIRD_SETUP", text, sizeof text, &capacity, false);
-    if (setupOffset == -1) {
-        Log(kSourceFile, "RunSDProgram",
-            "szKeyOrValue=SD_THIRD_SETUP, ReadKeyValue false, RunSDProgram exit false");
-        EndSetup(file, nullptr);
-        return false;
-    }
-    if (strcasecmp(text, "yes") != 0) {
-        Log(kSourceFile, "RunSDProgram",
-            "SD_THIRD_SETUP is not yes, not run SD Program, RunSDProgram exit");
-        EndSetup(file, nullptr);
-        return false;
-    }
-
-    // 5. The folder of the file to open.
-    if (ReadSetupKey(file, "SD_THIRD_FILE_PATH", text, sizeof text, &capacity, false) == -1) {
-        Log(kSourceFile, "RunSDProgram", "SD_THIRD_FILE_PATH read false, RunSDProgram exit");
-        EndSetup(file, nullptr);
-        return false;
-    }
-
-    // 6. It must be there.
-    if (!IsVolumeExist(text, volumesDir, kFileVolumeWait)) {
-        Log(kSourceFile, "RunSDProgram", "%s is not exist, RunSDProgram exit",
-            static_cast<const char *>(text));
-        EndSetup(file, nullptr);
-        return false;
-    }
-
-    // 7. Room for the two commands.
-    const size_t prefixLength = strlen(openPrefix);
-    const size_t commandSize = prefixLength + kCommandRoom;
-    char *command = static_cast<char *>(malloc(commandSize));
-    if (command == nullptr) {
-        Log(kSourceFile, "RunSDProgram", "malloc failed, RunSDProgram exit false");
-        EndSetup(file, nullptr);
-        return false;
-    }
-    memset_s(command, commandSize, 0, commandSize);
-
-    // 8. The file to open.
-    if (ReadSetupKey(file, "SD_THIRD_FILE_NAME", name, sizeof name, &capacity, false) == -1) {
-        Log(kSourceFile, "RunSDProgram", "SD_THIRD_FILE_NAME read false, RunSDProgram exit false");
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 9. The first command must fit, with its slash and its closing quote.
-    if (prefixLength + strlen(volumesDir) + strlen(text) + strlen(name) + 2 >= commandSize) {
-        Log(kSourceFile, "RunSDProgram",
-            "filename or path is too long to can't open, RunSDProgram exit false");  // sic
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 10. The first command opens the file. Intended: it is logged as a format.
-    snprintf_s(command, commandSize, commandSize - 1, "%s%s%s/%s\"", openPrefix, volumesDir, text,
-               name);
-    Log(kSourceFile, "RunSDProgram", command);
-    if (!RunShellProgram(command, kOpenTries)) {
-        Log(kSourceFile, "RunSDProgram",
-            "first RunShellProgram failed, RunSDProgram exit fals ");  // sic
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 11. Its name without the extension names the volume that it brings.
-    StripExtension(name);
-
-    // 12. That volume.
-    capacity = static_cast<int64_t>(sizeof text) - static_cast<int64_t>(prefixLength);
-    strncpy_s(text, sizeof text, name, sizeof text - 1);
-    if (!GetTempVolumeName(text, static_cast<int>(sizeof text), &capacity, volumesDir,
-                           kPackageWait)) {
-        Log(kSourceFile, "RunSDProgram",
-            "GetTempVolumeName failed,  RunSDProgram exit false");  // sic
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 13. The second command must fit, with its slash, ".pkg" and its closing quote.
-    if (prefixLength + strlen(text) + strlen(name) + 6 >= commandSize) {
-        Log(kSourceFile, "RunSDProgram",
-            "SDProgram's name is too long to can't run, RunSDProgram exit false");  // sic
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 14. The second command opens the package. Intended: it is logged as a format.
-    snprintf_s(command, commandSize, commandSize - 1, "%s%s/%s.pkg\"", openPrefix, text, name);
-    Log(kSourceFile, "RunSDProgram", command);
-    if (!RunShellProgram(command, kOpenTries)) {
-        Log(kSourceFile, "RunSDProgram",
-            "second RunShellProgram failed,  RunSDProgram exit false");  // sic
-        EndSetup(file, command);
-        return false;
-    }
-
-    // 15. Whether once is enough.
-    if (ReadSetupKey(file, "SD_RUN_THIRD_FILE_ONCE", text, sizeof text, &capacity, false) == -1) {
-        Log(kSourceFile, "RunSDProgram",
-            "SD_RUN_THIRD_FILE_ONCE read false, RunSDProgram exit false");
-        EndSetup(file, command);
-        return false;
-    }
+    // 3. to 15. What the file asks for.
+    char *command = nullptr;
+    int64_t switchOffset = -1;
+    const bool ran = RunPackage(file, openPrefix, volumesDir, &command, &switchOffset);
 
     // 16. The switch.
-    if (strcasecmp(text, "yes") == 0 && !SwitchSetupOff(file, static_cast<long>(setupOffset))) {
+    if (ran && switchOffset != -1 && !SwitchSetupOff(file, static_cast<long>(switchOffset))) {
         // Intended: the stream stays open and the command allocated.
         return false;
     }
 
     // 17. Done; closing the file writes the change.
-    EndSetup(file, command);
-    Log(kSourceFile, "RunSDProgram", "run SDProgram success, RunSDProgram exit");
-    return true;
+    free(command);
+    fclose(file);
+    if (ran)
+        Log(kSourceFile, "RunSDProgram", "run SDProgram success, RunSDProgram exit");
+    return ran;
 }
