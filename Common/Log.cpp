@@ -17,27 +17,27 @@
 #include <string.h>
 #include <time.h>
 
-static const size_t kPathSize = 1025;
-static const size_t kPathLengthMax = 1023;
-static const size_t kLineSize = 2048;  // of a message, and of a whole line
-static const long kFileSizeMax = 10000000;
+static constexpr size_t kLogPathSize = 1025;
+static constexpr size_t kLogPathMax = 1023;
+static constexpr size_t kLogLineSize = 2048;  // of a message, and of a whole line
+static constexpr long kLogFileMax = 10000000;
 
 // ---- Module state -------------------------------------------------------------------------------
 
-static char g_szlogFileName[kPathSize];  // the log file's path; empty at start
-static bool g_blogSystemInitSuccess;     // whether logging is enabled; false at start
-static FILE *g_stream;                   // the open log; null until a line is written
+static char g_szlogFileName[kLogPathSize];  // the log file's path; empty at start
+static bool g_blogSystemInitSuccess;        // whether logging is enabled; false at start
+static FILE *g_stream;                      // the open log; null until a line is written
 
 // ---- Text as a format ---------------------------------------------------------------------------
 
 // Makes the message of a text that is a format without arguments: from the first conversion that would
 // need one on, the text as it stands.
-static void FormatText(char (&message)[kLineSize], const char *text)
+static void FormatText(char *message, const char *text)
 {
     const char *rest = nullptr;
-    const int made = snprintf_text(message, sizeof message, text, &rest);
+    const int made = snprintf_text(message, kLogLineSize, text, &rest);
     if (made >= 0) {
-        const size_t room = sizeof message - static_cast<size_t>(made);
+        const size_t room = kLogLineSize - static_cast<size_t>(made);
         strncpy_s(message + made, room, rest, room - 1);
     }
 }
@@ -50,7 +50,7 @@ static void FormatText(char (&message)[kLineSize], const char *text)
 static size_t InterpretLine(char *line, size_t length)
 {
     char *to = static_cast<char *>(memchr(line, '%', length));
-    if (!to)
+    if (to == nullptr)
         return length;
     const char *from = to;
     while (from[0] == '%' && from[1] == '%') {
@@ -82,7 +82,7 @@ static tm LocalTime()
 {
     const time_t now = time(nullptr);
     tm local = {};
-    if (!localtime_r(&now, &local))
+    if (localtime_r(&now, &local) == nullptr)
         return {};
     return local;
 }
@@ -90,11 +90,11 @@ static tm LocalTime()
 // Returns the stream, at its end and below the cap, or null when the file cannot be opened.
 static FILE *StreamForNextLine()
 {
-    if (!g_stream)
+    if (g_stream == nullptr)
         g_stream = fopen(g_szlogFileName, "a+");
-    if (!g_stream)
+    if (g_stream == nullptr)
         return nullptr;
-    if (fseek(g_stream, 0, SEEK_END) == 0 && ftell(g_stream) > kFileSizeMax) {
+    if (fseek(g_stream, 0, SEEK_END) == 0 && ftell(g_stream) > kLogFileMax) {
         fclose(g_stream);
         g_stream = fopen(g_szlogFileName, "w+");
     }
@@ -104,7 +104,7 @@ static FILE *StreamForNextLine()
 static void WriteLine(const char *sourceFile, const char *functionName, const char *message)
 {
     static int iCnt;  // the running line number, never reset
-    char line[kLineSize];
+    char line[kLogLineSize];
     memset_s(line, sizeof line, 0, sizeof line);
     const tm at = LocalTime();
     const long long year = at.tm_year + 1900LL;  // the last ones fit no int
@@ -114,7 +114,7 @@ static void WriteLine(const char *sourceFile, const char *functionName, const ch
                                   at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec,
                                   BaseName(sourceFile), functionName, message);
     FILE *stream = StreamForNextLine();
-    if (!stream)
+    if (stream == nullptr)
         return;
     // Intended: a line that was cut has lost its line feed, and the next continues it.
     const size_t made = length < 0 ? strlen(line) : static_cast<size_t>(length);
@@ -123,14 +123,15 @@ static void WriteLine(const char *sourceFile, const char *functionName, const ch
 
 static bool IsRefused(const char *sourceFile, const char *functionName, const char *format)
 {
-    return !format || !functionName || !sourceFile || !g_blogSystemInitSuccess;
+    return format == nullptr || functionName == nullptr || sourceFile == nullptr ||
+           !g_blogSystemInitSuccess;
 }
 
 // ---- Public functions ---------------------------------------------------------------------------
 
 void InitLogSystem(const char *path)
 {
-    if (!path || strlen(path) > kPathLengthMax) {
+    if (path == nullptr || strlen(path) > kLogPathMax) {
         g_blogSystemInitSuccess = false;
         return;
     }
@@ -142,7 +143,7 @@ void LogFormatted(const char *sourceFile, const char *functionName, const char *
 {
     if (IsRefused(sourceFile, functionName, format))
         return;
-    char message[kLineSize];
+    char message[kLogLineSize];
     memset_s(message, sizeof message, 0, sizeof message);
     va_list arguments;
     va_start(arguments, format);
@@ -155,11 +156,12 @@ void Log(const char *sourceFile, const char *functionName, const char *text)
 {
     if (IsRefused(sourceFile, functionName, text))
         return;
-    if (!strchr(text, '%')) {  // it is its own message; the line cuts it where the message would
+    // Without a '%' the text is its own message, which the line cuts where the message would be.
+    if (strchr(text, '%') == nullptr) {
         WriteLine(sourceFile, functionName, text);
         return;
     }
-    char message[kLineSize];
+    char message[kLogLineSize];
     memset_s(message, sizeof message, 0, sizeof message);
     FormatText(message, text);
     WriteLine(sourceFile, functionName, message);
@@ -167,7 +169,7 @@ void Log(const char *sourceFile, const char *functionName, const char *text)
 
 void CloseLogSystem()
 {
-    if (g_stream) {
+    if (g_stream != nullptr) {
         fclose(g_stream);
         g_stream = nullptr;
     }

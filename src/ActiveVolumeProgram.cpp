@@ -18,16 +18,16 @@
 #include <strings.h>
 #include <unistd.h>
 
-static const char kSourceFile[] = "src/ActiveVolumeProgram";
+static constexpr char kSourceFile[] = "src/ActiveVolumeProgram";
 
-static constexpr size_t kLineSize = 1024;     // bytes of one line, and of a key or value
-static constexpr size_t kNameSize = 512;      // bytes of the setup file's name
-static constexpr size_t kNumberSize = 8;      // bytes of a duplicate's number: at most seven digits
+static constexpr size_t kKeyLineSize = 1024;  // bytes of one line, and of a key or value
+static constexpr size_t kFileNameSize = 512;  // bytes of the setup file's name
+static constexpr size_t kDigitsSize = 8;      // bytes of a duplicate's number: at most seven digits
 static constexpr size_t kCommandRoom = 2048;  // bytes of a command line beside its open prefix
 
 static constexpr size_t kSwitchSize = sizeof "No";  // bytes of the switch, its zero included
 static constexpr long kLeastBlock = 512;            // the blocks of streams are multiples of this
-static const char kNowhere[] = "/";                 // a folder takes no byte that is written to it
+static constexpr char kNowhere[] = "/";             // a folder takes no byte that is written to it
 
 static constexpr int kTryInterval = 2;       // seconds between two looks for a volume
 static constexpr int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
@@ -148,7 +148,7 @@ int64_t ReadKeyValue(FILE *file, char *keyIO, int keyIOSize, int64_t *capacity, 
         return -1;
     }
 
-    char line[kLineSize];
+    char line[kKeyLineSize];
     while (fgets(line, sizeof line, file) != nullptr) {
         if (!sectionMode && strpbrk(line, "[]") != nullptr)
             return StopAtHeader(file, lineStart);
@@ -207,7 +207,7 @@ bool IsKeyValueCaseEqual(const char *path, const char *section, const char *key,
         return false;
     }
 
-    char value[kLineSize];
+    char value[kKeyLineSize];
     memset_s(value, sizeof value, 0, sizeof value);
     const bool found = ReadSectionKey(file, section, key, value, static_cast<int>(sizeof value));
     fclose(file);
@@ -303,7 +303,7 @@ static size_t SplitIntoWords(char *split, const char *name)
 // with `path` as it was, when the number has more than seven digits or the buffer no room.
 static bool AppendNumber(char *path, size_t size, size_t length, int number)
 {
-    char digits[kNumberSize];
+    char digits[kDigitsSize];
     const int count = snprintf_s(digits, sizeof digits, sizeof digits - 1, "%d", number);
     if (count < 0 || length + static_cast<size_t>(count) + 1 >= size)
         return false;
@@ -344,7 +344,7 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
     const size_t nameLength = strlen(name);
     const size_t directoryLength = IsEmpty(directory) ? 0 : strlen(directory);
     // The directory, the split name, a space and a number with its zero.
-    const size_t workSize = directoryLength + 2 * nameLength + 1 + kNumberSize;
+    const size_t workSize = directoryLength + 2 * nameLength + 1 + kDigitsSize;
     char *work = static_cast<char *>(malloc(workSize));
     if (work == nullptr)
         return false;
@@ -458,8 +458,8 @@ static bool SwitchSetupOff(FILE *file, long offset)
 static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDir, char **command,
                        int64_t *switchOffset)
 {
-    char text[kLineSize];  // a key, then its value; later the volume's path
-    char name[kNameSize];
+    char text[kKeyLineSize];  // a key, then its value; later the volume's path
+    char name[kFileNameSize];
     memset_s(text, sizeof text, 0, sizeof text);
     memset_s(name, sizeof name, 0, sizeof name);
     int64_t capacity = sizeof text;

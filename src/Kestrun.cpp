@@ -19,34 +19,34 @@
 #include <string.h>
 #include <unistd.h>
 
-static const char *const kSourceFile = "src/Kestrun";
-static const char *const kLogFile = "/usr/local/Tarnwell/Kestrun.log";
-static const char *const kConfigFile = "/Library/StartupItems/QVKestrun/config";
-static const char *const kConfigSection = "Volumes";
-static const char *const kVolumesDir = "/Volumes/";
-static const char *const kDefaultVolumeName = "Orvanta";
-static const char *const kDefaultAppPath = "/Volumes/Orvanta/Orvanta.app/";
-static const char *const kSysConfigFile =
+static constexpr char kSourceFile[] = "src/Kestrun";
+static constexpr char kLogFile[] = "/usr/local/Tarnwell/Kestrun.log";
+static constexpr char kConfigFile[] = "/Library/StartupItems/QVKestrun/config";
+static constexpr char kConfigSection[] = "Volumes";
+static constexpr char kVolumesDir[] = "/Volumes/";
+static constexpr char kDefaultVolumeName[] = "Orvanta";
+static constexpr char kDefaultAppPath[] = "/Volumes/Orvanta/Orvanta.app/";
+static constexpr char kSysConfigFile[] =
     "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
-static const char *const kSetupOpenPrefix = "open \"";
+static constexpr char kSetupOpenPrefix[] = "open \"";
 
-static const char *const kPortName = "QARVELMobile-Pcui";
-static const int kPortTries = 10;        // looks for the serial port at start-up ...
-static const unsigned kPortPause = 1;    // ... so many seconds apart
-static const int kVolumeBudget = 300;    // seconds that start-up waits for the volume
-static const unsigned kFinderPause = 5;  // seconds between two looks for the Finder
-static const int kOpenTries = 10;        // runs of the open command before it counts as failed
-static const DADiskOptions kMountAutomatic = 0x10;  // the option that DADiskSetOptions switches
+static constexpr char kPortName[] = "QARVELMobile-Pcui";
+static constexpr int kPortTries = 10;        // looks for the serial port at start-up ...
+static constexpr unsigned kPortPause = 1;    // ... so many seconds apart
+static constexpr int kVolumeBudget = 300;    // seconds that start-up waits for the volume
+static constexpr unsigned kFinderPause = 5;  // seconds between two looks for the Finder
+static constexpr int kOpenTries = 10;        // runs of the open command before it counts as failed
+static constexpr DADiskOptions kMountAutomatic = 0x10;  // the option that DADiskSetOptions switches
 
 // What kIOMasterPortDefault stands for. That name is deprecated since macOS 12 and its successor
 // does not exist before; the value, a null port, is documented to mean the default one throughout.
-static const mach_port_t kDefaultPort = 0;
+static constexpr mach_port_t kDefaultPort = 0;
 
-static const size_t kNameSize = 64;      // a volume name: 63 characters
-static const size_t kPathSize = 1024;    // a callout device path
-static const size_t kOwnerSize = 256;    // a user's name and the command that asks for it
-static const size_t kOutputSize = 1024;  // what the search for the Finder prints
-static const size_t kAppSize = 512;      // the application's path
+static constexpr size_t kVolumeNameSize = 64;  // a volume name: 63 characters
+static constexpr size_t kPortPathSize = 1024;  // a callout device path
+static constexpr size_t kOwnerSize = 256;      // a user's name and the command that asks for it
+static constexpr size_t kOutputSize = 1024;    // what the search for the Finder prints
+static constexpr size_t kAppSize = 512;        // the application's path
 
 CFStringRef gMountArgs[2];  // the mount option and the null behind it; both null at start
 
@@ -55,7 +55,7 @@ CFStringRef gMountArgs[2];  // the mount option and the null behind it; both nul
 static kern_return_t ListSerialPorts(io_iterator_t *ports)
 {
     CFMutableDictionaryRef matching = IOServiceMatching("IOSerialBSDClient");
-    if (matching != NULL)
+    if (matching != nullptr)
         CFDictionarySetValue(matching, CFSTR("IOSerialBSDClientType"), CFSTR("IOSerialStream"));
     return IOServiceGetMatchingServices(kDefaultPort, matching, ports);
 }
@@ -63,7 +63,7 @@ static kern_return_t ListSerialPorts(io_iterator_t *ports)
 int FindCommPort(const char *namePart, char *outPath, int outSize)
 {
     Log(kSourceFile, "FindCommPort", "FindCommPort Enter");
-    if (namePart == NULL) {
+    if (namePart == nullptr) {
         Log(kSourceFile, "FindCommPort", "param error.");
         return -1;
     }
@@ -75,14 +75,14 @@ int FindCommPort(const char *namePart, char *outPath, int outSize)
         return -1;
     }
 
-    char path[kPathSize];
+    char path[kPortPathSize];
     memset_s(path, sizeof path, 0, sizeof path);
-    const bool copyWanted = outPath != NULL && outSize > 0;
+    const bool copyWanted = outPath != nullptr && outSize > 0;
     io_object_t port;
     while ((port = IOIteratorNext(ports)) != 0) {
         CFTypeRef property =
             IORegistryEntryCreateCFProperty(port, CFSTR("IOCalloutDevice"), kCFAllocatorDefault, 0);
-        if (property == NULL) {
+        if (property == nullptr) {
             IOObjectRelease(port);
             continue;
         }
@@ -99,7 +99,7 @@ int FindCommPort(const char *namePart, char *outPath, int outSize)
             strncpy_s(outPath, size, path, size - 1);
         }
         CFRelease(property);
-        if (converted && strstr(path, namePart) != NULL) {
+        if (converted && strstr(path, namePart) != nullptr) {
             IOObjectRelease(ports);
             // Intended: the matching port itself is kept.
             Log(kSourceFile, "FindCommPort", "FindCommPort success, and exit");
@@ -118,7 +118,7 @@ void DiskPeekCallback(DADiskRef disk, void * /*context*/)
     Log(kSourceFile, "DiskPeekCallback", "----------------------Device inserted!---------------");
     if (DADiskSetOptions(disk, kMountAutomatic, false) != 0)
         Log(kSourceFile, "DiskPeekCallback", "DADiskSetOptions failed!");
-    DADiskMountWithArguments(disk, NULL, kDADiskMountOptionDefault, DiskMountCallback, NULL,
+    DADiskMountWithArguments(disk, nullptr, kDADiskMountOptionDefault, DiskMountCallback, nullptr,
                              gMountArgs);
     Log(kSourceFile, "DiskPeekCallback", "DiskPeekCallback exit");
 }
@@ -127,7 +127,7 @@ void DiskPeekCallback(DADiskRef disk, void * /*context*/)
 // empty and the answer false.
 static bool ReadFirstLine(FILE *pipe, char *line, int lineSize)
 {
-    if (fgets(line, lineSize, pipe) != NULL)
+    if (fgets(line, lineSize, pipe) != nullptr)
         return true;
     line[0] = '\0';
     return false;
@@ -155,7 +155,7 @@ static bool IsConsoleOwner()
     char owner[kOwnerSize];
     memset_s(owner, sizeof owner, 0, sizeof owner);
     FILE *pipe = popen(command, "r");
-    if (pipe == NULL) {
+    if (pipe == nullptr) {
         Log(kSourceFile, "DiskMountCallback", "create pipe failed!");
         return false;
     }
@@ -166,9 +166,9 @@ static bool IsConsoleOwner()
     // Without this pipe the console's owner counts as unreadable: a daemon's user that was read
     // differs from it, and nothing is opened.
     pipe = popen("stat -f%Su /dev/console", "r");
-    if (pipe == NULL || !ReadFirstLine(pipe, consoleOwner, sizeof consoleOwner))
+    if (pipe == nullptr || !ReadFirstLine(pipe, consoleOwner, sizeof consoleOwner))
         Log(kSourceFile, "DiskMountCallback", "fgets active failed!");
-    if (pipe != NULL)
+    if (pipe != nullptr)
         pclose(pipe);
 
     if (strcmp(owner, consoleOwner) != 0) {
@@ -196,13 +196,13 @@ static void WaitForFinder()
     }
 }
 
-void BuildOpenCommand(const char *path, char (&command)[kOpenCommandSize])
+void BuildOpenCommand(const char *path, char *command)
 {
     // Intended: a path of more than 501 characters loses the closing quote, and what of it does not
     // fit.
-    strncpy_s(command, sizeof command, "open -a \"", sizeof command - 1);
-    strncat_s(command, sizeof command, path, sizeof command - 1 - strlen(command));
-    strncat_s(command, sizeof command, "\"", sizeof command - 1 - strlen(command));
+    strncpy_s(command, kOpenCommandSize, "open -a \"", kOpenCommandSize - 1);
+    strncat_s(command, kOpenCommandSize, path, kOpenCommandSize - 1 - strlen(command));
+    strncat_s(command, kOpenCommandSize, "\"", kOpenCommandSize - 1 - strlen(command));
 }
 
 // Opens the connection manager, from the path that the configuration names at this moment.
@@ -260,11 +260,23 @@ int DiskMountApproval()
     return 0;
 }
 
-// 7. and 8. The modem's serial port is there: waits for the volume and does what its mount would
-// start.
+// 6. Whether the modem shows its serial port within ten seconds. One that comes later is the run
+// loop's.
+static bool AwaitModem()
+{
+    for (int tries = 0; tries < kPortTries; tries++) {
+        if (FindCommPort(kPortName, nullptr, 0) == 0)
+            return true;
+        Log(kSourceFile, "main", "wait to again to find comm port at beginning to run autorun...");
+        sleep(kPortPause);
+    }
+    return false;
+}
+
+// 7. and 8. Waits for the volume and does what its mount would start.
 static void RunAtStart(const char *volumeName)
 {
-    char name[kNameSize];
+    char name[kVolumeNameSize];
     memset_s(name, sizeof name, 0, sizeof name);
     strncpy_s(name, sizeof name, volumeName, sizeof name - 1);
     if (!IsVolumeExist(name, kVolumesDir, kVolumeBudget)) {
@@ -273,21 +285,8 @@ static void RunAtStart(const char *volumeName)
             "can't find /Volumes/Orvanta, can't run firmware program and SDProgram");
         return;
     }
-    DiskMountCallback(NULL, NULL, NULL);
+    DiskMountCallback(nullptr, nullptr, nullptr);
     Log(kSourceFile, "main", "finish run SDProgram at beginning to run autorun");
-}
-
-// 6. Gives the modem ten seconds to show its serial port. One that comes later is the run loop's.
-static void AwaitModem(const char *volumeName)
-{
-    for (int tries = 0; tries < kPortTries; tries++) {
-        if (FindCommPort(kPortName, NULL, 0) == 0) {
-            RunAtStart(volumeName);
-            return;
-        }
-        Log(kSourceFile, "main", "wait to again to find comm port at beginning to run autorun...");
-        sleep(kPortPause);
-    }
 }
 
 // 9. The dictionary by which the service picks the disks that it offers: those of the configured
@@ -300,7 +299,7 @@ static CFMutableDictionaryRef CreateMatch(const char *volumeName)
     CFStringRef name =
         CFStringCreateWithCString(kCFAllocatorDefault, volumeName, kCFStringEncodingMacRoman);
     CFDictionarySetValue(match, kDADiskDescriptionVolumeNameKey, name);
-    if (name != NULL)
+    if (name != nullptr)
         CFRelease(name);
     return match;
 }
@@ -311,7 +310,7 @@ int main()
     InitLogSystem(kLogFile);
 
     // 2. The session: it gathers no events before it is scheduled.
-    char volumeName[kNameSize];
+    char volumeName[kVolumeNameSize];
     memset_s(volumeName, sizeof volumeName, 0, sizeof volumeName);
     DASessionRef session = DASessionCreate(kCFAllocatorDefault);
 
@@ -328,8 +327,12 @@ int main()
 
     // 5. A modem that is there already.
     Log(kSourceFile, "main", "begin to run SDProgram at beginning to run autorun");
-    AwaitModem(volumeName);
 
+    // 6. to 8. Its serial port tells; then what the mount of its volume would start.
+    if (AwaitModem())
+        RunAtStart(volumeName);
+
+    // 9. The disks to be offered: those of the volume's name.
     CFMutableDictionaryRef match = CreateMatch(volumeName);
 
     // 10. The mount option. Intended: the configuration is read by the key file reader here.
@@ -343,7 +346,7 @@ int main()
 
     // 11. From here on events are delivered.
     DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
-    DARegisterDiskPeekCallback(session, match, 0, DiskPeekCallback, NULL);
+    DARegisterDiskPeekCallback(session, match, 0, DiskPeekCallback, nullptr);
 
     // 12. Normally this does not return. The session and the dictionary live as long as it runs.
     CFRunLoopRun();

@@ -34,11 +34,11 @@ int FindCommPort(const char *namePart, char *outPath, int outSize);
 // `context` is not used.
 void DiskPeekCallback(DADiskRef disk, void *context);
 
-// Assembles the command that opens the application at `path`, in double quotes, into the whole of
-// `command`: at most 511 bytes and a terminator. A path of more than 501 bytes is cut to 502, and the
-// closing quote is missing then.
-static const size_t kOpenCommandSize = 512;  // bytes
-void BuildOpenCommand(const char *path, char (&command)[kOpenCommandSize]);
+// Assembles the command that opens the application at `path`, in double quotes, into `command`, a
+// buffer of kOpenCommandSize bytes: at most 511 bytes and a terminator. A path of more than 501 bytes
+// is cut to 502, and the closing quote is missing then.
+static constexpr size_t kOpenCommandSize = 512;
+void BuildOpenCommand(const char *path, char *command);
 
 // What follows a mount, and what `main` does once by itself for a modem that is there at start-up:
 // when the daemon's user owns the console, waits (for ever) until the Finder runs, opens the

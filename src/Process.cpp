@@ -14,13 +14,13 @@
 #include <string.h>
 #include <unistd.h>
 
-static const char kSourceFile[] = "src/Process";
-static const char kOutputPath[] = "/usr/local/Tarnwell/cmd.txt";
+static constexpr char kSourceFile[] = "src/Process";
+static constexpr char kOutputPath[] = "/usr/local/Tarnwell/cmd.txt";
 
-static const size_t kCommandSize = 1024;    // bytes of a redirected command line
-static const size_t kErrorTextSize = 1024;  // bytes of one error text
-static const int kShellTries = 10;
-static const int kShellFailed = 127;  // what system() returns for a shell that did not start
+static constexpr size_t kCommandSize = 1024;    // bytes of a redirected command line
+static constexpr size_t kErrorTextSize = 1024;  // bytes of one error text
+static constexpr int kShellTries = 10;
+static constexpr int kShellFailed = 127;  // what system() returns for a shell that did not start
 
 // Logs one failed attempt. `status` is what system() returned, never 0; errno is as it left it.
 static void LogFailedAttempt(const char *command, int attempt, int status)

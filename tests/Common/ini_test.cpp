@@ -28,7 +28,7 @@ static const std::string kNameAtStart = g_filename;
 
 // ---- Files in memory ----------------------------------------------------------------------------
 
-static const char kMemoryFile[] = "/memory/config";
+static constexpr char kMemoryFile[] = "/memory/config";
 static std::string g_memory;  // what the file of that name holds
 
 static FILE *OpenMemory(std::string &content)
@@ -110,7 +110,7 @@ static bool IsInLineBuffer(const char *text)
     return text >= g_linetext && text < g_linetext + sizeof g_linetext;
 }
 
-static const char kDefault[] = "default";
+static constexpr char kDefault[] = "default";
 
 // ---- The format ---------------------------------------------------------------------------------
 

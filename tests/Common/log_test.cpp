@@ -28,7 +28,7 @@
 
 // ---- The clock and the file position on command -------------------------------------------------
 
-static const time_t kUsualTime = 1795165503;  // 2026-11-20 9:05:03 UTC
+static constexpr time_t kUsualTime = 1795165503;  // 2026-11-20 9:05:03 UTC
 
 static time_t g_now = kUsualTime;
 static bool g_localTimeFails;
@@ -139,8 +139,8 @@ static void MakeFile(const std::string &path, off_t size)
     close(fd);
 }
 
-static const size_t kLongestLine = 2047;
-static const off_t kCap = 10000000;
+static constexpr size_t kLongestLine = 2047;
+static constexpr off_t kCap = 10000000;
 
 // ---- Lines --------------------------------------------------------------------------------------
 

@@ -3,13 +3,13 @@
 #include "src/Kestrun.h"
 #include "tests/src/kestrun_seams.h"
 
-static const char *const kOwnerQuery =
+static constexpr char kOwnerQuery[] =
     R"(popen("ps aux | awk -v PID=4711 '$2 == PID { print $1 }'", "r"))";
-static const char *const kConsoleQuery = R"(popen("stat -f%Su /dev/console", "r"))";
-static const char *const kFinderProbe = R"(RunShellCmd("ps -A | grep 'Finder[.]'", buffer, 1024))";
-static const char *const kSetup =
+static constexpr char kConsoleQuery[] = R"(popen("stat -f%Su /dev/console", "r"))";
+static constexpr char kFinderProbe[] = R"(RunShellCmd("ps -A | grep 'Finder[.]'", buffer, 1024))";
+static constexpr char kSetup[] =
     R"(RunSDProgram("/Applications/Orvanta.app/Contents/Resources/SysConfig.dat", "open "", "/Volumes/"))";
-static const char *const kFallback =
+static constexpr char kFallback[] =
     R"(RunShellProgram("open -a /Volumes/Orvanta/Orvanta.app/", 10))";
 
 // Records of DiskMountCallback's own.

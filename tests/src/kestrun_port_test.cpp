@@ -3,9 +3,9 @@
 #include "src/Kestrun.h"
 #include "tests/src/kestrun_seams.h"
 
-static const char *const kPcui = "QARVELMobile-Pcui";
-static const char *const kModem = "/dev/cu.QARVELMobile-Pcui";
-static const char *const kBluetooth = "/dev/cu.Bluetooth-Incoming-Port";
+static constexpr char kPcui[] = "QARVELMobile-Pcui";
+static constexpr char kModem[] = "/dev/cu.QARVELMobile-Pcui";
+static constexpr char kBluetooth[] = "/dev/cu.Bluetooth-Incoming-Port";
 
 // The log of one search: the paths between the entry and the last message.
 static Lines Search(const Lines &paths, const char *end)
@@ -17,8 +17,8 @@ static Lines Search(const Lines &paths, const char *end)
     return records;
 }
 
-static const char *const kFound = "FindCommPort success, and exit";
-static const char *const kNotFound = "findCommPort failed, FindCommPort exit";
+static constexpr char kFound[] = "FindCommPort success, and exit";
+static constexpr char kNotFound[] = "findCommPort failed, FindCommPort exit";
 
 TEST_CASE("the search asks for serial streams, releases what does not match and keeps what does")
 {

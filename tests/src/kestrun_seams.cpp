@@ -16,8 +16,8 @@
 
 static World *world;
 
-static const char *const kLogFile = "/usr/local/Tarnwell/Kestrun.log";
-static const char *const kConfigFile = "/Library/StartupItems/QVKestrun/config";
+static constexpr char kLogFile[] = "/usr/local/Tarnwell/Kestrun.log";
+static constexpr char kConfigFile[] = "/Library/StartupItems/QVKestrun/config";
 
 // A text as it is shown in the list of calls.
 static std::string Quoted(const char *text)

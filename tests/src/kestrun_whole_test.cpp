@@ -92,8 +92,8 @@ int system(const char *command)
 
 }  // extern "C"
 
-static const char *const kConfig = "/Library/StartupItems/QVKestrun/config";
-static const char *const kSysConfig = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
+static constexpr char kConfig[] = "/Library/StartupItems/QVKestrun/config";
+static constexpr char kSysConfig[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
 
 // A machine on which everything that the daemon expects is in place, and nothing is plugged in.
 struct Machine {

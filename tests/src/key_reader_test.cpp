@@ -180,7 +180,7 @@ TEST_CASE("a missing text, or a length that cannot be, is no header")
 
 // ---- ReadKeyValue ----
 
-static const char kFile[] = "[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP=yes\n";
+static constexpr char kFile[] = "[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP=yes\n";
 
 TEST_CASE("a section gives the offset of its header, and its key the offset of the value")
 {

@@ -18,7 +18,7 @@ extern "C" char *strerror(int number) noexcept
     return buffer;
 }
 
-static const char kOutput[] = "/usr/local/Tarnwell/cmd.txt";
+static constexpr char kOutput[] = "/usr/local/Tarnwell/cmd.txt";
 
 static std::string Program(const std::string &text)
 {

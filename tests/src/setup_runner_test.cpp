@@ -13,14 +13,14 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-static const char kSection[] = "[SD_THIRDPARTY_SETUP]\n";
-static const char kKeys[] = "SD_THIRD_SETUP=yes\n"
-                            "SD_THIRD_FILE_PATH=Orvanta\n"
-                            "SD_THIRD_FILE_NAME=ThirdPartySetup.dmg\n"
-                            "SD_RUN_THIRD_FILE_ONCE=yes\n";
+static constexpr char kSection[] = "[SD_THIRDPARTY_SETUP]\n";
+static constexpr char kKeys[] = "SD_THIRD_SETUP=yes\n"
+                                "SD_THIRD_FILE_PATH=Orvanta\n"
+                                "SD_THIRD_FILE_NAME=ThirdPartySetup.dmg\n"
+                                "SD_RUN_THIRD_FILE_ONCE=yes\n";
 
-static const char kOpenFile[] = "open \"/Volumes/Orvanta/ThirdPartySetup.dmg\"";
-static const char kOpenPackage[] = "open \"/Volumes/Third Party Setup/ThirdPartySetup.pkg\"";
+static constexpr char kOpenFile[] = "open \"/Volumes/Orvanta/ThirdPartySetup.dmg\"";
+static constexpr char kOpenPackage[] = "open \"/Volumes/Third Party Setup/ThirdPartySetup.pkg\"";
 
 static std::string Usual()
 {

@@ -46,7 +46,7 @@ extern "C" void *realloc(void *memory, std::size_t size) noexcept
 #endif
 
 // How many allocations work() makes. The count is proved alive by the caller, with one that allocates.
-template <typename Work>
+template <class Work>
 unsigned long AllocationsOf(Work work)
 {
     const unsigned long before = g_allocations;

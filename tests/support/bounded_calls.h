@@ -23,7 +23,7 @@ inline std::vector<size_t> *g_cleared;
 constexpr size_t kLogLineSize = 2048;
 
 // The buffers that `work` has cleared: their sizes in order, but for those of the size `except`.
-template <typename Work>
+template <class Work>
 std::vector<size_t> ClearedBy(Work work, size_t except = 0)
 {
     std::vector<size_t> cleared;
