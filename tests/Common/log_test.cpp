@@ -6,6 +6,7 @@
 #endif
 #include "tests/support/descriptors.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/rounds.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -610,7 +611,7 @@ static std::string Formatted(const char *format, ...)
 
 TEST_CASE("random texts of any bytes are written as a naive reading of the rules has them")
 {
-    const int kFiles = 200;
+    const int kFiles = Rounds(200);
     const int kTextsPerFile = 500;
     std::mt19937 random(4711);
     for (int file = 0; file < kFiles; file++) {

@@ -107,10 +107,8 @@ static bool Enter()
         return false;
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         return Fail("no private mounts");
-    // One empty folder for all: each process sees its own root there, and it stays for the next.
-    const char *const root = "/tmp/kestrun-world";
-    if (mkdir(root, 0755) != 0 && errno != EEXIST)
-        return Fail("no temporary folder");
+    // On a folder that every machine has and the world has its own of: nothing is left behind.
+    const char *const root = "/run";
     if (!BuildRoot(root))
         return false;
     if (chroot(root) != 0 || chdir("/") != 0)

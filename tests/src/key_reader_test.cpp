@@ -792,7 +792,7 @@ struct Random {
     }
 };
 
-static constexpr int kRandomFiles = Rounds(250000);
+static const int kRandomFiles = Rounds(250000);
 
 TEST_CASE("the reader agrees with a plain model on random files")
 {

@@ -5,6 +5,7 @@
 #include "tests/tamrik/input_support.h"
 
 #include "tests/support/random.h"
+#include "tests/support/rounds.h"
 
 #include <doctest/doctest.h>
 
@@ -20,13 +21,8 @@
 #include <string>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(KESTRUN_FEW_ROUNDS)
-static constexpr int kScans = 100'000;
-static constexpr int kFileScans = 10'000;
-#else
-static constexpr int kScans = 1'000'000;
-static constexpr int kFileScans = 100'000;
-#endif
+static const int kScans = Rounds(1'000'000);
+static const int kFileScans = Rounds(100'000);
 
 static constexpr std::size_t kMostFields = 4;
 static constexpr std::size_t kRoom = 256;  // characters; more than any text has

@@ -480,7 +480,7 @@ Call AnyCall(Random &random, std::size_t size)
 
 TEST_CASE("random fills, copies and moves, overlapping or not, do what a byte by byte model does")
 {
-    constexpr std::size_t kRounds = Rounds(300000);  // of seven calls each
+    const int kRounds = Rounds(300000);  // of seven calls each
     constexpr std::size_t kArena = 160;
     Random random;
     const Guarded arena(kArena);
@@ -497,7 +497,7 @@ TEST_CASE("random fills, copies and moves, overlapping or not, do what a byte by
     };
 
     errno = kErrno;
-    for (std::size_t round = 0; round < kRounds; round++) {
+    for (int round = 0; round < kRounds; round++) {
         for (const FillFunction &fill : kFills) {
             const Call call = AnyCall(random, kArena);
             const int expected = FillModel(model, call, fill.hasLimit);

@@ -3,6 +3,7 @@
 #include "tamrik/tamrik.h"
 
 #include "tests/support/guarded.h"
+#include "tests/support/rounds.h"
 
 #include <doctest/doctest.h>
 
@@ -18,11 +19,7 @@
 namespace
 {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(KESTRUN_FEW_ROUNDS)
-constexpr int kRounds = 150000;  // the checks cost tenfold; the optimised build runs them all
-#else
-constexpr int kRounds = 1100000;
-#endif
+const int kRounds = Rounds(1100000);
 
 std::mt19937_64 g_random(20081117);
 
