@@ -31,7 +31,7 @@ static inline void CopyEnds(unsigned char *dest, const unsigned char *src, size_
     Piece first, last;
     __builtin_memcpy(&first, src, sizeof first);
     __builtin_memcpy(&last, src + count - sizeof last, sizeof last);
-    StoreEnds(dest, count, first, last);
+    StoreEnds<Piece>(dest, count, first, last);
 }
 
 // Fills 1 to kSmallFill bytes of dest with the bytes of word, which are all alike.
@@ -39,13 +39,13 @@ static inline void FillSmall(unsigned char *dest, uint64_t word, size_t count)
 {
     if (count >= sizeof word) {
         if (count < sizeof(TwoWords))
-            return StoreEnds(dest, count, word, word);
+            return StoreEnds<uint64_t>(dest, count, word, word);
         const TwoWords words = {word, word};
-        return StoreEnds(dest, count, words, words);
+        return StoreEnds<TwoWords>(dest, count, words, words);
     }
     if (count >= sizeof(uint32_t)) {
         const uint32_t half = static_cast<uint32_t>(word);
-        return StoreEnds(dest, count, half, half);
+        return StoreEnds<uint32_t>(dest, count, half, half);
     }
     // One to three bytes: the first, the middle and the last one, whichever fall together.
     const unsigned char byte = static_cast<unsigned char>(word);

@@ -1,0 +1,12 @@
+// memset_s does what the table of tamrik.h says: its result, and every byte of the destination.
+//
+// Assumes: dest is null or memory of destMax bytes.
+// Shows:   that for a block of just that size; nothing else is read or written.
+//
+// takes: tamrik/memory.cpp
+// proves: Apart: every value, count and size, blocks up to 2 GiB of any content
+#define FUNCTION  memset_s
+#define LARGE     memset_s
+#define HAS_LIMIT 1
+#include "product.h"
+#include "fill.h"

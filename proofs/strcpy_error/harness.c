@@ -1,0 +1,28 @@
+// strcpy_error does what the table of tamrik.h says: its result, and every byte.
+//
+// Assumes: dest is null or memory of destMax bytes; of src, what the table has to read is there, or it is null.
+// Shows:   that anywhere in an arena, overlapping or not. Nothing outside of it is read or written.
+//
+// takes: tamrik/string.cpp
+// proves: Anywhere ARENA=3 ARENA=6: every content, place, overlap and size in ARENA bytes
+#include "product.h"
+#include "text.h"
+
+static int Promised(const Given *given)
+{
+    if (given->destMax == 0 || given->destMax > MAX_BUFFER_SIZE)
+        return ERANGE;
+    if (!given->hasDest)
+        return EINVAL;
+    if (!given->hasSrc)
+        return Emptied(given, EINVAL_CLEARED);
+    const size_t length = SourceLength(given, given->destMax);
+    if (length == given->destMax)
+        return Emptied(given, ERANGE_CLEARED);
+    return RESULT_OK;
+}
+
+static int Called(char *dest, const char *src, const Given *given)
+{
+    return strcpy_error(dest, given->destMax, src);
+}
