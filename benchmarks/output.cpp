@@ -90,6 +90,7 @@ void AddOutputCases()
     AddFormat("setup command", "%s%s%s/%s\"", "{}{}{}/{}\"", "open \"", "/Volumes/", "Orvanta",
               "ThirdPartySetup.dmg");
     AddFormat("plain message", "DiskMountApproval exit success", "DiskMountApproval exit success");
+    AddFormat("literal text", "no conversions here", "no conversions here");
     Case &floating = AddFormat("float", "%f", "{:f}", 3.14159265358979);
     AddCandidate(floating, "checks, vsprintf, copy", [] {
         benchmark::DoNotOptimize(

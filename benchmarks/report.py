@@ -37,6 +37,8 @@ GOALS = [
      ["format/log line"], "snprintf_s", PRINTERS),
     ("the seven daemon formats", "best run-time peer", 0.55,
      [f"format/{name}" for name in FORMATS], "snprintf_s", ["snprintf"] + PRINTERS),
+    ("text without conversions", "best run-time peer", 0.8,
+     ["format/literal text"], "snprintf_s", ["snprintf"] + PRINTERS),
     ('"%x"', "best run-time peer", 1.4,
      ["format/hexadecimal"], "snprintf_s", ["snprintf"] + PRINTERS),
     ('"%lld"', "best run-time peer", 1.4,

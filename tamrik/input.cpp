@@ -10,7 +10,6 @@
 // What surprises: wide formats read wide characters from strings alone; files hold multibyte text.
 #include "tamrik/tamrik.h"
 
-#include "tamrik/arguments.h"
 #include "tamrik/input_fields.h"
 #include "tamrik/input_numbers.h"
 #include "tamrik/input_reader.h"
@@ -491,7 +490,7 @@ static int RunScan(InputSource *source, const Char *format, va_list argList)
     scan.hasSkipped = false;
     scan.isAtEnd = false;
     scan.number.onHeap = 0;
-    CopyArguments(scan.arguments, argList);
+    va_copy(scan.arguments, argList);
 
     const Outcome outcome = ScanFormat(&scan, format);
 

@@ -1,7 +1,5 @@
 #include "benchmarks/peers/scans.h"
 
-#include "tamrik/arguments.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -180,7 +178,7 @@ inline int Run(InputSource *source, va_list arguments, Fields fields)
     const int savedErrno = errno;
     char text[kFloatText];
     Place place = {source->cur, source->cur + source->count, {}, 0, text};
-    CopyArguments(place.arguments, arguments);
+    va_copy(place.arguments, arguments);
     fields(&place);
     va_end(place.arguments);
     // Volatile, so that the wipe is not left out.
