@@ -51,16 +51,16 @@ inline bool MakeCase(const std::uint8_t *data, std::size_t size, ScanCase *made)
     return true;
 }
 
-// Where the conversion character of the specification stands whose '%' is in front of at.
-struct Specification {
+// Where the conversion character of the directive stands whose '%' is in front of at.
+struct Directive {
     std::size_t at;
     int wideLetters = 0;
     bool isSuppressed = false;
 };
 
-inline Specification FindType(const std::string &format, std::size_t at)
+inline Directive FindType(const std::string &format, std::size_t at)
 {
-    Specification spec{at};
+    Directive spec{at};
     for (; spec.at < format.size(); ++spec.at) {
         const char ch = format[spec.at];
         if (ch == 'I') {
@@ -86,7 +86,7 @@ inline std::vector<Destination> MakeDestinations(ScanCase *made)
     std::vector<Destination> all;
     for (std::size_t at = made->format.find('%'); at != std::string::npos;
          at = made->format.find('%', at)) {
-        const Specification spec = FindType(made->format, at + 1);
+        const Directive spec = FindType(made->format, at + 1);
         if (spec.at >= made->format.size())
             break;
         const char type = made->format[spec.at];

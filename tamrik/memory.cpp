@@ -58,8 +58,8 @@ static int ClearAll(void *dest, size_t destMax, int code)
     return RESULT_OK;
 }
 
-// A fill that is not small: one that is none, one for the C library, or one that is not in order. With
-// hasLimit, a destMax above the limit is not in order.
+// A fill that is not small: one that is none, one for the C library, or one that is not in order.
+// With hasLimit, a destMax above the limit is not in order.
 template <bool hasLimit>
 [[gnu::noinline]] static int FillOther(void *dest, size_t destMax, int c, size_t count)
 {

@@ -79,8 +79,8 @@ static inline void CopySmall(void *to, const void *from, size_t count)
     dest[count - 1] = last;
 }
 
-// Copies 1 or more bytes between regions that do not overlap, without a call when they are few: at most
-// small, which is at most kSmallCopy.
+// Copies 1 or more bytes between regions that do not overlap, without a call when they are few: at
+// most small, which is at most kSmallCopy.
 static inline void CopyBlock(char *dest, const char *src, size_t count, size_t small)
 {
     if (count > small)
@@ -89,8 +89,8 @@ static inline void CopyBlock(char *dest, const char *src, size_t count, size_t s
         CopySmall(dest, src, count);
 }
 
-// How far apart two addresses lie, in bytes, whichever is the higher one. Two regions of count bytes
-// each overlap when the distance of their starts is below count.
+// How far apart two addresses lie, in bytes, whichever is the higher one. Two regions of count
+// bytes each overlap when the distance of their starts is below count.
 static inline size_t Distance(const void *one, const void *other)
 {
     const uintptr_t a = reinterpret_cast<uintptr_t>(one);
@@ -98,16 +98,17 @@ static inline size_t Distance(const void *one, const void *other)
     return a > b ? a - b : b - a;
 }
 
-// Whether two regions of count bytes each, 1 to half of all addresses, overlap: Distance(one, other)
-// below count in a single comparison. Regions that run into each other across the end of the address
-// space overlap too; no memory lies there.
+// Whether two regions of count bytes each, 1 to half of all addresses, overlap: Distance(one,
+// other) below count in a single comparison. Regions that run into each other across the end of the
+// address space overlap too; no memory lies there.
 static inline bool IsNear(const void *one, const void *other, size_t count)
 {
     const uintptr_t apart = reinterpret_cast<uintptr_t>(one) - reinterpret_cast<uintptr_t>(other);
     return apart + (count - 1) < count + (count - 1);
 }
 
-// True for a destination size that no function takes. Zero wraps round and fails with the large ones.
+// True for a destination size that no function takes. Zero wraps round and fails with the large
+// ones.
 static inline bool IsBadSize(size_t destMax, size_t largest)
 {
     return destMax - 1 > largest - 1;

@@ -1,9 +1,9 @@
 // The checked string functions: copy, bounded copy, bounded append, and what the copies report when
 // their arguments are not in order.
 //
-// Measuring comes first and is bounded: no source is read past its terminator or past what can matter,
-// no destination past its size. What is measured is then moved as one block. To clear a string is to
-// write one zero byte at its start. There is no state.
+// Measuring comes first and is bounded: no source is read past its terminator or past what can
+// matter, no destination past its size. What is measured is then moved as one block. To clear a
+// string is to write one zero byte at its start. There is no state.
 #include "tamrik/tamrik.h"
 
 #include "tamrik/small.h"
@@ -113,10 +113,10 @@ static int AppendToItself(char *dest, size_t length, size_t room, size_t count)
 
 // Appends to the string of the given length, whose terminator has room bytes from there on.
 //
-// Three things stop the copy, all of them after a character that is not the terminator: the last byte
-// of the buffer is taken, the next byte to write (or to read) is the other string's first, or count
-// characters are done. The nearest one says how many characters there are at most; of those that fall
-// on the same character the first named wins.
+// Three things stop the copy, all of them after a character that is not the terminator: the last
+// byte of the buffer is taken, the next byte to write (or to read) is the other string's first, or
+// count characters are done. The nearest one says how many characters there are at most; of those
+// that fall on the same character the first named wins.
 static int Append(char *dest, size_t length, size_t room, const char *src, size_t count)
 {
     const size_t apart = Distance(dest, src);

@@ -3,8 +3,8 @@
  *
  * Every function that writes takes the size of its destination, checks all that it is given and
  * reports what it found through its result alone: nothing here logs, aborts or keeps state, and
- * indirectSprintf alone may change errno. The header serves C and C++ alike and needs nothing included
- * before it.
+ * indirectSprintf alone may change errno. The header serves C and C++ alike and needs nothing
+ * included before it.
  *
  * Result codes:
  *
@@ -49,8 +49,9 @@ extern "C" {
 /* ---- Memory ----
  *
  * dest is the caller's memory of destMax bytes, src memory of at least count bytes; both stay the
- * caller's. Sizes and counts are in bytes. The checks are made in the order in which they stand here,
- * and the first that fails decides. Nothing is ever written outside of the first destMax bytes of dest.
+ * caller's. Sizes and counts are in bytes. The checks are made in the order in which they stand
+ * here, and the first that fails decides. Nothing is ever written outside of the first destMax
+ * bytes of dest.
  */
 
 /*
@@ -64,9 +65,9 @@ extern "C" {
  *   EINVAL              dest is null
  *   ERANGE_CLEARED      count is above destMax                         all destMax bytes filled with c
  *
- * memset_sOptAsm is the same and fills up to 32 bytes without calling the C library.
- * memset_sOptTc is memset_sOptAsm without the upper limit of destMax in the first row: any size that
- * holds count is taken. A call that fails reports ERANGE for such a size all the same.
+ * memset_sOptAsm is the same and fills up to 32 bytes without calling the C library. memset_sOptTc
+ * is memset_sOptAsm without the upper limit of destMax in the first row: any size that holds count
+ * is taken. A call that fails reports ERANGE for such a size all the same.
  */
 int memset_s(void *dest, size_t destMax, int c, size_t count);
 int memset_sOptAsm(void *dest, size_t destMax, int c, size_t count);
@@ -85,10 +86,10 @@ int memset_sOptTc(void *dest, size_t destMax, int c, size_t count);
  *   OVERLAP_CLEARED     the count bytes at src and at dest overlap     all destMax bytes zero
  *   RESULT_OK           else                                           count bytes copied
  *
- * memcpy_sOptAsm is the same and copies up to 64 bytes without calling the C library.
- * memcpy_sOptTc is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise in
- * order and not empty. A call that fails, copies nothing or has dest equal to src reports ERANGE for
- * such a size all the same.
+ * memcpy_sOptAsm is the same and copies up to 64 bytes without calling the C library. memcpy_sOptTc
+ * is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise in order and
+ * not empty. A call that fails, copies nothing or has dest equal to src reports ERANGE for such a
+ * size all the same.
  */
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count);
 int memcpy_sOptAsm(void *dest, size_t destMax, const void *src, size_t count);
@@ -118,10 +119,11 @@ extern const unsigned char myStrAllFF[32];
 
 /* ---- Strings ----
  *
- * dest is the caller's buffer of destMax bytes, src a zero-terminated string; both stay the caller's.
- * Sizes and counts are in bytes. The checks are made in the order in which they stand here, and the
- * first that fails decides. "Empty" means that dest[0] became zero and nothing else was written. After
- * success the bytes behind the terminator are what they were. src is never read past its terminator.
+ * dest is the caller's buffer of destMax bytes, src a zero-terminated string; both stay the
+ * caller's. Sizes and counts are in bytes. The checks are made in the order in which they stand
+ * here, and the first that fails decides. "Empty" means that dest[0] became zero and nothing else
+ * was written. After success the bytes behind the terminator are what they were. src is never read
+ * past its terminator.
  */
 
 /*
@@ -143,8 +145,8 @@ int strcpy_s(char *dest, size_t destMax, const char *src);
 int strcpy_error(char *dest, size_t destMax, const char *src);
 
 /*
- * strncpy_s copies src, cut after count characters when it is longer, and terminates it. It reads at
- * most the smaller of count and destMax characters of src.
+ * strncpy_s copies src, cut after count characters when it is longer, and terminates it. It reads
+ * at most the smaller of count and destMax characters of src.
  *
  *   result              when                                           dest afterwards
  *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
@@ -183,9 +185,9 @@ int strncpy_error(char *dest, size_t destMax, const char *src, size_t count);
  *   RESULT_OK           src ended, or count characters were appended   both strings, terminated
  *
  * The last three are judged after each character that is not the terminator, the last of count
- * included: when one of the errors is found, dest[0] is zero and the characters appended so far stand
- * where they were put. dest equal to src is no overlap: the string is appended to itself, and as its
- * end moves away while it is copied, only count or the size ends the copy.
+ * included: when one of the errors is found, dest[0] is zero and the characters appended so far
+ * stand where they were put. dest equal to src is no overlap: the string is appended to itself, and
+ * as its end moves away while it is copied, only count or the size ends the copy.
  */
 int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
 
@@ -200,12 +202,13 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  *   size        h hh l ll j t z w L q I I32 I64, N and Z (which say nothing), any number of them
  *   conversion  d i u o x X p c C s S e E f F g G, and "%%" for a percent sign
  *
- * Digits behind a '*' continue its number. A width or precision above 21474836 takes no more digits.
- * An integer has the size that comes first among I or I64 or p, ll or L or q, l, hh, h, t, z, j; 32
- * bits without one. It is filled with zeros up to a precision of 512. A null pointer prints "(nil)"
- * and a null string "(null)". With 'l' or 'w' strings and characters are wide; 'S' and 'C' are wide
- * unless 'h' is given. Widths and precisions of strings count the units of the argument's own text.
- * An 'I' that is no size drops its specification: it and what follows are text.
+ * Digits behind a '*' continue its number. A width or precision above 21474836 takes no more
+ * digits. An integer has the size that comes first among I or I64 or p, ll or L or q, l, hh, h, t,
+ * z, j; 32 bits without one. It is filled with zeros up to a precision of 512. A null pointer
+ * prints "(nil)" and a null string "(null)". With 'l' or 'w' strings and characters are wide; 'S'
+ * and 'C' are wide unless 'h' is given. Widths and precisions of strings count the units of the
+ * argument's own text. An 'I' that is no size drops its specification: it and what follows are
+ * text.
  *
  * "%n", 'a', 'A' and every other character or order make the format invalid; nothing is ever stored
  * through an argument.
@@ -215,40 +218,40 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  * other size letters stand there. A floating conversion prints nothing, and the rest goes on, when
  * there is no memory for it, when the precision is too large to reckon a buffer from (above
  * 2147483298 for double, 2147478675 for long double) or when the platform's text is longer than
- * reckoned; its argument is taken all the same. So does a single wide character that the locale does
- * not have; in a wide string it fails the call.
+ * reckoned; its argument is taken all the same. So does a single wide character that the locale
+ * does not have; in a wide string it fails the call.
  *
  * Only floating conversions allocate: those with a width or a precision of some hundred (a long
  * double always) and those that are written with more than 15 characters; freed before the next
- * character of the format. No argument may overlap the destination. The functions of this section may
- * be called from several threads at once as far as the platform's wctomb, mbtowc and vsprintf may, which
- * they call for text of the other width and for floating conversions.
+ * character of the format. No argument may overlap the destination. The functions of this section
+ * may be called from several threads at once as far as the platform's wctomb, mbtowc and vsprintf
+ * may, which they call for text of the other width and for floating conversions.
  */
 
 /*
- * Formats into strDest, a buffer of destMax bytes, and returns how many characters were written, the
- * terminating zero not counted, or -1.
+ * Formats into strDest, a buffer of destMax bytes, and returns how many characters were written,
+ * the terminating zero not counted, or -1.
  *
  * Checked in this order: destMax in 1 to MAX_BUFFER_SIZE, strDest and format not null; count below
- * MAX_BUFFER_SIZE, or SIZE_MAX for "no limit". A failed check gives -1, with strDest[0] cleared where
- * strDest is not null and destMax is not 0, a destMax above the limit included.
+ * MAX_BUFFER_SIZE, or SIZE_MAX for "no limit". A failed check gives -1, with strDest[0] cleared
+ * where strDest is not null and destMax is not 0, a destMax above the limit included.
  *
  * With count below destMax the output is cut: what is longer than count characters gives -1 and
- * leaves the first count characters and a zero. Otherwise output that does not fit destMax bytes with
- * its zero gives -1 and an empty string, and strDest[destMax - 1] is cleared in every case. A format
- * that is invalid or ends inside a specification, or a wide string that cannot be converted, gives -1
- * and an empty string, unless the output was cut before that point. vsnprintf_s leaves the caller's
- * argList as it was.
+ * leaves the first count characters and a zero. Otherwise output that does not fit destMax bytes
+ * with its zero gives -1 and an empty string, and strDest[destMax - 1] is cleared in every case. A
+ * format that is invalid or ends inside a specification, or a wide string that cannot be converted,
+ * gives -1 and an empty string, unless the output was cut before that point. vsnprintf_s leaves the
+ * caller's argList as it was.
  */
 int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, ...);
 int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList);
 
 /*
- * Formats as much of a format as needs no arguments: all up to the first specification that takes one,
- * a '*' included. The text goes into strDest, a buffer of destMax bytes, cut at destMax - 1 characters;
- * the result, and what strDest holds afterwards, is that of snprintf_s with a count of destMax - 1.
- * *rest becomes the '%' of that specification, or the end of the format where there is none; null when
- * the result is -1. The format after *rest is not read. rest is not null.
+ * Formats as much of a format as needs no arguments: all up to the first specification that takes
+ * one, a '*' included. The text goes into strDest, a buffer of destMax bytes, cut at destMax - 1
+ * characters; the result, and what strDest holds afterwards, is that of snprintf_s with a count of
+ * destMax - 1. *rest becomes the '%' of that specification, or the end of the format where there is
+ * none; null when the result is -1. The format after *rest is not read. rest is not null.
  */
 int snprintf_text(char *strDest, size_t destMax, const char *format, const char **rest);
 
@@ -262,18 +265,18 @@ typedef struct OutputStream {
 /*
  * Formats into dest, a buffer of size bytes (above MAX_BUFFER_SIZE as of MAX_BUFFER_SIZE), and ends
  * the text with a zero. Returns the number of characters; -1 for an invalid format or a failed
- * conversion; -2 when the output did not fit, which output of exactly size characters does not. After
- * a failure dest[size - 1] is zero and what stands before it is what was written so far. A null dest
- * or a size of 0 has no room: nothing is stored, and every good format gives -2.
+ * conversion; -2 when the output did not fit, which output of exactly size characters does not.
+ * After a failure dest[size - 1] is zero and what stands before it is what was written so far. A
+ * null dest or a size of 0 has no room: nothing is stored, and every good format gives -2.
  */
 int vsnprintf_helper(char *dest, size_t size, const char *format, va_list argList);
 
 /*
- * The engine: formats to the stream, without a terminating zero, and returns the number of characters
- * or a negative number: the format is invalid, a conversion failed or the room ran out (then
- * stream->count is below 0 and all that fitted is written). stream and format are not null. What the
- * platform returns for a floating conversion counts as it is: a negative result lowers the number of
- * characters, fails the call where that falls below 0, and gives no room back.
+ * The engine: formats to the stream, without a terminating zero, and returns the number of
+ * characters or a negative number: the format is invalid, a conversion failed or the room ran out
+ * (then stream->count is below 0 and all that fitted is written). stream and format are not null.
+ * What the platform returns for a floating conversion counts as it is: a negative result lowers the
+ * number of characters, fails the call where that falls below 0, and gives no room back.
  */
 int tamrik_output_s(OutputStream *stream, const char *format, va_list argList);
 
@@ -288,9 +291,9 @@ int tamrik_woutput_s(OutputStream *stream, const wchar_t *format, va_list argLis
 int indirectSprintf(char *buffer, const char *format, ...);
 
 /*
- * The checked writers: one character, n copies of one, n bytes of a string; below 1 nothing happens.
- * Before each byte the room is lowered by one; where there was none left, *charsOut becomes -1 and the
- * writer stops, else the byte is stored and *charsOut grows by one.
+ * The checked writers: one character, n copies of one, n bytes of a string; below 1 nothing
+ * happens. Before each byte the room is lowered by one; where there was none left, *charsOut
+ * becomes -1 and the writer stops, else the byte is stored and *charsOut grows by one.
  */
 void write_char_a(char ch, OutputStream *stream, int *charsOut);
 void write_multi_char_a(char ch, int n, OutputStream *stream, int *charsOut);
@@ -301,16 +304,16 @@ int putWcharStrEndingZero(OutputStream *stream, int n);
 
 /*
  * The engines' state machine, packed. For the character ' ' + i the low nibble of byte i is its
- * class: 0 other, 1 percent, 2 dot, 3 star, 4 zero, 5 digit, 6 flag, 7 size, 8 type. The high nibble
- * of byte class * 9 + state is the next state: 0 normal, 1 percent, 2 flag, 3 width, 4 dot,
+ * class: 0 other, 1 percent, 2 dot, 3 star, 4 zero, 5 digit, 6 flag, 7 size, 8 type. The high
+ * nibble of byte class * 9 + state is the next state: 0 normal, 1 percent, 2 flag, 3 width, 4 dot,
  * 5 precision, 6 size, 7 type, 8 invalid (from which nothing follows).
  */
 extern const unsigned char tamrik__lookuptable_s[91];
 
 /* ---- Formatted input ----
  *
- * A source of input. It is the caller's: set kind and what that kind needs, and all else to zero. The
- * same source can be scanned again and again; each scan goes on where the one before ended.
+ * A source of input. It is the caller's: set kind and what that kind needs, and all else to zero.
+ * The same source can be scanned again and again; each scan goes on where the one before ended.
  *
  *   kind  what is read                             what the caller sets
  *   ----  ---------------------------------------  -------------------------------------------------
@@ -321,15 +324,16 @@ extern const unsigned char tamrik__lookuptable_s[91];
  *   0x4   standard input, by single characters     nothing
  *
  * Files and standard input stay the caller's and open. When a scan from a file ends, what was read
- * ahead is given back: the file stands just past the last character used. A UTF-8 byte-order mark at
- * the beginning of a file (position 0) is passed over; further on it is text, also where a scan begins
- * with it. A stream that has no position (a pipe, a terminal) begins where the source first reads it.
- * It is read by single characters, and the one read too far goes back by ungetc, as on standard input:
- * nothing is lost there either. The string of a source is never read past count bytes; a file or stream
- * that ends, that fails and for which no memory is left all look like the end of the input.
+ * ahead is given back: the file stands just past the last character used. A UTF-8 byte-order mark
+ * at the beginning of a file (position 0) is passed over; further on it is text, also where a scan
+ * begins with it. A stream that has no position (a pipe, a terminal) begins where the source first
+ * reads it. It is read by single characters, and the one read too far goes back by ungetc, as on
+ * standard input: nothing is lost there either. The string of a source is never read past count
+ * bytes; a file or stream that ends, that fails and for which no memory is left all look like the
+ * end of the input.
  *
- * tamrik_winput_s too reads bytes from a file, and so leaves the stream byte-oriented: a later fgetwc
- * of the caller fails.
+ * tamrik_winput_s too reads bytes from a file, and so leaves the stream byte-oriented: a later
+ * fgetwc of the caller fails.
  */
 typedef struct InputSource {
     int count;       /* bytes still to be read from cur on; 0 or less at the end of a string */
@@ -347,8 +351,8 @@ typedef struct InputSource {
 
 /*
  * tamrik_input_s reads fields from source as format says and stores them through the pointers in
- * argList, by the rules of the platform's sscanf but for what follows; tamrik_winput_s is the same with
- * a wide format. Neither changes errno or keeps state; the arguments stay the caller's.
+ * argList, by the rules of the platform's sscanf but for what follows; tamrik_winput_s is the same
+ * with a wide format. Neither changes errno or keeps state; the arguments stay the caller's.
  *
  *   result           when
  *   0 or more        the fields stored ("%*" and "%n" are none). The scan ends at the end of the
@@ -364,37 +368,39 @@ typedef struct InputSource {
  *                    (nothing is stored): above 0x7FFFFFFF, for wide text above 0x1FFFFFFF. Fields in
  *                    front of it have been stored
  *
- * Destinations. "%s", "%c" and "%[" take two arguments: the pointer and, as unsigned int, the size of
- * the destination in its own characters (char or wchar_t), the terminator included. Nothing is
- * written past it. A field that is missing, since the input has ended or its first character does not
- * belong to it, leaves the destination as it was. One that does not fit with its terminator or has no
- * form in the destination's encoding leaves an empty string (the text read of it is used up, the
- * character that did not fit is not). "%c" stores as many characters as its width says, else 1, and no
- * terminator; when the input ends before, what there is counts as the field and is terminated, for
- * which there must be room. Whether a destination is wide is decided alike in both functions: "%s",
- * "%c" and "%[" are narrow, "%S" and "%C" are wide, 'l' and 'w' make any of them wide and 'h' narrow.
+ * Destinations. "%s", "%c" and "%[" take two arguments: the pointer and, as unsigned int, the size
+ * of the destination in its own characters (char or wchar_t), the terminator included. Nothing is
+ * written past it. A field that is missing, since the input has ended or its first character does
+ * not belong to it, leaves the destination as it was. One that does not fit with its terminator or
+ * has no form in the destination's encoding leaves an empty string (the text read of it is used up,
+ * the character that did not fit is not). "%c" stores as many characters as its width says, else 1,
+ * and no terminator; when the input ends before, what there is counts as the field and is
+ * terminated, for which there must be room. Whether a destination is wide is decided alike in both
+ * functions: "%s", "%c" and "%[" are narrow, "%S" and "%C" are wide, 'l' and 'w' make any of them
+ * wide and 'h' narrow.
  *
- * Units. tamrik_input_s reads bytes, and widths and "%n" count bytes; but for wide text it reads whole
- * characters of the locale's encoding, and its width counts those. tamrik_winput_s reads and counts
- * wide characters; it finds them as they are in a string, by fgetwc on standard input, and as the
- * locale's multibyte text in a file. A literal of several bytes matches or is given back as a whole.
+ * Units. tamrik_input_s reads bytes, and widths and "%n" count bytes; but for wide text it reads
+ * whole characters of the locale's encoding, and its width counts those. tamrik_winput_s reads and
+ * counts wide characters; it finds them as they are in a string, by fgetwc on standard input, and
+ * as the locale's multibyte text in a file. A literal of several bytes matches or is given back as
+ * a whole.
  *
- * Sizes of numbers: 'h' short, "hh" char, 'l' long, or double for a float; "ll", 'j', 'q', 'L', 't',
- * 'z', "I64" and 'I' before one of d i o x X 64 bits, which for a float is double; "I32" 32 bits. 'L'
- * and 'q' make a float a long double. 'F' and 'N' are passed over, so that there is no "%F". Width, '*'
- * and size letters may stand in any order.
+ * Sizes of numbers: 'h' short, "hh" char, 'l' long, or double for a float; "ll", 'j', 'q', 'L',
+ * 't', 'z', "I64" and 'I' before one of d i o x X 64 bits, which for a float is double; "I32" 32
+ * bits. 'L' and 'q' make a float a long double. 'F' and 'N' are passed over, so that there is no
+ * "%F". Width, '*' and size letters may stand in any order.
  *
- * Numbers: "%d" and "%u" are decimal, "%i" takes its base from the digits ("0x", "0", else 10), "%o"
- * octal, "%x" and "%X" hexadecimal with or without "0x"; "%p" is "%x" for a pointer and knows "(nil)".
- * A value beyond 64 bits becomes the nearest that they hold, and what is stored is its low part. The
- * floats ("%a", "%e", "%f", "%g", or their capitals but 'F') are read as strtod reads them, long
- * doubles as strtold; a float is the double made smaller. A text that only begins like a number ("0x",
- * "1e", "infin") does not match.
+ * Numbers: "%d" and "%u" are decimal, "%i" takes its base from the digits ("0x", "0", else 10),
+ * "%o" octal, "%x" and "%X" hexadecimal with or without "0x"; "%p" is "%x" for a pointer and knows
+ * "(nil)". A value beyond 64 bits becomes the nearest that they hold, and what is stored is its low
+ * part. The floats ("%a", "%e", "%f", "%g", or their capitals but 'F') are read as strtod reads
+ * them, long doubles as strtold; a float is the double made smaller. A text that only begins like a
+ * number ("0x", "1e", "infin") does not match.
  *
- * Sets: a ']' that comes first, behind '^' if there is one, is a member. "a-z" is a range; a '-' that
- * stands first, last or before a smaller character is a member. In tamrik_input_s a set holds bytes; of
- * wide text all bytes of a character must be in it, and a byte that is not ends the field, also where
- * no character begins.
+ * Sets: a ']' that comes first, behind '^' if there is one, is a member. "a-z" is a range; a '-'
+ * that stands first, last or before a smaller character is a member. In tamrik_input_s a set holds
+ * bytes; of wide text all bytes of a character must be in it, and a byte that is not ends the
+ * field, also where no character begins.
  *
  * Where this differs from the C library's scanf:
  *
@@ -423,32 +429,34 @@ int tamrik_winput_s(InputSource *source, const wchar_t *format, va_list argList)
 int _inc(InputSource *source);
 
 /*
- * Gives back ch, the last character read, one at a time: it is what _inc returns next. EOF is ignored.
+ * Gives back ch, the last character read, one at a time: it is what _inc returns next. EOF is
+ * ignored.
  */
 void _un_inc(int ch, InputSource *source);
 
 /*
- * Reads up to the first character that is no white space in the current locale, and returns that, or
- * EOF. *counter grows by one for every character read, the returned one included.
+ * Reads up to the first character that is no white space in the current locale, and returns that,
+ * or EOF. *counter grows by one for every character read, the returned one included.
  */
 int _whiteout(int *counter, InputSource *source);
 
 /*
- * Makes room in the text buffer of a floating-point field: *buffer has *size bytes of which used are
- * taken. Returns 1 when there is room, at once if used is not *size. Else the buffer is replaced by one
- * of twice the size, the new half zero: the first time (*onHeap 0, then 1) it takes the content of
- * localBuffer; later the old one is zeroed and freed. The new one is the caller's to free. Returns 0,
- * with nothing changed, when no memory is left or a later growth would pass 0x7FFFFFFF bytes.
+ * Makes room in the text buffer of a floating-point field: *buffer has *size bytes of which used
+ * are taken. Returns 1 when there is room, at once if used is not *size. Else the buffer is
+ * replaced by one of twice the size, the new half zero: the first time (*onHeap 0, then 1) it takes
+ * the content of localBuffer; later the old one is zeroed and freed. The new one is the caller's to
+ * free. Returns 0, with nothing changed, when no memory is left or a later growth would pass
+ * 0x7FFFFFFF bytes.
  */
 int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap);
 
 /*
- * For callers of the engines: empties the destination of the first conversion after a failed scan. That
- * is done when the first '%' of the format, but for width digits and the letters 'l', 'w' and 'h', is a
- * "%s", "%c" or "%[" (with its ']'), in either case of the letter, the first two arguments are a pointer
- * that is not null and a size from 1 to 0x7FFFFFFF, and input is null or empty; with other input only
- * "%s" and "%S" are emptied. The destination gets one zero byte, or a wide zero if it is wide and the
- * size is 4 or more: the size may be meant in bytes.
+ * For callers of the engines: empties the destination of the first conversion after a failed scan.
+ * That is done when the first '%' of the format, but for width digits and the letters 'l', 'w' and
+ * 'h', is a "%s", "%c" or "%[" (with its ']'), in either case of the letter, the first two
+ * arguments are a pointer that is not null and a size from 1 to 0x7FFFFFFF, and input is null or
+ * empty; with other input only "%s" and "%S" are emptied. The destination gets one zero byte, or a
+ * wide zero if it is wide and the size is 4 or more: the size may be meant in bytes.
  */
 void clearDestBuf(const char *input, const char *format, va_list argList);
 void clearwDestBuf(const wchar_t *input, const wchar_t *format, va_list argList);

@@ -169,7 +169,7 @@ void __wrap_free(void *memory)
 
 // ---- The sub-format ----
 
-TEST_CASE("an ordinary floating specification reaches the platform as it was written")
+TEST_CASE("an ordinary floating directive reaches the platform as it was written")
 {
     for (const char *format :
          {"%f",   "%lf",    "%e",        "%E",     "%F",      "%g",      "%G",  "%5f",
@@ -203,7 +203,7 @@ TEST_CASE("a star reaches the platform with the number that is passed for it")
     CHECK(AskedBy("%.*e", 0, 1.5) == Asked{"%.*e", {0}, 1.5L});
 }
 
-TEST_CASE("a marker of an earlier specification adds its number before those of the sub-format")
+TEST_CASE("a marker of an earlier directive adds its number before those of the sub-format")
 {
     CHECK(AskedBy("%*d%.*f", 4, 1, 3, 1.5) == Asked{"%.*f", {0}, 1.5L});
     CHECK(AskedBy("%*d%.*Lf", 4, 1, 3, 1.5L) == Asked{"%.*Lf", {0}, 1.5L});
@@ -292,7 +292,7 @@ TEST_CASE("nothing is allocated but for long floating conversions")
     CHECK(allocated("%Lf", 1.5L) == Sizes{4980});
     CHECK(allocated("%.0Lf", 1.5L) == Sizes{4974});
     CHECK(allocated("%.0Lg", 1.5L) == Sizes{4975});
-    // A specification of more than 15 characters.
+    // A directive of more than 15 characters.
     CHECK(allocated("%-----------.1f", 1.5) == Sizes{});
     CHECK(allocated("%------------.1f", 1.5).size() == 1);
     CHECK(allocated("%-----------------.200f", 1.5).size() == 2);

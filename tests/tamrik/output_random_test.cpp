@@ -78,10 +78,10 @@ std::string RandomLiteral()
     return text;
 }
 
-// One specification and what it takes: `stars` integers and then a value of its kind.
+// One directive and what it takes: `stars` integers and then a value of its kind.
 enum Kind { kInteger, kLong, kDouble, kLongDouble, kText, kWideText, kPointer, kKinds };
 
-struct Specification {
+struct Directive {
     std::string text;
     int stars = 0;
     int numbers[2] = {0, 0};
@@ -109,7 +109,7 @@ std::string RandomFlags(const char *allowed)
 }
 
 // Appends a width or precision, as digits or as a star.
-void AddNumber(Specification *spec, int bound, int lowest)
+void AddNumber(Directive *spec, int bound, int lowest)
 {
     if (!OneIn(3)) {
         const int number = Below(bound);
@@ -122,11 +122,11 @@ void AddNumber(Specification *spec, int bound, int lowest)
     spec->numbers[spec->stars++] = lowest + Below(bound - lowest);
 }
 
-Specification RandomSpecification(bool *isWidthStale)
+Directive RandomDirective(bool *isWidthStale)
 {
     static const char *const kFlags[kKinds] = {"-+ 0", "-+ 0", "-+ 0#", "-+ 0#", "-", "-", "-"};
     static const char *const kSizes[] = {"ll", "l", "j", "z", "t"};
-    Specification spec;
+    Directive spec;
     spec.kind = static_cast<Kind>(OneIn(3) ? Below(kKinds) : Below(2));
     const bool isNumber = spec.kind == kInteger || spec.kind == kLong;
     const bool isFloat = spec.kind == kDouble || spec.kind == kLongDouble;
@@ -190,9 +190,9 @@ Specification RandomSpecification(bool *isWidthStale)
     return spec;
 }
 
-// Calls `next` with the arguments before it and the value that the specification takes.
+// Calls `next` with the arguments before it and the value that the directive takes.
 template <class Next, class... Before>
-void WithValue(const Specification &spec, Next next, Before... before)
+void WithValue(const Directive &spec, Next next, Before... before)
 {
     switch (spec.kind) {
     case kInteger: next(before..., static_cast<int>(spec.integer)); break;
@@ -204,7 +204,7 @@ void WithValue(const Specification &spec, Next next, Before... before)
 }
 
 template <class Next, class... Before>
-void WithArguments(const Specification &spec, Next next, Before... before)
+void WithArguments(const Directive &spec, Next next, Before... before)
 {
     switch (spec.stars) {
     case 0: WithValue(spec, next, before...); break;
@@ -306,14 +306,14 @@ TEST_CASE("random formats print what the platform prints")
     Count counter;
     for (int round = 0; round < kRounds; round++) {
         bool isWidthStale = false;
-        const Specification first = RandomSpecification(&isWidthStale);
+        const Directive first = RandomDirective(&isWidthStale);
         std::string format = RandomLiteral() + first.text + RandomLiteral();
         if (OneIn(2)) {
             WithArguments(first,
                           [&](auto... values) { Compare(&counter, format.c_str(), values...); });
             continue;
         }
-        const Specification second = RandomSpecification(&isWidthStale);
+        const Directive second = RandomDirective(&isWidthStale);
         format += second.text + RandomLiteral();
         WithArguments(first, [&](auto... values) {
             WithArguments(

@@ -617,7 +617,7 @@ TEST_CASE("a string is read no further than its precision")
     CHECK(Print("%.0s|", reinterpret_cast<const char *>(16)) == Good("|"));
 }
 
-TEST_CASE("a format is read no further than its end, inside a specification too")
+TEST_CASE("a format is read no further than its end, inside a directive too")
 {
     for (const char *text : {"%", "%5", "%l", "%h", "%I", "%I6", "%I3", "%.", "%*", "%-", "abc"}) {
         const Guarded format(WithTerminator(text));
@@ -695,7 +695,7 @@ TEST_CASE("every other conversion or order is refused, also behind good text")
     }
 }
 
-TEST_CASE("a format that ends inside a specification is refused")
+TEST_CASE("a format that ends inside a directive is refused")
 {
     for (const char *format : {"%", "abc%", "%5", "%-", "%0", "%.", "%.5", "%*", "%.*", "%l", "%hh",
                                "%ll", "%I64", "%d%", "%%%"}) {
@@ -759,7 +759,7 @@ TEST_CASE("a negative width from the arguments does not left-justify a floating 
     CHECK(Print("%*.1Lf|", -10, 1.0L) == Good("       1.0|"));
 }
 
-TEST_CASE("a star in an earlier specification changes a later floating conversion")
+TEST_CASE("a star in an earlier directive changes a later floating conversion")
 {
     // The stale width, 0, stands where the platform looks for the precision.
     CHECK(Print("%*d|%.*f", 3, 1, 2, 1.5) == Good("  1|2"));
@@ -876,7 +876,7 @@ TEST_CASE("a format is formatted up to the first conversion that needs an argume
     }
 }
 
-TEST_CASE("without arguments an invalid specification empties the string as it does with them")
+TEST_CASE("without arguments an invalid directive empties the string as it does with them")
 {
     for (const char *const format :
          {"a%y", "a%n", "a%", "a%5", "a%.", "a%ll", "%%%", "a%5%", "a%.5.d", "a%5*d", "a%l5d",
