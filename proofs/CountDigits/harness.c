@@ -3,7 +3,7 @@
 // Assumes: nothing.
 // Shows:   the value has that many digits and no more; 0 has none.
 //
-// takes: tamrik/output_writing.h kOctal kHexadecimal CountDecimal CountDigits
+// takes: tamrik/output_conversions.cpp kOctal kHexadecimal CountDecimal CountDigits
 // proves: Decimal: every value of 64 bits
 // proves: OctalAndHexadecimal: every value of 64 bits
 // with: --unwind 23

@@ -4,7 +4,7 @@
 // Shows:   false just above kNumberLimit, with the number as it was; else the number with the digit behind it,
 //          or, if it was negative, as it was. No arithmetic overflows.
 //
-// takes: tamrik/output.cpp kNumberLimit TakeDigit
+// takes: tamrik/output_machine.cpp kNumberLimit TakeDigit
 // proves: AnyNumber: every number of 32 bits
 #include "arena.h"
 #include "product.h"

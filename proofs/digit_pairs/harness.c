@@ -3,7 +3,7 @@
 // Assumes: a value below 100, or below 10000, and room for its digits.
 // Shows:   the digits, leading zeros among them, and where they end.
 //
-// takes: tamrik/output_writing.h kDigitPairs PutTwoDigits PutFourDigits
+// takes: tamrik/output_digits.h kDigitPairs PutTwoDigits PutFourDigits
 // proves: Two: every value below 100
 // proves: Four: every value below 10000
 #include "arena.h"

@@ -4,8 +4,8 @@
 // Shows:   for every character and state the step through the packed bytes ends in the state that the printed
 //          table has for the character's class; no step leaves the table.
 //
-// takes: tamrik/output.cpp State kClasses kStates kReadStates kFirstChar kTableSize
-// takes: tamrik/output.cpp kClassMembers NextStateAsPrinted NextState<char> PackedByte
+// takes: tamrik/output_states.cpp State kClasses kStates kReadStates kFirstChar kTableSize
+// takes: tamrik/output_states.cpp kClassMembers NextStateAsPrinted NextState<char> PackedByte
 // proves: EachStep: all 256 characters, all states
 // with: --unwind 93
 #include "tamrik/tamrik.h"
