@@ -9,6 +9,7 @@
 #include "Disks.h"
 
 #include "Mounting.h"
+#include "Suspects.h"
 #include "Unmounting.h"
 #include "Watching.h"
 
@@ -21,10 +22,6 @@
 
 // After a look that failed, and where the kernel has no watch to give, this is when to look again.
 static constexpr int64_t kRetryMs = 1000;
-
-// A name of the form that udev gives to links it is about to rename, and that stands as long as
-// this, is a true one. udev's live under 10 ms.
-static constexpr int64_t kTemporaryMs = 1000;
 
 // One entry of the folder.
 struct Link {
@@ -41,23 +38,13 @@ struct Look {
     size_t count;
 };
 
-// A name that looks like one of udev's before the rename.
-struct Suspect {
-    char name[kLabelMax + 1];
-    int64_t since;  // MonotonicTime of the first look that found it
-    bool wasThere;  // when watching began
-    bool seen;      // the look under way has found it
-    Suspect *next;
-};
-
 static void WatchIsReady(LoopSource *source);
 
 static bool g_watching = false;
 static bool g_begun = false;         // the disks that were there at the beginning are known
 static bool g_cleaned = false;       // what an earlier process left was taken care of
 static __DADisk *g_disks = nullptr;  // the known disks, each with one reference; newest last
-static Suspect *g_suspects = nullptr;
-static uint64_t g_arrivals = 0;  // the number of the latest arrival
+static uint64_t g_arrivals = 0;      // the number of the latest arrival
 static LoopSource g_source = {-1, false, 0, WatchIsReady, nullptr, false, nullptr};
 
 // ---- Disk objects ----
@@ -102,8 +89,6 @@ static bool IsKnown(const Identity &identity)
     return FindDisk(identity) != nullptr;
 }
 
-// ---- Names that udev is about to change ----
-
 static void LookAgainIn(int64_t milliseconds)
 {
     const int64_t at = MonotonicTime() + milliseconds;
@@ -111,60 +96,13 @@ static void LookAgainIn(int64_t milliseconds)
         g_source.deadline = at;
 }
 
-static Suspect *FindSuspect(const char *name)
-{
-    for (Suspect *suspect = g_suspects; suspect != nullptr; suspect = suspect->next) {
-        if (strcmp(suspect->name, name) == 0)
-            return suspect;
-    }
-    return nullptr;
-}
-
 // True if the name is to be left alone in this look: it may be gone at the next one.
 static bool MayBeTemporary(const char *name)
 {
-    if (!IsTemporaryName(name))
-        return false;
-    Suspect *suspect = FindSuspect(name);
-    if (suspect == nullptr) {
-        suspect = static_cast<Suspect *>(calloc(1, sizeof *suspect));
-        if (suspect == nullptr) {
-            LookAgainIn(kRetryMs);
-            return true;
-        }
-        snprintf(suspect->name, sizeof suspect->name, "%s", name);
-        suspect->since = MonotonicTime();
-        suspect->wasThere = !g_begun;
-        suspect->next = g_suspects;
-        g_suspects = suspect;
-    }
-    suspect->seen = true;
-    const int64_t left = suspect->since + kTemporaryMs - MonotonicTime();
+    const int64_t left = SuspicionLeft(name, !g_begun);
     if (left > 0)
         LookAgainIn(left);
     return left > 0;
-}
-
-static bool WasThere(const char *name)
-{
-    const Suspect *suspect = FindSuspect(name);
-    return suspect != nullptr && suspect->wasThere;
-}
-
-// Forgets the suspects that were not seen, or all.
-static void ForgetSuspects(bool all)
-{
-    Suspect **at = &g_suspects;
-    while (*at != nullptr) {
-        Suspect *suspect = *at;
-        if (!all && suspect->seen) {
-            suspect->seen = false;
-            at = &suspect->next;
-            continue;
-        }
-        *at = suspect->next;
-        free(suspect);
-    }
 }
 
 // ---- A look into the folder ----
@@ -341,7 +279,7 @@ static bool AddNewDisks(const Look &look)
         __DADisk *disk = NewDisk(link);
         if (disk == nullptr)
             return false;
-        disk->offered = !g_begun || WasThere(link->name);
+        disk->offered = !g_begun || WasSuspectThere(link->name);
         disk->arrival = disk->offered ? 0 : ++g_arrivals;
         *end = disk;
         end = &disk->next;
