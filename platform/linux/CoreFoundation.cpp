@@ -39,6 +39,13 @@ void Complain(const char *function, const char *format, ...)
     dprintf(STDERR_FILENO, "%s\n", line);
 }
 
+// The framework ends a process that passes null where an object has to be; so does this layer.
+[[noreturn]] static void HaltAtNull(const char *function)
+{
+    Complain(function, "called with null");
+    abort();
+}
+
 // The references are no part of what const protects.
 static Object *ObjectOf(CFTypeRef cf)
 {
@@ -48,7 +55,9 @@ static Object *ObjectOf(CFTypeRef cf)
 CFTypeRef CFRetain(CFTypeRef cf)
 {
     Object *object = ObjectOf(cf);
-    if (object != nullptr && object->references != kImmortal)
+    if (object == nullptr)
+        HaltAtNull("CFRetain");
+    if (object->references != kImmortal)
         object->references++;
     return cf;
 }
@@ -56,7 +65,9 @@ CFTypeRef CFRetain(CFTypeRef cf)
 void CFRelease(CFTypeRef cf)
 {
     Object *object = ObjectOf(cf);
-    if (object == nullptr || object->references == kImmortal)
+    if (object == nullptr)
+        HaltAtNull("CFRelease");
+    if (object->references == kImmortal)
         return;
     if (--object->references > 0)
         return;
@@ -67,7 +78,7 @@ CFIndex CFGetRetainCount(CFTypeRef cf)
 {
     const Object *object = ObjectOf(cf);
     if (object == nullptr)
-        return 0;
+        HaltAtNull("CFGetRetainCount");
     return object->references == kImmortal ? LONG_MAX : object->references;
 }
 
@@ -75,9 +86,11 @@ Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2)
 {
     const Object *left = ObjectOf(cf1);
     const Object *right = ObjectOf(cf2);
+    if (left == nullptr || right == nullptr)
+        HaltAtNull("CFEqual");
     if (left == right)
         return true;
-    if (left == nullptr || right == nullptr || left->type != right->type)
+    if (left->type != right->type)
         return false;
     return left->type->equal != nullptr && left->type->equal(left, right);
 }
@@ -215,33 +228,18 @@ CFStringRef __CFStringMakeConstantString(const char *cStr)
     return string;
 }
 
-static bool GetUtf8(const __CFString *string, char *buffer, size_t size)
+// Writes one character, UTF-8 of `length` bytes, in the encoding; how many bytes, 0 if the encoding
+// does not have it.
+static size_t Encode(const char *character, size_t length, uint32_t codePoint,
+                     CFStringEncoding encoding, char out[kUtf8Max])
 {
-    if (string->length >= size)
-        return false;
-    memcpy(buffer, string->text, string->length + 1);
-    return true;
-}
-
-// Two passes, so that a failure has written nothing.
-static bool GetMacRoman(const __CFString *string, char *buffer, size_t size)
-{
-    const char *const end = string->text + string->length;
-    uint32_t codePoint = 0;
-    size_t length = 0;
-    for (const char *at = string->text; at < end; length++) {
-        at += Utf8Character(at, static_cast<size_t>(end - at), &codePoint);
-        if (MacRomanByte(codePoint) < 0)
-            return false;
+    if (encoding == kCFStringEncodingUTF8) {
+        memcpy(out, character, length);
+        return length;
     }
-    if (length >= size)
-        return false;
-    for (const char *at = string->text; at < end;) {
-        at += Utf8Character(at, static_cast<size_t>(end - at), &codePoint);
-        *buffer++ = static_cast<char>(MacRomanByte(codePoint));
-    }
-    *buffer = '\0';
-    return true;
+    const int byte = encoding == kCFStringEncodingMacRoman ? MacRomanByte(codePoint) : -1;
+    out[0] = static_cast<char>(byte);
+    return byte < 0 ? 0 : 1;
 }
 
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
@@ -249,15 +247,25 @@ Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSi
 {
     if (buffer == nullptr || bufferSize <= 0)
         return false;
-    const size_t size = static_cast<size_t>(bufferSize);
-    if (theString != nullptr) {
-        if (encoding == kCFStringEncodingUTF8 && GetUtf8(theString, buffer, size))
-            return true;
-        if (encoding == kCFStringEncodingMacRoman && GetMacRoman(theString, buffer, size))
-            return true;
+    size_t room = static_cast<size_t>(bufferSize) - 1;
+    const char *at = theString == nullptr ? "" : theString->text;
+    bool complete = theString != nullptr &&
+                    (encoding == kCFStringEncodingUTF8 || encoding == kCFStringEncodingMacRoman);
+    while (complete && *at != '\0') {
+        uint32_t codePoint = 0;
+        char encoded[kUtf8Max];
+        const size_t length = Utf8Character(at, strlen(at), &codePoint);
+        const size_t made = Encode(at, length, codePoint, encoding, encoded);
+        complete = made > 0 && made <= room;
+        if (!complete)
+            break;
+        memcpy(buffer, encoded, made);
+        buffer += made;
+        room -= made;
+        at += length;
     }
-    buffer[0] = '\0';
-    return false;
+    *buffer = '\0';
+    return complete;
 }
 
 // ---- Dictionaries ----
@@ -326,19 +334,22 @@ static Entry *FindEntry(const __CFDictionary *dictionary, const void *key)
     return nullptr;
 }
 
-// Two dictionaries are equal when each entry of one has its like in the other.
+bool HasEntriesOf(CFDictionaryRef dictionary, CFDictionaryRef match)
+{
+    for (size_t i = 0; match != nullptr && i < match->count; i++) {
+        const Entry *found = FindEntry(dictionary, match->entries[i].key);
+        if (found == nullptr ||
+            !AreEqual(match->values.equal, match->entries[i].value, found->value))
+            return false;
+    }
+    return true;
+}
+
 static bool DictionariesAreEqual(const Object *left, const Object *right)
 {
     const __CFDictionary *one = reinterpret_cast<const __CFDictionary *>(left);
     const __CFDictionary *other = reinterpret_cast<const __CFDictionary *>(right);
-    if (one->count != other->count)
-        return false;
-    for (size_t i = 0; i < one->count; i++) {
-        const Entry *found = FindEntry(other, one->entries[i].key);
-        if (found == nullptr || !AreEqual(one->values.equal, one->entries[i].value, found->value))
-            return false;
-    }
-    return true;
+    return one->count == other->count && HasEntriesOf(other, one);
 }
 
 static CFHashCode DictionaryHash(const Object *object)
@@ -371,9 +382,11 @@ static bool SetEntry(__CFDictionary *dictionary, const void *key, const void *va
 {
     Entry *found = FindEntry(dictionary, key);
     if (found != nullptr) {
-        const void *previous = found->value;
+        const Entry previous = *found;
+        found->key = Retained(dictionary->keys.retain, key);
         found->value = Retained(dictionary->values.retain, value);
-        GiveBack(dictionary->values.release, previous);
+        GiveBack(dictionary->keys.release, previous.key);
+        GiveBack(dictionary->values.release, previous.value);
         return true;
     }
     Entry *entries = static_cast<Entry *>(
@@ -390,7 +403,7 @@ static bool SetEntry(__CFDictionary *dictionary, const void *key, const void *va
 CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef theDict)
 {
     if (theDict == nullptr)
-        return nullptr;
+        HaltAtNull("CFDictionaryCreateCopy");
     __CFDictionary *copy =
         CFDictionaryCreateMutable(allocator, 0, &theDict->keys, &theDict->values);
     if (copy == nullptr)
@@ -406,17 +419,22 @@ CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef
 
 void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void *key, const void *value)
 {
-    if (theDict != nullptr)
-        SetEntry(theDict, key, value);
+    if (theDict == nullptr)
+        HaltAtNull("CFDictionarySetValue");
+    SetEntry(theDict, key, value);
 }
 
 const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key)
 {
-    const Entry *found = theDict == nullptr ? nullptr : FindEntry(theDict, key);
+    if (theDict == nullptr)
+        HaltAtNull("CFDictionaryGetValue");
+    const Entry *found = FindEntry(theDict, key);
     return found == nullptr ? nullptr : found->value;
 }
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef theDict)
 {
-    return theDict == nullptr ? 0 : static_cast<CFIndex>(theDict->count);
+    if (theDict == nullptr)
+        HaltAtNull("CFDictionaryGetCount");
+    return static_cast<CFIndex>(theDict->count);
 }

@@ -1,8 +1,9 @@
 // DiskArbitration.cpp - sessions, their peek callbacks, and the offering of disks to them.
 //
-// The disks themselves are followed in Disks.cpp, mounts in Mounting.cpp. One source of the run loop
-// does one thing at a time: it delivers a completion or offers a disk; so between two calls of the
-// daemon's functions the newest state of things has been looked at.
+// The disks themselves are followed in Disks.cpp, mounts in Mounting.cpp. Arrivals and completions are
+// told in the order in which they happened. One source of the run loop tells one of them at a time, so
+// that between two calls of the daemon's functions the newest state of things has been looked at. Where
+// the layer stands for the whole service it tells all that waits at once, as a session fetches it.
 
 #include <DiskArbitration/DiskArbitration.h>
 
@@ -14,19 +15,23 @@
 #include <string.h>
 #include <unistd.h>
 
-// Where this file is, the layer mounts disks by itself.
-static constexpr char kAutomountFile[] = "/run/kestrun/automount";
+// Milliseconds for which the service waits for the answer to a peek.
+static constexpr int64_t kPeekLimitMs = 10000;
 
 static constexpr char kVolumeNameText[] = "DAVolumeName";
 static constexpr __CFString kVolumeName = {
     {&kStringType, kImmortal}, sizeof kVolumeNameText - 1, kVolumeNameText};
+static constexpr char kMediaNameText[] = "DAMediaBSDName";
+static constexpr __CFString kMediaName = {
+    {&kStringType, kImmortal}, sizeof kMediaNameText - 1, kMediaNameText};
 
 const CFStringRef kDADiskDescriptionVolumeNameKey = &kVolumeName;
+const CFStringRef kDADiskDescriptionMediaBSDNameKey = &kMediaName;
 
 struct __DASession {  // NOLINT(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
     Object object;
     bool scheduled;
-    uint64_t since;  // the latest arrival when it was scheduled
+    uint64_t since;  // the latest event when it was scheduled
     __DASession *next;
 };
 
@@ -35,7 +40,7 @@ struct PeekCallback {
     CFDictionaryRef match;  // one reference; null matches every disk
     CFIndex order;
     uint64_t number;  // among the registrations
-    uint64_t since;   // the latest arrival when it was registered
+    uint64_t since;   // the latest event when it was registered
     DADiskPeekCallback callback;
     void *context;
     PeekCallback *next;
@@ -47,6 +52,7 @@ static __DASession *g_scheduled = nullptr;   // the scheduled sessions, each wit
 static PeekCallback *g_callbacks = nullptr;  // sorted by order, then by number
 static uint64_t g_registrations = 0;         // the number of the latest registration
 static bool g_workAdded = false;             // g_work is on the run loop
+static int64_t g_silentSince = 0;            // see IsLost; 0 for never
 static LoopSource g_work = {-1, false, 0, DoWork, nullptr, false, nullptr};
 
 // ---- Sessions ----
@@ -78,7 +84,7 @@ DASessionRef DASessionCreate(CFAllocatorRef /*allocator*/)
 // True if the arguments of a call to schedule or unschedule name the one loop and its one mode.
 static bool IsOnLoop(DASessionRef session, CFRunLoopRef runLoop, CFStringRef runLoopMode)
 {
-    return session != nullptr && runLoop == CFRunLoopGetCurrent() &&
+    return session != nullptr && runLoop == CFRunLoopGetCurrent() && runLoopMode != nullptr &&
            CFEqual(runLoopMode, kCFRunLoopDefaultMode);
 }
 
@@ -92,7 +98,7 @@ void DASessionScheduleWithRunLoop(DASessionRef session, CFRunLoopRef runLoop,
     else if (!StartWatchingDisks())
         return;
     session->scheduled = true;
-    session->since = LatestArrival();
+    session->since = LatestEvent();
     session->next = g_scheduled;
     g_scheduled = session;
     CFRetain(session);
@@ -118,7 +124,8 @@ void DARegisterDiskPeekCallback(DASessionRef session, CFDictionaryRef match, CFI
 {
     if (session == nullptr || callback == nullptr)
         return;
-    CFDictionaryRef copy = CFDictionaryCreateCopy(kCFAllocatorDefault, match);
+    CFDictionaryRef copy =
+        match == nullptr ? nullptr : CFDictionaryCreateCopy(kCFAllocatorDefault, match);
     PeekCallback *peek = static_cast<PeekCallback *>(malloc(sizeof *peek));
     if (peek == nullptr || (copy == nullptr && match != nullptr)) {
         Release(copy);
@@ -129,7 +136,7 @@ void DARegisterDiskPeekCallback(DASessionRef session, CFDictionaryRef match, CFI
     PeekCallback **at = &g_callbacks;
     while (*at != nullptr && (*at)->order <= order)
         at = &(*at)->next;
-    *peek = {session, copy, order, ++g_registrations, LatestArrival(), callback, context, *at};
+    *peek = {session, copy, order, ++g_registrations, LatestEvent(), callback, context, *at};
     *at = peek;
 }
 
@@ -139,13 +146,7 @@ CFDictionaryRef DADiskCopyDescription(DADiskRef disk)
 {
     if (disk == nullptr)
         return nullptr;
-    CFMutableDictionaryRef description = CFDictionaryCreateMutable(
-        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-    CFStringRef label = CreateString(disk->label);
-    if (label != nullptr)
-        CFDictionarySetValue(description, kDADiskDescriptionVolumeNameKey, label);
-    Release(label);
-    return description;
+    return static_cast<CFDictionaryRef>(CFRetain(disk->description));
 }
 
 DADiskOptions DADiskGetOptions(DADiskRef disk)
@@ -166,23 +167,13 @@ void DADiskMountWithArguments(DADiskRef disk, CFURLRef path, DADiskMountOptions 
 {
     if (disk == nullptr)
         return;
-    const bool supported = path == nullptr && options == kDADiskMountOptionDefault;
-    RequestMount(disk, callback, context, arguments,
-                 supported ? kDAReturnSuccess : kDAReturnUnsupported);
+    if (path == nullptr && options == kDADiskMountOptionDefault)
+        RequestMount(disk, callback, context, arguments);
+    else
+        CompleteMount(disk, callback, context, kDAReturnUnsupported);
 }
 
 // ---- Work ----
-
-// A disk is described by its label alone, so any other entry matches none.
-static bool Matches(const PeekCallback &peek, const __DADisk *disk)
-{
-    const CFIndex entries = peek.match == nullptr ? 0 : CFDictionaryGetCount(peek.match);
-    if (entries == 0)
-        return true;
-    const char *label =
-        TextOfObject(CFDictionaryGetValue(peek.match, kDADiskDescriptionVolumeNameKey));
-    return entries == 1 && label != nullptr && strcmp(label, disk->label) == 0;
-}
 
 // The first callback behind the registration `order`, `number` that the disk is to be offered to;
 // null if there is none. A callback may have added or removed others.
@@ -193,17 +184,25 @@ static const PeekCallback *NextPeek(const __DADisk *disk, bool first, CFIndex or
         const bool behind =
             first || peek->order > order || (peek->order == order && peek->number > number);
         if (behind && peek->session->scheduled && peek->session->since < disk->arrival &&
-            peek->since < disk->arrival && Matches(*peek, disk))
+            peek->since < disk->arrival && HasEntriesOf(disk->description, peek->match))
             return peek;
     }
     return nullptr;
 }
 
-// The mount requests that the callbacks make come first, the layer's own behind them.
-static void OfferDisk(DADiskRef disk)
+// True for a disk that the service does not offer any more: nobody answered for it in time, or it came
+// while a session did not respond. That begins when the time of the first disk that waits is over, and
+// ends when the session fetches what waits for it.
+static bool IsLost(const __DADisk *disk)
 {
-    disk->offered = true;
-    CFRetain(disk);
+    if (!StandsForService())
+        return false;
+    return disk->arrivedAt + kPeekLimitMs <= MonotonicTime() ||
+           (g_silentSince != 0 && disk->arrivedAt >= g_silentSince);
+}
+
+static void CallPeeks(DADiskRef disk)
+{
     const PeekCallback *peek = NextPeek(disk, true, 0, 0);
     while (peek != nullptr) {
         const CFIndex order = peek->order;
@@ -211,8 +210,22 @@ static void OfferDisk(DADiskRef disk)
         peek->callback(disk, peek->context);
         peek = NextPeek(disk, false, order, number);
     }
-    if ((disk->options & kDADiskOptionMountAutomatic) != 0 && access(kAutomountFile, F_OK) == 0)
-        RequestMount(disk, nullptr, nullptr, nullptr, kDAReturnSuccess);
+}
+
+// The mount requests that the callbacks make come first, the automatic one behind them; but it comes
+// before them when the callbacks have taken too long.
+static void OfferDisk(DADiskRef disk)
+{
+    disk->offered = true;
+    CFRetain(disk);
+    const int64_t begin = MonotonicTime();
+    if (IsLost(disk))
+        Complain("DARegisterDiskPeekCallback", "not responding: nobody answered for %s within %d s",
+                 disk->node, static_cast<int>(kPeekLimitMs / 1000));
+    else
+        CallPeeks(disk);
+    if (StandsForService())
+        RequestAutomaticMount(disk, MonotonicTime() - begin >= kPeekLimitMs);
     Release(disk);
 }
 
@@ -223,15 +236,41 @@ void SignalWork()
     g_work.signalled = true;
 }
 
+// Tells the first of what has happened, up to the number `last`. False if there is nothing.
+static bool TellNext(uint64_t last)
+{
+    const DADiskRef disk = NextArrival();
+    const uint64_t completion = FirstCompletion();
+    if (disk != nullptr && disk->arrival <= last &&
+        (completion == 0 || disk->arrival < completion)) {
+        OfferDisk(disk);
+        return true;
+    }
+    if (completion == 0 || completion > last)
+        return false;
+    DeliverCompletion();
+    return true;
+}
+
+static void TellAll()
+{
+    int64_t first = 0;
+    const bool late = FirstArrivalTime(&first) && first + kPeekLimitMs <= MonotonicTime();
+    g_silentSince = late ? first + kPeekLimitMs : 0;
+    const uint64_t last = LatestEvent();
+    while (TellNext(last)) {
+    }
+    LookForDisks();
+}
+
 static void DoWork(LoopSource *source)
 {
-    if (!DeliverCompletion()) {
-        DADiskRef disk = NextArrival();
-        if (disk != nullptr)
-            OfferDisk(disk);
-    }
+    if (StandsForService())
+        TellAll();
+    else
+        TellNext(LatestEvent());
     ProceedWithMounts();
-    if (IsCompletionDue() || NextArrival() != nullptr)
+    if (FirstCompletion() != 0 || NextArrival() != nullptr)
         SignalWork();
     if (source->signalled)
         return;

@@ -8,35 +8,22 @@
 
 #include "Disks.h"
 
+#include "Encodings.h"
+#include "Looking.h"
 #include "Mounting.h"
 #include "Suspects.h"
 #include "Unmounting.h"
 #include "Watching.h"
 
-#include <dirent.h>
-#include <errno.h>
-#include <limits.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
+
+// Where this file is, the layer stands for the whole service.
+static constexpr char kAutomountFile[] = "/run/kestrun/automount";
 
 // After a look that failed, and where the kernel has no watch to give, this is when to look again.
 static constexpr int64_t kRetryMs = 1000;
-
-// One entry of the folder.
-struct Link {
-    char name[kLabelMax + 1];
-    char label[kLabelMax + 1];
-    bool leads;  // to a disk, of this identity and at this path
-    Identity identity;
-    char *node;
-};
-
-// What one look into the folder has found.
-struct Look {
-    Link *links;
-    size_t count;
-};
 
 static void WatchIsReady(LoopSource *source);
 
@@ -44,7 +31,8 @@ static bool g_watching = false;
 static bool g_begun = false;         // the disks that were there at the beginning are known
 static bool g_cleaned = false;       // what an earlier process left was taken care of
 static __DADisk *g_disks = nullptr;  // the known disks, each with one reference; newest last
-static uint64_t g_arrivals = 0;      // the number of the latest arrival
+static uint64_t g_events = 0;        // the number of the latest arrival or completion
+static int64_t g_lastLook = 0;       // MonotonicTime
 static LoopSource g_source = {-1, false, 0, WatchIsReady, nullptr, false, nullptr};
 
 // ---- Disk objects ----
@@ -52,11 +40,38 @@ static LoopSource g_source = {-1, false, 0, WatchIsReady, nullptr, false, nullpt
 static void DestroyDisk(Object *object)
 {
     __DADisk *disk = reinterpret_cast<__DADisk *>(object);
+    Release(disk->description);
     free(disk->node);
     free(disk);
 }
 
 static constexpr ObjectType kDiskType = {DestroyDisk, nullptr, nullptr};
+
+// Adds the entry, unless the text is no UTF-8. False when memory runs out.
+static bool Describe(CFMutableDictionaryRef description, CFStringRef key, const char *text)
+{
+    if (!IsUtf8(text, strlen(text)))
+        return true;
+    CFStringRef value = CreateString(text);
+    if (value == nullptr)
+        return false;
+    CFDictionarySetValue(description, key, value);
+    Release(value);
+    return CFDictionaryGetValue(description, key) != nullptr;
+}
+
+// What is known of a disk at that node, an absolute path; null when memory runs out.
+static CFDictionaryRef NewDescription(const char *label, const char *node)
+{
+    CFMutableDictionaryRef description = CFDictionaryCreateMutable(
+        kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    const char *name = strrchr(node, '/') + 1;
+    if (description != nullptr && Describe(description, kDADiskDescriptionVolumeNameKey, label) &&
+        Describe(description, kDADiskDescriptionMediaBSDNameKey, name))
+        return description;
+    Release(description);
+    return nullptr;
+}
 
 // Takes the node of the link over.
 static __DADisk *NewDisk(Link *link)
@@ -64,21 +79,25 @@ static __DADisk *NewDisk(Link *link)
     __DADisk *disk = static_cast<__DADisk *>(NewObject(&kDiskType, sizeof(__DADisk)));
     if (disk == nullptr)
         return nullptr;
+    disk->nodeWatch = -1;
+    disk->description = NewDescription(link->label, link->node);
+    if (disk->description == nullptr) {
+        Release(disk);
+        return nullptr;
+    }
     disk->identity = link->identity;
     memcpy(disk->link, link->name, sizeof disk->link);
     memcpy(disk->label, link->label, sizeof disk->label);
     disk->node = link->node;
     link->node = nullptr;
     disk->options = kDADiskOptionMountAutomatic;
-    disk->seen = true;
-    disk->nodeWatch = -1;
     return disk;
 }
 
 static __DADisk *FindDisk(const Identity &identity)
 {
     for (__DADisk *disk = g_disks; disk != nullptr; disk = disk->next) {
-        if (SameIdentity(disk->identity, identity))
+        if (!disk->gone && SameIdentity(disk->identity, identity))
             return disk;
     }
     return nullptr;
@@ -96,32 +115,13 @@ static void LookAgainIn(int64_t milliseconds)
         g_source.deadline = at;
 }
 
-// True if the name is to be left alone in this look: it may be gone at the next one.
-static bool MayBeTemporary(const char *name)
-{
-    const int64_t left = SuspicionLeft(name, !g_begun);
-    if (left > 0)
-        LookAgainIn(left);
-    return left > 0;
-}
-
-// ---- A look into the folder ----
-
-static void FreeLook(Look *look)
-{
-    for (size_t i = 0; i < look->count; i++)
-        free(look->links[i].node);
-    free(look->links);
-    *look = {nullptr, 0};
-}
-
 // The loop device that a mount of an image made comes with the image's own label: it is the image
 // that it shows. While the image is being unmounted the device is on its way out.
 static void SeeThroughLoopDevice(Link *link)
 {
     Identity file;
-    if (link->identity.kind != DiskKind::Block || !IsLoopDevice(link->identity.device) ||
-        !ReadLoopFile(link->node, &file))
+    if (!link->leads || link->identity.kind != DiskKind::Block ||
+        !IsLoopDevice(link->identity.device) || !ReadLoopFile(link->node, &file))
         return;
     const __DADisk *image = FindDisk(file);
     if (!IsInUse(file) && (image == nullptr || image->place[0] == '\0'))
@@ -130,88 +130,7 @@ static void SeeThroughLoopDevice(Link *link)
     link->leads = image != nullptr;
 }
 
-// Finds out where the link leads. False when memory runs out.
-static bool FollowLink(Link *link)
-{
-    char path[sizeof LABELS_FOLDER "/" + kLabelMax];
-    snprintf(path, sizeof path, LABELS_FOLDER "/%s", link->name);
-    link->node = realpath(path, nullptr);
-    if (link->node == nullptr)
-        return errno != ENOMEM;
-    link->leads = ReadIdentity(link->node, &link->identity);
-    if (link->leads)
-        SeeThroughLoopDevice(link);
-    return true;
-}
-
-// Adds the entry to the look if its name is that of a label. False when memory runs out.
-static bool AddLink(Look *look, const char *name)
-{
-    char label[kLabelMax + 1];
-    if (MayBeTemporary(name) || !DecodeLabel(name, label, sizeof label))
-        return true;
-    Link *links = static_cast<Link *>(reallocarray(look->links, look->count + 1, sizeof(Link)));
-    if (links == nullptr)
-        return false;
-    look->links = links;
-    Link *link = &links[look->count++];
-    *link = {};
-    snprintf(link->name, sizeof link->name, "%s", name);
-    memcpy(link->label, label, sizeof link->label);
-    return FollowLink(link);
-}
-
-static int CompareLinks(const void *left, const void *right)
-{
-    return strcmp(static_cast<const Link *>(left)->name, static_cast<const Link *>(right)->name);
-}
-
-// Lists the folder, sorted by name; no folder is an empty one. False on a failure, with nothing to
-// be freed.
-static bool ListFolder(Look *look)
-{
-    *look = {nullptr, 0};
-    DIR *folder = opendir(LABELS_FOLDER);
-    if (folder == nullptr)
-        return errno == ENOENT || errno == ENOTDIR;
-    bool complete = true;
-    errno = 0;
-    for (const dirent *entry = readdir(folder); entry != nullptr; entry = readdir(folder)) {
-        complete = AddLink(look, entry->d_name);
-        if (!complete)
-            break;
-        errno = 0;
-    }
-    complete = complete && errno == 0;
-    closedir(folder);
-    if (!complete) {
-        FreeLook(look);
-        return false;
-    }
-    if (look->count > 0)
-        qsort(look->links, look->count, sizeof(Link), CompareLinks);
-    return true;
-}
-
 // ---- What the look says about the known disks ----
-
-static Link *FindLinkByName(const Look &look, const char *name)
-{
-    for (size_t i = 0; i < look.count; i++) {
-        if (strcmp(look.links[i].name, name) == 0)
-            return &look.links[i];
-    }
-    return nullptr;
-}
-
-static Link *FindLinkTo(const Look &look, const Identity &identity)
-{
-    for (size_t i = 0; i < look.count; i++) {
-        if (look.links[i].leads && SameIdentity(look.links[i].identity, identity))
-            return &look.links[i];
-    }
-    return nullptr;
-}
 
 static void SetNodeWatch(DADiskRef disk, bool watched)
 {
@@ -241,6 +160,11 @@ static bool Reconsider(DADiskRef disk, const Look &look)
                 SetNodeWatch(disk, true);
             return own != nullptr && IsStillThere(disk);
         }
+        CFDictionaryRef description = NewDescription(other->label, disk->node);
+        if (description == nullptr)  // the next look finds the same
+            return true;
+        Release(disk->description);
+        disk->description = description;
         memcpy(disk->link, other->name, sizeof disk->link);
         memcpy(disk->label, other->label, sizeof disk->label);
     }
@@ -253,8 +177,13 @@ static void RemoveGoneDisks(const Look &look)
     __DADisk **at = &g_disks;
     while (*at != nullptr) {
         __DADisk *disk = *at;
-        if (Reconsider(disk, look)) {
+        if (disk->gone ? !disk->offered : Reconsider(disk, look)) {
             at = &disk->next;
+            continue;
+        }
+        // The service keeps in its queue what is gone: it is still offered.
+        if (!disk->offered && StandsForService()) {
+            disk->gone = true;
             continue;
         }
         *at = disk->next;
@@ -266,21 +195,33 @@ static void RemoveGoneDisks(const Look &look)
     }
 }
 
-// False when memory runs out: the rest is found by the next look.
-static bool AddNewDisks(const Look &look)
+// When the link's disk came: not before the last look, which did not find it, nor after now. A clock
+// that was set meanwhile says no worse.
+static int64_t ArrivalTime(const Link &link)
 {
+    const int64_t at = MonotonicTime() - AgeOf(link);
+    return at > g_lastLook ? at : g_lastLook;
+}
+
+// False when memory runs out: the rest is found by the next look. Of disks that are new at once the
+// service considers the newest first.
+static bool AddNewDisks(Look *look)
+{
+    if (StandsForService())
+        SortByAge(look);
     __DADisk **end = &g_disks;
     while (*end != nullptr)
         end = &(*end)->next;
-    for (size_t i = 0; i < look.count; i++) {
-        Link *link = &look.links[i];
+    for (size_t i = 0; i < look->count; i++) {
+        Link *link = &look->links[i];
         if (!link->leads || IsKnown(link->identity))
             continue;
         __DADisk *disk = NewDisk(link);
         if (disk == nullptr)
             return false;
         disk->offered = !g_begun || WasSuspectThere(link->name);
-        disk->arrival = disk->offered ? 0 : ++g_arrivals;
+        disk->arrival = disk->offered ? 0 : NumberNextEvent();
+        disk->arrivedAt = ArrivalTime(*link);
         *end = disk;
         end = &disk->next;
     }
@@ -320,10 +261,16 @@ static bool CleanUp()
 static bool LookOnce()
 {
     Look look;
-    if (!ListFolder(&look))
+    int64_t again = 0;
+    if (!ListFolder(&look, !g_begun, &again))
         return false;
+    if (again > 0)
+        LookAgainIn(again);
+    for (size_t i = 0; i < look.count; i++)
+        SeeThroughLoopDevice(&look.links[i]);
     RemoveGoneDisks(look);
-    const bool complete = AddNewDisks(look);
+    const bool complete = AddNewDisks(&look);
+    g_lastLook = MonotonicTime();
     FreeLook(&look);
     if (!complete)
         return false;
@@ -395,11 +342,22 @@ bool AreDisksWatched()
     return g_watching;
 }
 
-uint64_t LatestArrival()
+bool StandsForService()
 {
-    return g_arrivals;
+    return access(kAutomountFile, F_OK) == 0;
 }
 
+uint64_t NumberNextEvent()
+{
+    return ++g_events;
+}
+
+uint64_t LatestEvent()
+{
+    return g_events;
+}
+
+// A new disk stands behind the known ones, so the first has the lowest number.
 DADiskRef NextArrival()
 {
     for (__DADisk *disk = g_disks; disk != nullptr; disk = disk->next) {
@@ -407,4 +365,16 @@ DADiskRef NextArrival()
             return disk;
     }
     return nullptr;
+}
+
+bool FirstArrivalTime(int64_t *arrivedAt)
+{
+    bool found = false;
+    for (const __DADisk *disk = g_disks; disk != nullptr; disk = disk->next) {
+        if (disk->offered || (found && disk->arrivedAt >= *arrivedAt))
+            continue;
+        *arrivedAt = disk->arrivedAt;
+        found = true;
+    }
+    return found;
 }

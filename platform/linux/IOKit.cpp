@@ -105,8 +105,9 @@ CFMutableDictionaryRef IOServiceMatching(const char *name)
     if (className != nullptr && key != nullptr) {
         matching = CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
                                              &kCFTypeDictionaryValueCallBacks);
-        CFDictionarySetValue(matching, key, className);
-        if (CFDictionaryGetCount(matching) == 0) {
+        if (matching != nullptr)
+            CFDictionarySetValue(matching, key, className);
+        if (matching != nullptr && CFDictionaryGetCount(matching) == 0) {
             Release(matching);
             matching = nullptr;
         }
@@ -121,8 +122,10 @@ static bool HasText(CFDictionaryRef dictionary, const char *key, const char *exp
 {
     CFStringRef keyString = CreateString(key);
     CFStringRef expectedString = CreateString(expected);
-    const bool has = keyString != nullptr && expectedString != nullptr &&
-                     CFEqual(CFDictionaryGetValue(dictionary, keyString), expectedString);
+    const void *value =
+        keyString == nullptr ? nullptr : CFDictionaryGetValue(dictionary, keyString);
+    const bool has =
+        value != nullptr && expectedString != nullptr && CFEqual(value, expectedString);
     Release(keyString);
     Release(expectedString);
     return has;

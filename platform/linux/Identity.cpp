@@ -25,6 +25,13 @@ bool SameIdentity(const Identity &left, const Identity &right)
     return left.kind == right.kind && left.device == right.device && left.number == right.number;
 }
 
+bool SameUnit(const Identity &left, const Identity &right)
+{
+    if (left.kind == DiskKind::Block && right.kind == DiskKind::Block && left.number != 0)
+        return left.number == right.number;
+    return SameIdentity(left, right);
+}
+
 static void SysfsPath(dev_t device, const char *file, char *path, size_t size)
 {
     snprintf(path, size, "%s/%u:%u%s", kBlockDevices, major(device), minor(device), file);

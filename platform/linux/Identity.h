@@ -15,6 +15,9 @@ struct Identity {
 
 bool SameIdentity(const Identity &left, const Identity &right);
 
+// True for the same disk, and for a whole disk and its partitions.
+bool SameUnit(const Identity &left, const Identity &right);
+
 // What stands at path, links followed: a block device, a folder or a file. False when nothing does,
 // when it is anything else, and for a block device that is already gone from the kernel or is a
 // loop device without a file.

@@ -231,10 +231,12 @@ static Found SearchMounts(bool (*visit)(const MountLine &mount, void *context), 
         if (ParseMountLine(line, &mount) && visit(mount, context))
             found = Found::Yes;
     }
+    const int error = errno;
     if (found == Found::No && !feof(file))
         found = Found::Unknown;
     free(line);
     fclose(file);
+    errno = error;
     return found;
 }
 

@@ -43,7 +43,7 @@ bool ParseMountLine(char *line, MountLine *mount);
 // True if the options hold this one.
 bool HasOption(const char *options, const char *option);
 
-// The answers of a search through mountinfo.
+// The answers of a search through mountinfo. With Unknown errno tells why.
 enum class Found { Yes, No, Unknown };
 
 // Is the disk mounted? A block device: anywhere; a folder or an image: under /Volumes.

@@ -8,6 +8,7 @@
 #include "Mounting.h"
 
 #include "Children.h"
+#include "Dissenters.h"
 #include "FileSystems.h"
 #include "MountPoints.h"
 #include "Unmounting.h"
@@ -37,6 +38,7 @@ struct MountRequest {
     char *options;  // for mount -o, but for what the kind of the disk needs
     Stage stage;
     DAReturn status;         // Done: kDAReturnSuccess, or what the dissenter says
+    uint64_t number;         // Done: its number among what has happened
     char place[kPlaceSize];  // Running: while mount runs; empty before
     Child child;             // Running: blkid, then mount
     int output;              // what blkid prints
@@ -44,50 +46,6 @@ struct MountRequest {
 };
 
 static MountRequest *g_requests = nullptr;  // in the order in which they were made
-
-// ---- Dissenters ----
-
-struct __DADissenter {  // NOLINT(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
-    Object object;
-    DAReturn status;
-};
-
-static constexpr ObjectType kDissenterType = {nullptr, nullptr, nullptr};
-
-// There is one dissenter for each reason, and it is never freed.
-static constexpr __DADissenter kDissenters[] = {
-    {{&kDissenterType, kImmortal}, kDAReturnError},
-    {{&kDissenterType, kImmortal}, kDAReturnBusy},
-    {{&kDissenterType, kImmortal}, kDAReturnNoResources},
-    {{&kDissenterType, kImmortal}, kDAReturnNotFound},
-    {{&kDissenterType, kImmortal}, kDAReturnNotPermitted},
-    {{&kDissenterType, kImmortal}, kDAReturnUnsupported},
-};
-
-static DADissenterRef DissenterOf(DAReturn status)
-{
-    if (status == kDAReturnSuccess)
-        return nullptr;
-    for (const __DADissenter &dissenter : kDissenters) {
-        if (dissenter.status == status)
-            return &dissenter;
-    }
-    return &kDissenters[0];
-}
-
-DAReturn DADissenterGetStatus(DADissenterRef dissenter)
-{
-    return dissenter == nullptr ? kDAReturnSuccess : dissenter->status;
-}
-
-static DAReturn StatusOfErrno(int error)
-{
-    if (error == ENOMEM || error == EMFILE || error == ENFILE || error == ENOSPC)
-        return kDAReturnNoResources;
-    if (error == EACCES || error == EPERM || error == EROFS)
-        return kDAReturnNotPermitted;
-    return kDAReturnError;
-}
 
 // ---- What is under way ----
 
@@ -147,19 +105,14 @@ static char *AddOption(char *list, const char *option)
     return longer;
 }
 
-// The options of a request, malloc'ed; null when memory runs out. Of options that contradict each
-// other the last one holds, so those that are never left out come once more behind a stranger's.
+// The options of a request, malloc'ed; null when memory runs out. The layer's own stand before the
+// caller's.
 static char *MakeOptions(CFStringRef const arguments[])
 {
     char *list = strdup(kAlways);
-    bool strange = false;
-    for (size_t i = 0; arguments != nullptr && arguments[i] != nullptr; i++) {
-        const char *argument = StringText(arguments[i]);
-        const char *options = OptionsOfArgument(argument);
-        strange = strange || options == argument;
-        list = AddOption(list, options);
-    }
-    return strange ? AddOption(list, kAlways) : list;
+    for (size_t i = 0; arguments != nullptr && arguments[i] != nullptr; i++)
+        list = AddOption(list, OptionsOfArgument(StringText(arguments[i])));
+    return list;
 }
 
 // ---- Requests ----
@@ -175,32 +128,56 @@ static void Finish(MountRequest *request, DAReturn status)
 {
     request->stage = Stage::Done;
     request->status = status;
+    request->number = NumberNextEvent();
     SignalWork();
 }
 
-void RequestMount(DADiskRef disk, DADiskMountCallback callback, void *context,
-                  CFStringRef const arguments[], DAReturn refusal)
+void CompleteMount(DADiskRef disk, DADiskMountCallback callback, void *context, DAReturn status)
+{
+    if (callback == nullptr)
+        return;
+    DADissenterRef dissenter = NewDissenter(status);
+    callback(disk, dissenter, context);
+    Release(dissenter);
+}
+
+// Puts a new request before the one at `at`. False when memory runs out.
+static bool AddRequest(MountRequest **at, DADiskRef disk, DADiskMountCallback callback,
+                       void *context, CFStringRef const arguments[])
 {
     MountRequest *request = static_cast<MountRequest *>(calloc(1, sizeof *request));
     char *options = request == nullptr ? nullptr : MakeOptions(arguments);
     if (options == nullptr) {
         free(request);
-        if (callback != nullptr)
-            callback(disk, DissenterOf(kDAReturnNoResources), context);
-        return;
+        return false;
     }
     request->disk = disk;
     CFRetain(disk);
     request->callback = callback;
     request->context = context;
     request->options = options;
+    request->next = *at;
+    *at = request;
+    SignalWork();
+    return true;
+}
+
+void RequestMount(DADiskRef disk, DADiskMountCallback callback, void *context,
+                  CFStringRef const arguments[])
+{
     MountRequest **end = &g_requests;
     while (*end != nullptr)
         end = &(*end)->next;
-    *end = request;
-    if (refusal != kDAReturnSuccess)
-        Finish(request, refusal);
-    SignalWork();
+    if (!AddRequest(end, disk, callback, context, arguments))
+        CompleteMount(disk, callback, context, kDAReturnNoResources);
+}
+
+void RequestAutomaticMount(DADiskRef disk, bool first)
+{
+    MountRequest **at = &g_requests;
+    while (*at != nullptr && !(first && (*at)->disk == disk && (*at)->stage == Stage::Waiting))
+        at = &(*at)->next;
+    AddRequest(at, disk, nullptr, nullptr, nullptr);
 }
 
 // The exit status says it; where somebody else took the status, the mount itself does.
@@ -218,7 +195,7 @@ static void MountHasEnded(Child *child, int status)
     const bool mounted = HasMounted(request, status);
     // A program that fails may have mounted all the same: then there is something to unmount.
     const bool stands = mounted || (rmdir(request->place) != 0 && errno == EBUSY);
-    Finish(request, disk->gone ? kDAReturnNotFound : mounted ? kDAReturnSuccess : kDAReturnError);
+    Finish(request, mounted ? kDAReturnSuccess : StatusOfMount(status));
     if (mounted)
         memcpy(disk->place, request->place, sizeof disk->place);
     else if (stands)
@@ -267,8 +244,9 @@ static void StartMount(MountRequest *request, const char *type, const char *type
     request->stage = Stage::Running;
     if (RunMount(request, type, typeOptions))
         return;
+    const int reason = errno;
     rmdir(request->place);
-    Finish(request, kDAReturnError);
+    Finish(request, StatusOfErrno(reason));
 }
 
 // The type is judged before the kernel reads anything of the disk.
@@ -313,8 +291,9 @@ static void StartProbe(MountRequest *request)
     request->stage = Stage::Running;
     if (StartChild(&request->child, argv, request->output, ProbeHasEnded, request))
         return;
+    const int error = errno;
     close(request->output);
-    Finish(request, kDAReturnError);
+    Finish(request, StatusOfErrno(error));
 }
 
 static void StartRequest(MountRequest *request)
@@ -326,7 +305,7 @@ static void StartRequest(MountRequest *request)
     }
     const Found mounted = IsMounted(disk->identity);
     if (mounted != Found::No) {
-        Finish(request, mounted == Found::Yes ? kDAReturnBusy : kDAReturnNoResources);
+        Finish(request, mounted == Found::Yes ? kDAReturnBusy : StatusOfErrno(errno));
         return;
     }
     if (disk->identity.kind == DiskKind::Folder)
@@ -351,11 +330,11 @@ static bool MustWaitForPlace(const __DADisk *disk)
     return false;
 }
 
-// True if a request for the same disk, made before this one, is not done yet.
+// True if a request for the same disk or another part of it, made before this one, is not done yet.
 static bool MustWaitForRequest(const MountRequest *request)
 {
     for (const MountRequest *other = g_requests; other != request; other = other->next) {
-        if (other->disk == request->disk && other->stage != Stage::Done)
+        if (other->stage != Stage::Done && SameUnit(other->disk->identity, request->disk->identity))
             return true;
     }
     return false;
@@ -370,26 +349,30 @@ void ProceedWithMounts()
     }
 }
 
-bool IsCompletionDue()
+// Where the request stands that was done first; null if none is done.
+static MountRequest **FirstDone()
 {
-    for (const MountRequest *request = g_requests; request != nullptr; request = request->next) {
-        if (request->stage == Stage::Done)
-            return true;
+    MountRequest **first = nullptr;
+    for (MountRequest **at = &g_requests; *at != nullptr; at = &(*at)->next) {
+        if ((*at)->stage == Stage::Done && (first == nullptr || (*at)->number < (*first)->number))
+            first = at;
     }
-    return false;
+    return first;
 }
 
-bool DeliverCompletion()
+uint64_t FirstCompletion()
 {
-    MountRequest **at = &g_requests;
-    while (*at != nullptr && (*at)->stage != Stage::Done)
-        at = &(*at)->next;
-    MountRequest *request = *at;
-    if (request == nullptr)
-        return false;
-    *at = request->next;
-    if (request->callback != nullptr)
-        request->callback(request->disk, DissenterOf(request->status), request->context);
+    MountRequest **first = FirstDone();
+    return first == nullptr ? 0 : (*first)->number;
+}
+
+void DeliverCompletion()
+{
+    MountRequest **first = FirstDone();
+    if (first == nullptr)
+        return;
+    MountRequest *request = *first;
+    *first = request->next;
+    CompleteMount(request->disk, request->callback, request->context, request->status);
     FreeRequest(request);
-    return true;
 }

@@ -186,7 +186,7 @@ void CFRunLoopRun()
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                       Boolean returnAfterSourceHandled)
 {
-    if (!CFEqual(mode, kCFRunLoopDefaultMode))
+    if (mode == nullptr || !CFEqual(mode, kCFRunLoopDefaultMode))
         return kCFRunLoopRunFinished;
     constexpr CFTimeInterval kLongest = 1e9;
     if (!(seconds > 0))

@@ -30,7 +30,7 @@ struct Object {
 // caller's; null when memory runs out.
 void *NewObject(const ObjectType *type, size_t size);
 
-// Gives one reference back; null is left alone, which CFRelease elsewhere would not do.
+// Gives one reference back; null is left alone.
 inline void Release(CFTypeRef cf)
 {
     if (cf != nullptr)
@@ -53,6 +53,9 @@ const char *TextOfObject(CFTypeRef cf);
 
 // A string of UTF-8, the caller's; null for invalid UTF-8 and when memory runs out.
 CFStringRef CreateString(const char *utf8);
+
+// True if the dictionary has every entry of `match`, as CFEqual compares; null has none.
+bool HasEntriesOf(CFDictionaryRef dictionary, CFDictionaryRef match);
 
 // What the run loop waits for. The memory is the owner's, who adds the source and removes it before
 // the memory goes away; `perform` may remove its own source or any other.

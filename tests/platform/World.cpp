@@ -367,14 +367,13 @@ std::string StatusName(DAReturn status)
 {
     switch (status) {
     case kDAReturnSuccess: return "success";
-    case kDAReturnError: return "error";
     case kDAReturnBusy: return "busy";
     case kDAReturnBadArgument: return "bad argument";
     case kDAReturnNoResources: return "no resources";
     case kDAReturnNotFound: return "not found";
     case kDAReturnNotPermitted: return "not permitted";
     case kDAReturnUnsupported: return "unsupported";
-    default: return std::to_string(status);
+    default: return (status & ~0x3FFF) == 0xC000 ? std::strerror(status & 0x3FFF) : "unknown";
     }
 }
 

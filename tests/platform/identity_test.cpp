@@ -59,6 +59,19 @@ TEST_CASE("identities differ by kind, by device and by number")
     CHECK(!SameIdentity(one, {DiskKind::Image, 7, 7}));
 }
 
+TEST_CASE(
+    "a whole disk and its partitions are one unit, and nothing without the kernel's number is")
+{
+    const Identity whole = {DiskKind::Block, makedev(8, 0), 42};
+    CHECK(SameUnit(whole, whole));
+    CHECK(SameUnit(whole, {DiskKind::Block, makedev(8, 1), 42}));
+    CHECK(!SameUnit(whole, {DiskKind::Block, makedev(8, 0), 43}));
+    CHECK(!SameUnit(whole, {DiskKind::Image, makedev(8, 0), 42}));
+    CHECK(!SameUnit({DiskKind::Folder, makedev(8, 0), 42}, whole));
+    CHECK(!SameUnit({DiskKind::Block, makedev(8, 0), 0}, {DiskKind::Block, makedev(8, 1), 0}));
+    CHECK(SameUnit({DiskKind::Image, 7, 8}, {DiskKind::Image, 7, 8}));
+}
+
 TEST_CASE("a device is there as long as the kernel has a folder for it, or no folders at all")
 {
     if (!EnterWorld())

@@ -33,10 +33,11 @@ static Paths Query(CFMutableDictionaryRef matching)
         CFStringRef path = static_cast<CFStringRef>(IORegistryEntryCreateCFProperty(
             service, CFSTR("IOCalloutDevice"), kCFAllocatorDefault, 0));
         char text[1024] = "<none>";
-        if (path != nullptr)
+        if (path != nullptr) {
             CHECK(CFStringGetCString(path, text, sizeof text, kCFStringEncodingUTF8));
+            CFRelease(path);
+        }
         paths.emplace_back(text);
-        CFRelease(path);
         CHECK(IOObjectRelease(service) == KERN_SUCCESS);
     }
     CHECK(IOIteratorNext(iterator) == IO_OBJECT_NULL);

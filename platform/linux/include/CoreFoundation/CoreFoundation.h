@@ -5,6 +5,9 @@
  *
  * Ownership: what a function with Create or Copy in its name gives is the caller's, who gives it
  * back with CFRelease; everything else is borrowed. Where memory runs out, Create and Copy give NULL.
+ *
+ * "NULL halts" means what it means on macOS: one line on standard error that names the function, and
+ * the process ends by SIGABRT.
  */
 #ifndef COREFOUNDATION_COREFOUNDATION_H
 #define COREFOUNDATION_COREFOUNDATION_H
@@ -40,18 +43,18 @@ typedef CFStringRef CFRunLoopMode;
 /* The one allocator: the C library's. An allocator argument is not looked at. */
 extern const CFAllocatorRef kCFAllocatorDefault;
 
-/* Takes one more reference of cf and gives cf back. NULL stays NULL. */
+/* Takes one more reference of cf and gives cf back. NULL halts. */
 CFTypeRef CFRetain(CFTypeRef cf);
 
-/* Gives one reference back; with the last one the object is gone. NULL and constants stay as they
- * are, however often they are released. */
+/* Gives one reference back; with the last one the object is gone. Constants stay as they are, however
+ * often they are released. NULL halts. */
 void CFRelease(CFTypeRef cf);
 
-/* The references that are held; for a constant the largest CFIndex, for NULL 0. */
+/* The references that are held; for a constant the largest CFIndex. NULL halts. */
 CFIndex CFGetRetainCount(CFTypeRef cf);
 
 /* True for the same object, and for two strings of the same characters: no normal form is looked
- * for. Two NULLs are equal. */
+ * for. NULL on either side halts. */
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
 /* Equal objects have equal codes. */
@@ -74,9 +77,9 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
                                       CFStringEncoding encoding);
 
 /* Writes the characters and a zero byte, in encoding, to buffer of bufferSize bytes. False when
- * they do not fit, when the encoding cannot hold one of them or is not named above: the buffer then
- * holds an empty text (if bufferSize is at least 1), and nothing behind its first byte was
- * written. */
+ * they do not fit, when the encoding cannot hold one of them or is not named above, and for a NULL
+ * string: the buffer then holds the characters before the one that failed, and a zero byte (if
+ * bufferSize is at least 1). */
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
 
@@ -116,17 +119,19 @@ CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFInd
                                                  const CFDictionaryKeyCallBacks *keyCallBacks,
                                                  const CFDictionaryValueCallBacks *valueCallBacks);
 
-/* A dictionary of its own with the entries that theDict has now. NULL for NULL. */
+/* A dictionary of its own with the entries that theDict has now. NULL halts. */
 CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef theDict);
 
-/* Adds the entry, or replaces the value that stands under the key. When memory runs out, or for a
- * null dictionary, nothing is changed. */
+/* Adds the entry, or replaces the key and the value of the one with an equal key. When memory runs
+ * out nothing is changed. A NULL dictionary halts, and so does a NULL key or value where the call
+ * backs are those of CoreFoundation objects. */
 void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void *key, const void *value);
 
-/* The value under the key, borrowed from the dictionary; NULL when there is none. */
+/* The value under the key, borrowed from the dictionary; NULL when there is none. A NULL dictionary
+ * halts. */
 const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key);
 
-/* The number of entries; 0 for NULL. */
+/* The number of entries. NULL halts. */
 CFIndex CFDictionaryGetCount(CFDictionaryRef theDict);
 
 /* ---- The run loop ---- */

@@ -39,14 +39,19 @@ enum {
     kDAReturnUnsupported = err_local | err_local_diskarbitration | 0x0C
 };
 
-/* Bits of DADiskSetOptions. A new disk has kDADiskOptionMountAutomatic set: the layer may mount it
- * by itself. */
+/* What a mount ends with that failed for an error of the system, unless one of the codes above says it:
+ * the error's number in the low bits. */
+#define unix_err(number) (0xC000 | (number))
+
+/* Bits of DADiskSetOptions. A new disk has kDADiskOptionMountAutomatic set; nobody reads it. */
 enum { kDADiskOptionDefault = 0x00000000, kDADiskOptionMountAutomatic = 0x00000010 };
 
 enum { kDADiskMountOptionDefault = 0x00000000 };
 
-/* The key of a disk's label, a string, in a description or a match dictionary. */
+/* Keys of a description or a match dictionary, for strings: the disk's label, and the name of its
+ * device ("sr0"). */
 extern const CFStringRef kDADiskDescriptionVolumeNameKey;
+extern const CFStringRef kDADiskDescriptionMediaBSDNameKey;
 
 /* A disk has arrived. `disk` is borrowed for the call; CFRetain keeps it. */
 typedef void (*DADiskPeekCallback)(DADiskRef disk, void *context);
@@ -71,14 +76,14 @@ void DASessionUnscheduleFromRunLoop(DASessionRef session, CFRunLoopRef runLoop,
                                     CFStringRef runLoopMode);
 
 /* Registers callback for each disk that arrives from now on and has every entry of `match` in its
- * description; NULL matches every disk. `match` is copied. Callbacks are called in ascending
+ * description, compared with CFEqual; NULL matches every disk. `match` is copied. Callbacks are called in ascending
  * `order`, equal ones in the order of their registration. When memory runs out nothing is
  * registered. */
 void DARegisterDiskPeekCallback(DASessionRef session, CFDictionaryRef match, CFIndex order,
                                 DADiskPeekCallback callback, void *context);
 
-/* What is known of the disk, the caller's: its label under kDADiskDescriptionVolumeNameKey, unless
- * that is no valid UTF-8. NULL for NULL and when memory runs out. */
+/* What is known of the disk, the caller's: its label and its device's name, each unless it is no valid
+ * UTF-8. NULL for NULL. */
 CFDictionaryRef DADiskCopyDescription(DADiskRef disk);
 
 /* The option bits that are set; 0 for NULL. */
@@ -89,9 +94,9 @@ DAReturn DADiskSetOptions(DADiskRef disk, DADiskOptions options, Boolean value);
 
 /* Asks for the disk to be mounted at /Volumes/<label>, and returns at once. `path` must be NULL and
  * `options` 0. `arguments` ends with a null element, or is NULL; it is not used after the call.
- * `callback` (or nobody, if NULL) is called once, later, by the run loop. For a null disk nothing
- * happens. A request for which memory runs out is completed with kDAReturnNoResources before the
- * function returns. */
+ * `callback` (or nobody, if NULL) is called once, later, by the run loop; but before the function
+ * returns where the request is refused at once: with a path or options (kDAReturnUnsupported), and
+ * when memory runs out (kDAReturnNoResources). For a null disk nothing happens. */
 void DADiskMountWithArguments(DADiskRef disk, CFURLRef path, DADiskMountOptions options,
                               DADiskMountCallback callback, void *context, CFStringRef arguments[]);
 
