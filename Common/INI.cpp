@@ -1,8 +1,8 @@
 // INI.cpp - string values by section and key from the daemon's configuration file.
 //
 // Owns the file's name, the one line buffer that every value points into, and the offsets of the
-// line in it. Leans on the log and on the bounded library. A lookup is a closed unit: open, scan,
-// close; nothing is cached but the last line.
+// line in it. Uses the log and the bounded library. Each lookup opens the file, scans it and closes
+// it; nothing is kept but the last line.
 //
 // What looks careless in the format (see INI.h) is what the configuration files in the field are
 // written against.
@@ -32,7 +32,7 @@ int g_filesize;
 struct Scan {
     FILE *file;
     long position;  // of the file, moved along; -1 when it has none
-    char *zeros;    // where those begin that reach to the end of g_linetext
+    char *zeros;    // in g_linetext: from here on all of it is zero
 };
 
 static Scan StartScan(FILE *file)
@@ -41,12 +41,13 @@ static Scan StartScan(FILE *file)
 }
 
 // Reads up to and including the first line feed that ends a line with something in it, and stores
-// the line without it at the start of g_linetext. Returns where the line ends there; what stands after
-// it is of earlier lines.
+// the line without it at the start of g_linetext. Returns where the line ends there; what follows
+// is left of earlier lines.
 //
-// Intended: the end of the file is met by reading it, so its mark is stored as a character, 0xFF. A
-// read error ends the line in the same way. Where a stream that had failed before gives nothing but
-// its error again, that is the end: a folder opens like a file but never gives a character.
+// Intended: the end of the file is noticed by reading, so its mark is stored as a character, 0xFF.
+// A read error ends the line in the same way. When a stream that has failed before gives nothing
+// but an error again, that is the end: a folder can be opened like a file, but never gives a
+// character.
 static char *CollectLine(Scan *scan)
 {
     FILE *const file = scan->file;
@@ -59,7 +60,7 @@ static char *CollectLine(Scan *scan)
     int ch = EOF;
     for (;;) {
         ch = getc_unlocked(file);
-        if (ch <= '\r') {  // most characters are not, and need no further look
+        if (ch <= '\r') {  // most characters are above, and need no further test
             if (ch == EOF || (ch == '\n' && to != g_linetext))
                 break;
             if (ch == '\n' || ch == '\r') {
@@ -112,17 +113,17 @@ static char *CutBlanks(char *text)
     return text;
 }
 
-// Intended: the key may stand anywhere in the line, while what must follow it is looked for at its
-// length from the line's start. The second test comes first here because it is the cheaper one.
+// Intended: the key may be anywhere in the line, while the character after it is looked for at the
+// key's length from the start of the line. The second test comes first because it is cheaper.
 static bool IsKeyLine(char *line, const char *key, size_t keyLength)
 {
     const char *text = CutBlanks(line);
     if (strnlen(text, keyLength) < keyLength)
         return false;
-    const char *behind = text + keyLength;
-    while (*behind == ' ')
-        behind++;
-    return (*behind == '\0' || *behind == '=') && strstr(text, key) != nullptr;
+    const char *after = text + keyLength;
+    while (*after == ' ')
+        after++;
+    return (*after == '\0' || *after == '=') && strstr(text, key) != nullptr;
 }
 
 static bool FindSection(Scan *scan, const char *section)
@@ -231,7 +232,7 @@ int ReadInteger(const char *section, const char *key, int defaultValue)
         Log(kSourceFile, "ReadInteger", "param error");
         return defaultValue;
     }
-    // Intended: this release has no integer settings; the first line bears the other reader's name.
+    // Intended: this release has no integer settings; the first line has the other reader's name.
     Log(kSourceFile, "ReadString", "param error.");
     Log(kSourceFile, "ReadInteger", "ReadString error");
     return defaultValue;

@@ -9,15 +9,15 @@
 //
 //   - A line ends at a line feed. Carriage returns are dropped wherever they stand, lines without a
 //     character are skipped, and of a line over 1023 characters the rest is dropped.
-//   - A section begins behind the first line that contains "[name]" anywhere, and ends at the next
+//   - A section begins after the first line that contains "[name]" anywhere, and ends at the next
 //     line that contains both a '[' and a ']' and is not itself the key line sought.
-//   - A line is a key's when, its leading and trailing blanks cut, it contains the key anywhere and,
-//     counted from its start, the key's length is followed by '=' or by the end of the line, blanks
-//     in between allowed. The first such line counts.
-//   - The value is what follows the line's first '='; a key line without one has an empty value.
-//     Only the space character is a blank, and nothing is a comment.
-//   - A last line without a line feed has the byte 0xFF at its end, and a file that ends with a line
-//     feed has one more line, of that byte alone: the mark of the end is read as a character.
+//   - A line belongs to a key when, without its leading and trailing blanks, it contains the key
+//     anywhere and has '=' or its end at the position that equals the key's length, blanks before
+//     that allowed. The first such line counts.
+//   - The value is what follows the first '=' of the line; a key line without one has an empty
+//     value. Only the space character is a blank, and there are no comments.
+//   - A last line without a line feed has the byte 0xFF at its end, and a file that ends with a
+//     line feed has one more line, of that byte alone: the end-of-file mark is read as a character.
 //
 // Failures are reported in the log, with the function's name, and through the result.
 #ifndef COMMON_INI_H
@@ -26,14 +26,14 @@
 #include <stdio.h>
 
 extern char g_filename[1024];      // the configuration file's path
-extern char g_linetext[1024];      // the line read last, zero-filled behind its end
+extern char g_linetext[1024];      // the line read last, zero-filled after its end
 extern int g_current_line_offset;  // file position after that line; -1 when the file has none
 extern int g_last_line_offset;     // file position before it
 extern int g_filesize;             // reserved: neither written nor read
 
 // Names the file of all later lookups. False when `path` is null or cannot be opened for reading;
-// the name that was set before then holds on. Of a path over 1023 characters the first 1023 are
-// stored, though the whole one is tried. `path` may be g_filename itself.
+// the name that was set before then stays. Of a path over 1023 characters the first 1023 are
+// stored, although the whole path is opened here. `path` may be g_filename itself.
 bool SetIniFileName(const char *path);
 
 // The value of `key` in `section`, leading and trailing blanks cut, inside g_linetext. Without the
@@ -50,16 +50,16 @@ int ReadInteger(const char *section, const char *key, int defaultValue);
 // ReadString with an empty default; null when `section` or `key` is null. `reserved` is ignored.
 const char *GetInitKey(void *reserved, const char *section, const char *key);
 
-// Reads on in `file`, which stays the caller's, to behind the first line that opens `section`. False
-// at the end of the file, and when an argument is null.
+// Reads on in `file`, which stays the caller's, until after the first line that opens `section`.
+// False at the end of the file, and when an argument is null.
 bool SectionExists(FILE *file, const char *section);
 
-// Reads on in `file`, which stays the caller's, to behind the first line of `key`; true leaves that
-// line in g_linetext, its trailing blanks cut. False when the section or the file ends before one,
-// and when an argument is null.
+// Reads on in `file`, which stays the caller's, until after the first line of `key`; true leaves
+// that line in g_linetext, without its trailing blanks. False when the section or the file ends
+// before one, and when an argument is null.
 bool KeyExists(FILE *file, const char *key);
 
-// The character behind the first '=' of `line`; null when there is none or `line` is null.
+// The character after the first '=' of `line`; null when there is none or `line` is null.
 char *GetKeyValue(char *line);
 
 // Cuts the trailing blanks of `text` in place and returns its first character that is no blank: its
@@ -69,13 +69,13 @@ char *Trim(char *text);
 // Reads the next line that is not empty into g_linetext, without its line feed, and moves both
 // offsets on. Returns g_linetext, or null at the end of the file, which leaves it all zeros; a line
 // that begins with a zero byte is taken for the end too, but stands in g_linetext. Of a line over
-// 1023 characters the rest is read and dropped. A read error ends the line as the end of the file does,
-// and the next call reads on; where that meets the error again before any character, it returns null as
-// at the end. A null `file` gives null and changes nothing.
+// 1023 characters the rest is read and dropped. A read error ends the line as the end of the file
+// does, and the next call reads on; if that meets an error again before any character, it returns
+// null as at the end. A null `file` gives null and changes nothing.
 char *ReadLine(FILE *file);
 
-// Whether `line`, of which the trailing blanks are cut in place, is the line of `key`. False when an
-// argument is null.
+// Whether `line`, whose trailing blanks are cut in place, belongs to `key`. False when an argument
+// is null.
 bool KeyExistsInLine(char *line, const char *key);
 
 // Whether `line` contains "[section]", of which the first 127 characters count. False when an

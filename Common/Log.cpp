@@ -5,8 +5,8 @@
 // the end, with which the next line begins, is what brings a line into the file.
 //
 // Two things surprise. A message is taken as a format twice: once when it is made, and once more as
-// part of the finished line. And text of a stranger's making (a device path) comes in as a format,
-// so a conversion for which nothing was passed must be written as it stands instead of converted.
+// part of the finished line. And text from outside (a device path) arrives as a format, so a
+// conversion that has no argument must be written unchanged instead of being converted.
 
 #include "Common/Log.h"
 
@@ -30,8 +30,8 @@ static FILE *g_stream;                      // the open log; null until a line i
 
 // ---- Text as a format ---------------------------------------------------------------------------
 
-// Makes the message of a text that is a format without arguments: from the first conversion that would
-// need one on, the text as it stands.
+// Makes the message of a text that is a format without arguments: from the first conversion that
+// needs one on, the text is taken unchanged.
 static void FormatText(char *message, const char *text)
 {
     const char *rest = nullptr;
@@ -46,7 +46,7 @@ static void FormatText(char *message, const char *text)
 // length.
 //
 // Intended: a '%' in the line is interpreted here for the second time, so a doubled one becomes
-// single. One that begins anything else has no argument; it and all behind it stay.
+// single. A '%' before anything else has no argument; from it on the line stays unchanged.
 static size_t InterpretLine(char *line, size_t length)
 {
     char *to = static_cast<char *>(memchr(line, '%', length));
@@ -67,7 +67,7 @@ static size_t InterpretLine(char *line, size_t length)
 // ---- The line and the file ----------------------------------------------------------------------
 
 // Intended: the scan never looks at the first character, so a name without '/' loses it, and a '/'
-// there is dropped with it.
+// there is dropped too.
 static const char *BaseName(const char *sourceFile)
 {
     size_t n = strlen(sourceFile);
@@ -107,8 +107,8 @@ static void WriteLine(const char *sourceFile, const char *functionName, const ch
     char line[kLogLineSize];
     memset_s(line, sizeof line, 0, sizeof line);
     const tm at = LocalTime();
-    const long long year = at.tm_year + 1900LL;  // the last ones fit no int
-    iCnt++;  // before the file is tried: a lost line leaves a gap
+    const long long year = at.tm_year + 1900LL;  // the highest do not fit an int
+    iCnt++;  // before the file is opened: a lost line leaves a gap in the numbers
     const int length = snprintf_s(line, sizeof line, sizeof line - 1,
                                   "line %d===%lld-%d-%d %d:%d:%d   %s:%s --- %s\n", iCnt, year,
                                   at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec,
@@ -116,7 +116,7 @@ static void WriteLine(const char *sourceFile, const char *functionName, const ch
     FILE *stream = StreamForNextLine();
     if (stream == nullptr)
         return;
-    // Intended: a line that was cut has lost its line feed, and the next continues it.
+    // Intended: a line that was cut has no line feed, and the next one continues it.
     const size_t made = length < 0 ? strlen(line) : static_cast<size_t>(length);
     fwrite(line, 1, InterpretLine(line, made), stream);
 }

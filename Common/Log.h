@@ -18,9 +18,9 @@ template <class First, class... Rest>
 void Log(const char *sourceFile, const char *functionName, const char *format, First first,
          Rest... rest);
 
-// The same for a text that no arguments follow. The text is still taken as a format: "%%" prints one
-// percent sign and an invalid specification empties the message; a conversion, for which nothing is
-// passed, and all behind it is written as it stands.
+// The same for a text without arguments. The text is still taken as a format: "%%" prints one
+// percent sign, and an invalid conversion empties the message. From the first conversion that needs
+// an argument on, the text is written unchanged.
 void Log(const char *sourceFile, const char *functionName, const char *text);
 
 // Closes the stream and disables logging. The path and the line number are kept.

@@ -1,10 +1,10 @@
 // ActiveVolumeProgram.cpp - the reader of "SysConfig.dat", the volume lookup and the setup runner.
 //
-// The reader hands out file offsets, so that the runner can overwrite a value in place. It leans on
-// src/Process for the shell and on tamrik for every copy. Owns nothing between calls.
+// The reader returns file offsets, so that the runner can overwrite a value in place. It uses
+// src/Process for the shell and tamrik for every copy, and keeps nothing between calls.
 // What surprises: keys are found only forward from the stream's position, so callers read them in
 // the file's order; a name matches anywhere in a line; the two counters that the volume lookup logs
-// differ; two failures of the runner leave a stream and a buffer behind.
+// differ; two failures of the runner leave a stream open and a buffer allocated.
 #include "src/ActiveVolumeProgram.h"
 
 #include "Common/Log.h"
@@ -31,7 +31,7 @@ static constexpr char kNowhere[] = "/";             // a folder takes no byte th
 
 static constexpr int kTryInterval = 2;       // seconds between two looks for a volume
 static constexpr int kFileVolumeWait = 180;  // seconds for the volume that holds the setup file
-static constexpr int kPackageWait = 30;      // seconds for the volume that the setup file brings
+static constexpr int kPackageWait = 30;      // seconds for the volume that the setup file produces
 static constexpr int kOpenTries = 10;
 
 // ---- Key file reader ----
@@ -77,8 +77,8 @@ bool IsPrimaryKey(const char *line, const char *found, int64_t keyLength)
         Log(kSourceFile, "IsPrimaryKey", "IsPrimaryKey exit false");
         return false;
     }
-    const char *behind = found + keyLength;
-    if (behind[strspn(behind, " ")] != ']') {
+    const char *after = found + keyLength;
+    if (after[strspn(after, " ")] != ']') {
         Log(kSourceFile, "IsPrimaryKey", "IsPrimaryKey exit false");
         return false;
     }
@@ -86,7 +86,7 @@ bool IsPrimaryKey(const char *line, const char *found, int64_t keyLength)
     return true;
 }
 
-// The text behind the first "=" of a line's rest, or null when the line ends before one.
+// The text after the first "=" of the rest of a line, or null when the line ends before one.
 static char *FindValue(char *rest)
 {
     char *equals = rest + strcspn(rest, "=\n\r");
@@ -104,7 +104,7 @@ static int64_t StopAtHeader(FILE *file, long lineStart)
     return -1;
 }
 
-// Hands out a value that was found: trims it and copies it into `keyIO`. `offset` is where it begins
+// Returns a value that was found: trims it and copies it into `keyIO`. `offset` is where it begins
 // in the file, `lineStart` where its line does.
 static int64_t TakeValue(FILE *file, long lineStart, int64_t offset, char *value, char *keyIO,
                          int keyIOSize, int64_t *capacity)
@@ -152,7 +152,7 @@ int64_t ReadKeyValue(FILE *file, char *keyIO, int keyIOSize, int64_t *capacity, 
     while (fgets(line, sizeof line, file) != nullptr) {
         if (!sectionMode && strpbrk(line, "[]") != nullptr)
             return StopAtHeader(file, lineStart);
-        // Intended: the first occurrence alone is judged, and in key mode it may stand anywhere.
+        // Intended: only the first occurrence is judged, and in key mode it may be anywhere.
         char *found = strstr(line, keyIO);
         if (found != nullptr && sectionMode && IsPrimaryKey(line, found, keyLength)) {
             Log(kSourceFile, "ReadKeyValue",
@@ -270,12 +270,13 @@ bool IsVolumeExist(const char *name, const char *directory, int testTime)
     for (int64_t counter = 0; counter < testTime; counter += kTryInterval) {
         if (IsDirectory(path)) {
             free(joined);
-            // Intended: this line gives the seconds that went by, the one below the attempt's number.
+            // Intended: this line gives the seconds that have passed, the one below the number of
+            // the attempt.
             Log(kSourceFile, "IsVolumeExist", "opertor %d time, IsVolumeExist exit true",
                 static_cast<int>(counter));  // sic
             return true;
         }
-        // Intended: the joined path alone is shown, so without a directory "(null)" stands here.
+        // Intended: only the joined path is shown, so without a directory this prints "(null)".
         Log(kSourceFile, "IsVolumeExist", " %d time, open (%s) failed, open again",
             static_cast<int>(counter / kTryInterval), joined);
         sleep(kTryInterval);  // after the last attempt too
@@ -286,7 +287,7 @@ bool IsVolumeExist(const char *name, const char *directory, int testTime)
 }
 
 // Writes `name` with a space before each capital letter that is neither its first character nor
-// behind a space. `split` has room for twice the name and a zero. Returns the length in bytes.
+// after a space. `split` has room for twice the name and a zero. Returns the length in bytes.
 static size_t SplitIntoWords(char *split, const char *name)
 {
     size_t length = 0;
@@ -299,8 +300,8 @@ static size_t SplitIntoWords(char *split, const char *name)
     return length;
 }
 
-// Puts a space and `number` behind the first `length` bytes of `path`, a buffer of `size` bytes. False,
-// with `path` as it was, when the number has more than seven digits or the buffer no room.
+// Puts a space and `number` after the first `length` bytes of `path`, a buffer of `size` bytes.
+// False, with `path` unchanged, when the number has more than seven digits or the buffer no room.
 static bool AppendNumber(char *path, size_t size, size_t length, int number)
 {
     char digits[kDigitsSize];
@@ -312,8 +313,8 @@ static bool AppendNumber(char *path, size_t size, size_t length, int number)
     return true;
 }
 
-// Makes the volume's path, whose first `length` bytes stand in `path`, the one of its highest
-// duplicate that can be reached without a gap. False when the numbers run out of room.
+// Turns the path of a volume, the first `length` bytes of `path`, into that of its highest
+// duplicate that can be reached without a gap. False when a number finds no room.
 static bool FindNewestDuplicate(char *path, size_t size, size_t length)
 {
     int number = 1;
@@ -323,7 +324,7 @@ static bool FindNewestDuplicate(char *path, size_t size, size_t length)
         number++;
     } while (IsDirectory(path));
 
-    const int newest = number - 2;  // the last one tried is not there, and number is one further
+    const int newest = number - 2;  // the last one tried does not exist, and number is one higher
     path[length] = '\0';
     return newest == 0 || AppendNumber(path, size, length, newest);
 }
@@ -339,7 +340,7 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
     if (size <= 0 && IsEmpty(pVPStr))
         return false;
 
-    // An absent name is an empty one: it fails where the volume is awaited.
+    // A null name counts as an empty one, which fails at the wait for the volume.
     const char *name = pVPStr != nullptr ? pVPStr : "";
     const size_t nameLength = strlen(name);
     const size_t directoryLength = IsEmpty(directory) ? 0 : strlen(directory);
@@ -376,7 +377,7 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
         return false;
     }
 
-    // A size below 1 is above every limit, or 0, as an unsigned number: nothing is copied then.
+    // As an unsigned number a size below 1 is 0 or above every limit: nothing is copied then.
     strncpy_s(pVPStr, static_cast<size_t>(size), work, static_cast<size_t>(size) - 1);
     free(work);
     Log(kSourceFile, "GetTempVolumeName", "volumeName is %s, GetTempVolumeName exit success",
@@ -386,7 +387,8 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
 
 // ---- Setup runner ----
 
-// Looks up `key`, or the section of that name, into `buffer`. Returns its offset as ReadKeyValue does.
+// Looks up `key`, or the section of that name, in `file` and puts its value into `buffer`. Returns
+// what ReadKeyValue does.
 static int64_t ReadSetupKey(FILE *file, const char *key, char *buffer, size_t size,
                             int64_t *capacity, bool sectionMode)
 {
@@ -405,13 +407,13 @@ static void StripExtension(char *name)
     }
 }
 
-// Sends what is still pending in `file`, which stays open, to nowhere instead of into its file.
+// Makes what is still pending in `file`, which stays open, go nowhere instead of into its file.
 static void DivertStream(FILE *file)
 {
     const int stream = fileno(file);
     int nowhere = open(kNowhere, O_RDONLY);
     if (nowhere == -1) {
-        close(stream);  // its own descriptor is the one that was missing
+        close(stream);  // no descriptor was free; now its own is
         nowhere = open(kNowhere, O_RDONLY);
     }
     if (nowhere != -1 && nowhere != stream) {
@@ -420,16 +422,16 @@ static void DivertStream(FILE *file)
     }
 }
 
-// Puts the stream where the switch is to be written, in such a way that its three bytes reach the file
-// in one write.
+// Moves the stream to where the switch is to be written, in such a way that its three bytes reach
+// the file in one write.
 static bool SeekToSwitch(FILE *file, long offset)
 {
     if (fseek(file, offset, SEEK_SET) == -1)
         return false;
     if (offset % kLeastBlock + static_cast<long>(kSwitchSize) <= kLeastBlock)
         return true;
-    // A block of the stream may end among the three bytes, and would be written by itself. Once the
-    // stream has forgotten what it had read, the next block begins where it stands.
+    // A block of the stream may end among the three bytes, and would be written by itself. After
+    // the stream has dropped what it had read, its next block begins at the stream's position.
     fflush(file);
     return fseek(file, 0, SEEK_CUR) != -1;
 }
@@ -441,7 +443,7 @@ static bool SwitchSetupOff(FILE *file, long offset)
         Log(kSourceFile, "RunSDProgram", "fseek error.");
         return false;
     }
-    // Intended: a zero byte stays behind in the file; the line keeps its length.
+    // Intended: a zero byte is left in the file; the line keeps its length.
     if (fputs("No", file) == -1 || fputc(0, file) == -1) {
         DivertStream(file);
         Log(kSourceFile, "RunSDProgram", "fputc error.");
@@ -471,7 +473,7 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
         return false;
     }
 
-    // 4. The switch, whose place is kept.
+    // 4. The switch, whose offset is kept.
     const int64_t setupOffset =
         ReadSetupKey(file, "SD_THIRD_SETUP", text, sizeof text, &capacity, false);
     if (setupOffset == -1) {
@@ -491,7 +493,7 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
         return false;
     }
 
-    // 6. It must be there.
+    // 6. It must exist.
     if (!IsVolumeExist(text, volumesDir, kFileVolumeWait)) {
         Log(kSourceFile, "RunSDProgram", "%s is not exist, RunSDProgram exit",
             static_cast<const char *>(text));
@@ -531,7 +533,7 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
         return false;
     }
 
-    // 11. Its name without the extension names the volume that it brings.
+    // 11. The name without its extension names the volume that opening the file produces.
     StripExtension(name);
 
     // 12. That volume.
@@ -560,7 +562,7 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
         return false;
     }
 
-    // 15. Whether once is enough.
+    // 15. Whether it is to run only once.
     if (ReadSetupKey(file, "SD_RUN_THIRD_FILE_ONCE", text, sizeof text, &capacity, false) == -1) {
         Log(kSourceFile, "RunSDProgram",
             "SD_RUN_THIRD_FILE_ONCE read false, RunSDProgram exit false");

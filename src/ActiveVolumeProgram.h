@@ -17,31 +17,31 @@
 int64_t TrimKey(char *text);
 
 // Whether the name of `keyLength` bytes at `found`, a position inside `line`, is a section header:
-// a "[" before it and a "]" behind it with nothing but spaces between. False for null pointers, a
-// negative length and a length that passes the end of the line.
+// a "[" before it and a "]" after it with nothing but spaces between. False for null pointers, a
+// negative length and a length that goes past the end of the line.
 bool IsPrimaryKey(const char *line, const char *found, int64_t keyLength);
 
-// Reads on in `file` until a section (`sectionMode`) or a key is found, whose name stands in `keyIO`,
-// a buffer of `keyIOSize` bytes, and is trimmed there as TrimKey does.
+// Reads on in `file` until a section (`sectionMode`) or a key is found. `keyIO`, a buffer of
+// `keyIOSize` bytes, holds its name, which is trimmed there as TrimKey does.
 //
-// Section mode returns the file offset, in bytes, of the header line; the stream then stands behind
-// that line. `capacity` is not used and may be null.
+// Section mode returns the file offset, in bytes, of the header line; the stream is then after that
+// line. `capacity` is not used and may be null.
 //
-// Key mode takes the first line that holds the name anywhere with a "=" somewhere behind it, puts the
-// trimmed value into `keyIO` (cut to keyIOSize - 1 bytes) and returns the file offset of the byte
-// after the "="; the stream then stands behind that line. A line with "[" or "]" in it ends the
-// search: the stream then stands at the start of that line. A value of *capacity or more bytes is
-// not accepted: `keyIO` becomes empty, *capacity the size needed (its length and one), and the stream
-// stands at the start of its line.
+// Key mode takes the first line that contains the name anywhere and a "=" somewhere after it, puts
+// the trimmed value into `keyIO` (cut to keyIOSize - 1 bytes) and returns the file offset of the
+// byte after the "="; the stream is then after that line. A line that contains "[" or "]" ends the
+// search: the stream is then at the start of that line. A value of *capacity or more bytes is not
+// accepted: `keyIO` becomes empty, *capacity the size needed (its length plus one), and the stream
+// is at the start of its line.
 //
 // Returns -1 for these failures, at the end of the file, when the stream cannot tell or change its
 // position, and for wrong arguments: null `file`, `keyIO` or (key mode) `capacity`, a `keyIOSize`
 // below 1, an empty name.
 int64_t ReadKeyValue(FILE *file, char *keyIO, int keyIOSize, int64_t *capacity, bool sectionMode);
 
-// Whether `key` in `section` of the file at `path` has the value `expected`, letter case ignored. The
-// section may be given with its brackets or without. False also when an argument is null, the file
-// cannot be opened, section or key is not found, or a name is longer than 1023 bytes.
+// Whether `key` in `section` of the file at `path` has the value `expected`, letter case ignored.
+// The section may be given with or without its brackets. False also when an argument is null, the
+// file cannot be opened, section or key is not found, or a name is longer than 1023 bytes.
 bool IsKeyValueCaseEqual(const char *path, const char *section, const char *key,
                          const char *expected);
 
@@ -54,31 +54,31 @@ bool IsKeyValueCaseEqual(const char *path, const char *section, const char *key,
 // and when there is no memory.
 bool IsVolumeExist(const char *name, const char *directory, int testTime);
 
-// Finds the volume that belongs to a package. `pVPStr`, a buffer of `size` bytes, holds the package's
-// base name (ThirdPartySetup); the volume is that name split before its capital letters (Third Party
-// Setup) under `directory`, which ends in "/" and may be null or empty. Waits for it as IsVolumeExist
-// does with `testTime` seconds, then takes the highest of its duplicates "Name 1", "Name 2", ... that
-// stand there without a gap.
+// Finds the volume that belongs to a package. `pVPStr`, a buffer of `size` bytes, holds the base
+// name of the package (ThirdPartySetup); the volume is that name split before its capital letters
+// (Third Party Setup) under `directory`, which ends in "/" and may be null or empty. Waits for it
+// as IsVolumeExist does with `testTime` seconds, then takes the highest of its duplicates "Name 1",
+// "Name 2", ... that exist without a gap.
 //
-// On success `pVPStr` holds the volume's path, cut to size - 1 bytes (a `size` of 0 or less leaves it
-// as it is). On failure it is unchanged: the volume did not appear, the name is null or empty, there
-// is no memory, `capacity` is null, or the path has *capacity or more bytes, which sets *capacity to
-// the size needed (its length and one).
+// On success `pVPStr` holds the path of the volume, cut to size - 1 bytes (a `size` of 0 or less
+// leaves it unchanged). On failure it is unchanged: the volume did not appear, the name is null or
+// empty, there is no memory, `capacity` is null, or the path has *capacity or more bytes, which
+// sets *capacity to the size needed (its length plus one).
 bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *directory,
                        int testTime);
 
 // ---- Setup runner ----
 
-// Runs the setup package that the section [SD_THIRDPARTY_SETUP] of the file `sysConfigPath` asks for:
-// opens the named file on its volume under `volumesDir` (which ends in "/"), waits for the volume
-// that this brings, opens the package on it and, where the file asks for a single run, overwrites the
-// three bytes behind "SD_THIRD_SETUP=" with "No" and a zero byte. `openPrefix` is the beginning of
-// both command lines up to and including the opening double quote.
+// Runs the setup package that the section [SD_THIRDPARTY_SETUP] of the file `sysConfigPath` asks
+// for: opens the named file on its volume under `volumesDir` (which ends in "/"), waits for the
+// volume that this produces, opens the package on it and, where the file asks for a single run,
+// overwrites the three bytes after "SD_THIRD_SETUP=" with "No" and a zero byte. `openPrefix` is the
+// beginning of both command lines up to and including the opening double quote.
 //
-// Returns true when both commands ran. Any failure returns false and leaves the file as it was. Can
+// Returns true when both commands ran. Any failure returns false and leaves the file unchanged. Can
 // block for minutes: 180 s for the first volume, 30 s for the second, 10 tries of each command.
-// Where the file cannot be repositioned or written for the change, its stream and the command's
-// buffer stay behind, open and allocated; nothing that is pending in that stream reaches the file.
+// When the file cannot be repositioned or written for the change, its stream stays open and the
+// buffer of the command allocated; nothing that is pending in that stream reaches the file.
 bool RunSDProgram(const char *sysConfigPath, const char *openPrefix, const char *volumesDir);
 
 #endif

@@ -1,10 +1,10 @@
 // Kestrun.cpp - start-up, disk arrival, mount-time actions and the search for the serial port.
 //
 // Owns gMountArgs and, for the life of the process, the disk arbitration session and its match
-// dictionary. Leans on the log, on both configuration readers (the INI reader for the texts, the
-// key file reader for the mount choice) and on the shell. What surprises: a callback may block for
-// ever (it waits for the Finder), and every later disk event waits with it; there is no queue, no
-// timer and no second thread.
+// dictionary. Uses the log, both configuration readers (the INI reader for the texts, the key file
+// reader for the mount choice) and the shell. What surprises: a callback may block for ever (it
+// waits for the Finder), and every later disk event waits with it; there is no queue, no timer and
+// no second thread.
 #include "src/Kestrun.h"
 
 #include "Common/INI.h"
@@ -38,8 +38,8 @@ static constexpr unsigned kFinderPause = 5;  // seconds between two looks for th
 static constexpr int kOpenTries = 10;        // runs of the open command before it counts as failed
 static constexpr DADiskOptions kMountAutomatic = 0x10;  // the option that DADiskSetOptions switches
 
-// What kIOMasterPortDefault stands for. That name is deprecated since macOS 12 and its successor
-// does not exist before; the value, a null port, is documented to mean the default one throughout.
+// The value of kIOMasterPortDefault. That name is deprecated since macOS 12, and its successor does
+// not exist in earlier versions; a null port is documented to mean the default one in all of them.
 static constexpr mach_port_t kDefaultPort = 0;
 
 static constexpr size_t kVolumeNameSize = 64;  // a volume name: 63 characters
@@ -48,10 +48,10 @@ static constexpr size_t kOwnerSize = 256;      // a user's name and the command 
 static constexpr size_t kOutputSize = 1024;    // what the search for the Finder prints
 static constexpr size_t kAppSize = 512;        // the application's path
 
-CFStringRef gMountArgs[2];  // the mount option and the null behind it; both null at start
+CFStringRef gMountArgs[2];  // the mount option and the null after it; both null at start
 
-// The serial ports that the I/O registry knows. The query consumes the dictionary; one that could
-// not be made is passed on as it is.
+// The serial ports that the I/O registry knows. The query consumes the dictionary; null, when it
+// could not be made, is passed on.
 static kern_return_t ListSerialPorts(io_iterator_t *ports)
 {
     CFMutableDictionaryRef matching = IOServiceMatching("IOSerialBSDClient");
@@ -89,7 +89,7 @@ int FindCommPort(const char *namePart, char *outPath, int outSize)
         // UTF-8 here, Mac OS Roman for the volume's name. Intended: the two differ.
         const bool converted = CFStringGetCString(static_cast<CFStringRef>(property), path,
                                                   sizeof path, kCFStringEncodingUTF8);
-        path[sizeof path - 1] = '\0';  // whatever a conversion that failed has left there
+        path[sizeof path - 1] = '\0';  // a conversion that failed may leave anything there
 
         // Intended: the path is the format. It is logged even when its conversion failed.
         Log(kSourceFile, "FindCommPort", path);
@@ -123,8 +123,8 @@ void DiskPeekCallback(DADiskRef disk, void * /*context*/)
     Log(kSourceFile, "DiskPeekCallback", "DiskPeekCallback exit");
 }
 
-// One line of a pipe, its line feed included, into `line`. When there is none to read, `line` is
-// empty and the answer false.
+// Reads one line of a pipe, its line feed included, into `line`. False, with `line` empty, when
+// there is none.
 static bool ReadFirstLine(FILE *pipe, char *line, int lineSize)
 {
     if (fgets(line, lineSize, pipe) != nullptr)
@@ -163,8 +163,8 @@ static bool IsConsoleOwner()
         Log(kSourceFile, "DiskMountCallback", "fgets pname failed!");
     pclose(pipe);
 
-    // Without this pipe the console's owner counts as unreadable: a daemon's user that was read
-    // differs from it, and nothing is opened.
+    // Without this pipe the owner of the console counts as unreadable: it differs from the user of
+    // the daemon, if that was read, and nothing is opened.
     pipe = popen("stat -f%Su /dev/console", "r");
     if (pipe == nullptr || !ReadFirstLine(pipe, consoleOwner, sizeof consoleOwner))
         Log(kSourceFile, "DiskMountCallback", "fgets active failed!");
@@ -198,14 +198,14 @@ static void WaitForFinder()
 
 void BuildOpenCommand(const char *path, char *command)
 {
-    // Intended: a path of more than 501 characters loses the closing quote, and what of it does not
-    // fit.
+    // Intended: a path of more than 501 characters is cut to what fits, and loses the closing
+    // quote.
     strncpy_s(command, kOpenCommandSize, "open -a \"", kOpenCommandSize - 1);
     strncat_s(command, kOpenCommandSize, path, kOpenCommandSize - 1 - strlen(command));
     strncat_s(command, kOpenCommandSize, "\"", kOpenCommandSize - 1 - strlen(command));
 }
 
-// Opens the connection manager, from the path that the configuration names at this moment.
+// Opens the connection manager at the path that the configuration has now.
 static void OpenApplication()
 {
     char path[kAppSize];
@@ -214,7 +214,7 @@ static void OpenApplication()
     memset_s(command, sizeof command, 0, sizeof command);
 
     if (SetIniFileName(kConfigFile)) {
-        // Intended: the text has nothing to do with the check, and ends in a line feed of its own.
+        // Intended: the text has nothing to do with the check, and has a line feed of its own.
         Log(kSourceFile, "DiskMountCallback",
             "Current Mac OS version is newer than Mac OS X 10.4\n");
         strncpy_s(path, sizeof path, ReadString(kConfigSection, "path1", kDefaultAppPath),
@@ -236,7 +236,7 @@ static void OpenApplication()
 void DiskMountCallback(DADiskRef /*disk*/, DADissenterRef /*dissenter*/, void * /*context*/)
 {
     Log(kSourceFile, "DiskMountCallback", "DiskMountCallback Enter");
-    // Intended: whether the mount succeeded is not asked.
+    // Intended: the result of the mount is ignored.
     if (!IsConsoleOwner())
         return;  // Intended: without the exit message.
     WaitForFinder();
@@ -260,8 +260,8 @@ int DiskMountApproval()
     return 0;
 }
 
-// 6. Whether the modem shows its serial port within ten seconds. One that comes later is the run
-// loop's.
+// 6. Whether the serial port of the modem appears within ten seconds. A modem that comes later is
+// handled by the run loop.
 static bool AwaitModem()
 {
     for (int tries = 0; tries < kPortTries; tries++) {
@@ -273,14 +273,14 @@ static bool AwaitModem()
     return false;
 }
 
-// 7. and 8. Waits for the volume and does what its mount would start.
+// 7. and 8. Waits for the volume and does once what its mount would cause.
 static void RunAtStart(const char *volumeName)
 {
     char name[kVolumeNameSize];
     memset_s(name, sizeof name, 0, sizeof name);
     strncpy_s(name, sizeof name, volumeName, sizeof name - 1);
     if (!IsVolumeExist(name, kVolumesDir, kVolumeBudget)) {
-        // Intended: the default name stands here, whatever name is configured.
+        // Intended: the text names the default volume, whatever name is configured.
         Log(kSourceFile, "main",
             "can't find /Volumes/Orvanta, can't run firmware program and SDProgram");
         return;
@@ -289,8 +289,8 @@ static void RunAtStart(const char *volumeName)
     Log(kSourceFile, "main", "finish run SDProgram at beginning to run autorun");
 }
 
-// 9. The dictionary by which the service picks the disks that it offers: those of the configured
-// name. It belongs to the caller.
+// 9. The dictionary that selects the disks that the service offers: those of the configured name.
+// The caller owns it.
 static CFMutableDictionaryRef CreateMatch(const char *volumeName)
 {
     CFMutableDictionaryRef match = CFDictionaryCreateMutable(
@@ -309,7 +309,7 @@ int main()
     // 1. The log.
     InitLogSystem(kLogFile);
 
-    // 2. The session: it gathers no events before it is scheduled.
+    // 2. The session, which delivers no events before it is scheduled.
     char volumeName[kVolumeNameSize];
     memset_s(volumeName, sizeof volumeName, 0, sizeof volumeName);
     DASessionRef session = DASessionCreate(kCFAllocatorDefault);
@@ -325,14 +325,14 @@ int main()
         configuredName = ReadString(kConfigSection, "name", kDefaultVolumeName);
     strncpy_s(volumeName, sizeof volumeName, configuredName, sizeof volumeName - 1);
 
-    // 5. A modem that is there already.
+    // 5. The modem may be there already.
     Log(kSourceFile, "main", "begin to run SDProgram at beginning to run autorun");
 
-    // 6. to 8. Its serial port tells; then what the mount of its volume would start.
+    // 6. to 8. If its serial port is, the actions run once without a mount.
     if (AwaitModem())
         RunAtStart(volumeName);
 
-    // 9. The disks to be offered: those of the volume's name.
+    // 9. The match dictionary.
     CFMutableDictionaryRef match = CreateMatch(volumeName);
 
     // 10. The mount option. Intended: the configuration is read by the key file reader here.
@@ -348,10 +348,10 @@ int main()
     DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
     DARegisterDiskPeekCallback(session, match, 0, DiskPeekCallback, nullptr);
 
-    // 12. Normally this does not return. The session and the dictionary live as long as it runs.
+    // 12. Normally this does not return. The session and the dictionary are never released.
     CFRunLoopRun();
 
-    // 13. The end, should it ever come.
+    // 13. The end, if the loop returns.
     CloseLogSystem();
     return 0;
 }

@@ -11,9 +11,9 @@
 
 #include <stddef.h>
 
-// The mount options of every mount that the daemon asks for: one option, "nobrowse" or "rdonly", and
-// the null that ends the list. Both are null until `main` has read the configuration; the strings
-// are constants that nobody releases.
+// The options of every mount that the daemon asks for: one option, "nobrowse" or "rdonly", and the
+// null that ends the list. Both are null until `main` has read the configuration; the strings are
+// constants that nobody releases.
 extern CFStringRef gMountArgs[2];
 
 // Looks for a serial port whose callout device path contains `namePart` (case-sensitive, anywhere
@@ -22,28 +22,27 @@ extern CFStringRef gMountArgs[2];
 //
 // `outPath`, a buffer of `outSize` bytes, may be null and `outSize` 0 or less: then nothing is
 // written. Otherwise every path that is examined is copied there in turn, cut to `outSize` - 1
-// bytes and terminated: it ends up with the matching path, or, after a search that failed, with the
-// last one examined. It is untouched when no port was examined.
+// bytes and terminated: in the end it holds the matching path or, after a search that failed, the
+// last one examined. It is unchanged when no port was examined.
 int FindCommPort(const char *namePart, char *outPath, int outSize);
 
-// The disk arbitration service's question about a disk that has just arrived and that carries the
-// configured name: takes the disk away from the automatic mount and asks for a mount with
-// `gMountArgs`, whose end the service reports to `DiskMountCallback`: normally later, from the run
-// loop, and then this does not block. A mount that the service refuses at once is reported before the
-// request returns; this then takes as long as `DiskMountCallback`. `disk` stays the service's own;
-// `context` is not used.
+// Called by the disk arbitration service for a disk that has just arrived and has the configured
+// name: switches off its automatic mount and requests a mount with `gMountArgs`. The service
+// reports the end of the mount to `DiskMountCallback`, normally later from the run loop; then this
+// does not block. A mount that the service refuses at once is reported before the request returns;
+// then this takes as long as `DiskMountCallback`. The service keeps `disk`; `context` is not used.
 void DiskPeekCallback(DADiskRef disk, void *context);
 
-// Assembles the command that opens the application at `path`, in double quotes, into `command`, a
-// buffer of kOpenCommandSize bytes: at most 511 bytes and a terminator. A path of more than 501 bytes
-// is cut to 502, and the closing quote is missing then.
+// Builds the command that opens the application at `path`, in double quotes, in `command`, a buffer
+// of kOpenCommandSize bytes: at most 511 bytes and a terminator. A path of more than 501 bytes is
+// cut to 502, and the closing quote is missing then.
 static constexpr size_t kOpenCommandSize = 512;
 void BuildOpenCommand(const char *path, char *command);
 
-// What follows a mount, and what `main` does once by itself for a modem that is there at start-up:
-// when the daemon's user owns the console, waits (for ever) until the Finder runs, opens the
-// connection manager and calls `DiskMountApproval`. The arguments are ignored and may be null: a
-// mount that failed is followed by the same actions. It blocks its caller throughout.
+// The actions after a mount, which `main` also runs once itself for a modem that is there at
+// start-up: if the user of the daemon owns the console, waits (for ever) until the Finder runs,
+// opens the connection manager and calls `DiskMountApproval`. The arguments are ignored and may be
+// null: a mount that failed is followed by the same actions. Returns only when they are done.
 void DiskMountCallback(DADiskRef disk, DADissenterRef dissenter, void *context);
 
 // Runs the one-time setup package that the installed application's "SysConfig.dat" asks for. 0 when

@@ -2,7 +2,7 @@
 //
 // RunShellProgram retries a line until the shell reports success; RunShellCmd captures what a line
 // prints, through one fixed temporary file. Owns no state but that file, for the length of a call.
-// What surprises: the raw result of system() is what is judged and printed, even as an error number.
+// What surprises: the raw result of system() is judged and printed, even as an error number.
 #include "src/Process.h"
 
 #include "Common/Log.h"
@@ -37,7 +37,7 @@ static void LogFailedAttempt(const char *command, int attempt, int status)
     }
 
     const int savedErrno = errno;
-    // strerror may build both texts in one buffer, so the first is copied before the second is made.
+    // strerror may use one buffer for both texts, so the first is copied before the second is made.
     char statusText[kErrorTextSize];
     strncpy_s(statusText, sizeof statusText, strerror(status), sizeof statusText - 1);
     Log(kSourceFile, "RunShellProgram", "system failed %d time, return %d[%s]:(%s), err = (%s)",
@@ -53,8 +53,8 @@ bool RunShellProgram(const char *command, int tries)
     Log(kSourceFile, "RunShellProgram", "RunShellProgram Enter");
 
     for (int attempt = 0; attempt < tries; attempt++) {
-        // Intended: the raw status is judged, not the decoded one; an exit code of 127 is 32512 here
-        // and counts as an ordinary failure.
+        // Intended: the raw status is judged, not the decoded one; an exit code of 127 is 32512
+        // here and counts as an ordinary failure.
         const int status = system(command);
         if (status == 0) {
             Log(kSourceFile, "RunShellProgram", "RunShellProgram exit true.(%s)", command);
@@ -76,7 +76,7 @@ static bool ReceiveOutput(FILE *file, char *output, int outputSize)
         Log(kSourceFile, "RunShellCmd", "fread failed");
         return false;
     }
-    output[size - 1] = '\0';  // shorter output ends at the zeros that stand there already
+    output[size - 1] = '\0';  // shorter output ends at the zeros that are there already
     Log(kSourceFile, "RunShellCmd", "recv [%s]", output);
     return true;
 }
@@ -94,7 +94,7 @@ bool RunShellCmd(const char *command, char *output, int outputSize)
     Log(kSourceFile, "RunShellCmd", "enter RunShellCmd (%s)", command);
     memset_s(output, static_cast<size_t>(outputSize), 0, static_cast<size_t>(outputSize));
 
-    // Intended: the result is not looked at. A line that is too long runs cut, without its redirection.
+    // Intended: the result is ignored. A line that is too long runs cut, without its redirection.
     snprintf_s(line, sizeof line, sizeof line - 1, "%s > %s", command, kOutputPath);
     if (!RunShellProgram(line, kShellTries)) {
         Log(kSourceFile, "RunShellCmd", "RunShellProgram cmdBuff 1 failed");
