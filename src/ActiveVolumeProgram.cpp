@@ -454,10 +454,10 @@ static bool SwitchSetupOff(FILE *file, long offset)
     return true;
 }
 
-// Does steps 3 to 15 of RunSDProgram. `*command` becomes the buffer of both commands, which is the
-// caller's to free, whatever the result. True leaves in `*switchOffset` where the switch is to be
-// overwritten, or -1 where it is to stay.
-static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDir, char **command,
+// Does steps 3 to 15 of RunSDProgram. `*buffer` becomes that of both commands, which the caller
+// frees, whatever the result. True leaves in `*switchOffset` where the switch is to be overwritten,
+// or -1 when it is to stay.
+static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDir, char **buffer,
                        int64_t *switchOffset)
 {
     char text[kKeyLineSize];  // a key, then its value; later the volume's path
@@ -503,12 +503,13 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
     // 7. Room for the two commands.
     const size_t prefixLength = strlen(openPrefix);
     const size_t commandSize = prefixLength + kCommandRoom;
-    *command = static_cast<char *>(malloc(commandSize));
-    if (*command == nullptr) {
+    char *const command = static_cast<char *>(malloc(commandSize));
+    *buffer = command;
+    if (command == nullptr) {
         Log(kSourceFile, "RunSDProgram", "malloc failed, RunSDProgram exit false");
         return false;
     }
-    memset_s(*command, commandSize, 0, commandSize);
+    memset_s(command, commandSize, 0, commandSize);
 
     // 8. The file to open.
     if (ReadSetupKey(file, "SD_THIRD_FILE_NAME", name, sizeof name, &capacity, false) == -1) {
@@ -524,10 +525,10 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
     }
 
     // 10. The first command opens the file. Intended: it is logged as a format.
-    snprintf_s(*command, commandSize, commandSize - 1, "%s%s%s/%s\"", openPrefix, volumesDir, text,
+    snprintf_s(command, commandSize, commandSize - 1, "%s%s%s/%s\"", openPrefix, volumesDir, text,
                name);
-    Log(kSourceFile, "RunSDProgram", *command);
-    if (!RunShellProgram(*command, kOpenTries)) {
+    Log(kSourceFile, "RunSDProgram", command);
+    if (!RunShellProgram(command, kOpenTries)) {
         Log(kSourceFile, "RunSDProgram",
             "first RunShellProgram failed, RunSDProgram exit fals ");  // sic
         return false;
@@ -554,9 +555,9 @@ static bool RunPackage(FILE *file, const char *openPrefix, const char *volumesDi
     }
 
     // 14. The second command opens the package. Intended: it is logged as a format.
-    snprintf_s(*command, commandSize, commandSize - 1, "%s%s/%s.pkg\"", openPrefix, text, name);
-    Log(kSourceFile, "RunSDProgram", *command);
-    if (!RunShellProgram(*command, kOpenTries)) {
+    snprintf_s(command, commandSize, commandSize - 1, "%s%s/%s.pkg\"", openPrefix, text, name);
+    Log(kSourceFile, "RunSDProgram", command);
+    if (!RunShellProgram(command, kOpenTries)) {
         Log(kSourceFile, "RunSDProgram",
             "second RunShellProgram failed,  RunSDProgram exit false");  // sic
         return false;
