@@ -169,8 +169,8 @@ TEST_CASE("a value is found by the rules of the format")
         {"the value's = counted from the line's start", "[V]\n=name\nname=x\n", "V", "name", "x"},
         {"no final line feed", "[V]\nname=x", "V", "name", "x\xFF"},
         {"blanks before the end mark stay", "[V]\nname=x  ", "V", "name", "x  \xFF"},
-        {"a header on an unterminated line has no keys behind it", "[V]", "V", "name", kDefault},
-        {"the line behind the final line feed", "[V]\n", "V", "\xFF", ""},
+        {"a header on an unterminated line has no keys after it", "[V]", "V", "name", kDefault},
+        {"the line after the final line feed", "[V]\n", "V", "\xFF", ""},
         {"an empty file", "", "V", "name", kDefault},
         {"no section", "name=x\n", "V", "name", kDefault},
         {"the header without a bracket", "[V\nV]\nname=x\n", "V", "name", kDefault},
@@ -182,7 +182,7 @@ TEST_CASE("a value is found by the rules of the format")
         {"a section ended by a value in brackets", "[V]\nother=[x]\nname=y\n", "V", "name",
          kDefault},
         {"the key with no = but more text", "[V]\nname x\n", "V", "name", kDefault},
-        {"the key behind a tab", "[V]\n\tname=x\n", "V", "name", kDefault},
+        {"the key after a tab", "[V]\n\tname=x\n", "V", "name", kDefault},
         {"a tab before =", "[V]\nname\t=x\n", "V", "name", kDefault},
         {"a header with a zero byte", "[V\0]\nname=x\n"s, "V", "name", kDefault},
         {"a zero byte ends the value", "[V]\nname=x\0y\n"s, "V", "name", "x"},
@@ -197,8 +197,8 @@ TEST_CASE("a value is found by the rules of the format")
          "x"},
         {"a line of 1023 characters is whole", "[V]\nn=" + longLine.substr(2) + "\nname=x\n", "V",
          "n", longLine.substr(2)},
-        {"the line behind a line of 1023 characters", "[V]\n" + longLine + "\nname=x\n", "V",
-         "name", "x"},
+        {"the line after a line of 1023 characters", "[V]\n" + longLine + "\nname=x\n", "V", "name",
+         "x"},
         {"a line of 1024 characters is cut", "[V]\nn=" + longLine.substr(2) + "w\nname=x\n", "V",
          "n", longLine.substr(2)},
         {"the rest of a long line is dropped", "[V]\n" + longLine + "\rname=y\nname=x\n", "V",
@@ -414,7 +414,7 @@ TEST_CASE("GetInitKey is ReadString with an empty default")
                               "INI:ReadString --- cfg section [W] not exists..."});
 }
 
-TEST_CASE("SectionExists leaves the file behind the header line")
+TEST_CASE("SectionExists leaves the file after the header line")
 {
     LogCapture log;
     std::string content = "a\n x[V]y \nname=x\n";
@@ -438,7 +438,7 @@ TEST_CASE("SectionExists leaves the file behind the header line")
     CHECK(g_current_line_offset == 17);
 }
 
-TEST_CASE("KeyExists leaves the key's line with its trailing blanks cut, and the file behind it")
+TEST_CASE("KeyExists leaves the key's line with its trailing blanks cut, and the file after it")
 {
     LogCapture log;
     std::string content = "a\n name = x  \n[U]\nb\n";
@@ -652,7 +652,7 @@ TEST_CASE("ReadLine goes through a file line by line, offsets along, to its mark
     CHECK(log.Take() == Lines{});
 }
 
-TEST_CASE("a line that begins with a zero byte reads as the end, and the file goes on behind it")
+TEST_CASE("a line that begins with a zero byte reads as the end, and the file goes on after it")
 {
     std::string content = "\0ab\nc\n"s;
     const File file = Open(content);
@@ -828,7 +828,7 @@ TEST_CASE("a lookup in a configuration without a position leaves offsets of -1")
     CHECK(log.Take() == Lines{});
 }
 
-TEST_CASE("a line far behind the stream's first block is found")
+TEST_CASE("a line far after the stream's first block is found")
 {
     std::string content;
     for (int i = 0; i < 3000; i++)

@@ -1,4 +1,4 @@
-// The log: lines, numbers, files and what trouble does to them.
+// The log: its lines, numbers and files, and what failures do to them.
 #include "Common/Log.h"
 #include "tamrik/tamrik.h"
 #ifdef __linux__
@@ -46,7 +46,7 @@ extern "C" tm *localtime_r(const time_t *at, tm *result) noexcept
 {
     if (!g_localTimeFails)
         return gmtime_r(at, result);
-    result->tm_hour = 17;  // a failing call may have begun its work
+    result->tm_hour = 17;  // a failing call may have changed something
     result->tm_mday = 28;
     return nullptr;
 }
@@ -169,7 +169,7 @@ TEST_CASE("the time is that of the call")
         {kUsualTime, "2026-11-20 9:5:3"},
         {1735689599, "2024-12-31 23:59:59"},
         {253402300800, "10000-1-1 0:0:0"},
-        // The last and the first second that a broken-down time can hold: no int is its year.
+        // The last and the first second that a broken-down time can hold: their years fit no int.
         {67768036191676799, "2147485547-12-31 23:59:59"},
         {-67768040609740800, "-2147481748-1-1 0:0:0"},
     };
@@ -198,7 +198,7 @@ TEST_CASE("a local time that cannot be had is written as the cleared one")
 }
 
 TEST_CASE(
-    "the module is the part behind the last '/', by a scan that never sees the first character")
+    "the module is the part after the last '/', by a scan that never reads the first character")
 {
     const struct {
         const char *sourceFile;
@@ -258,8 +258,7 @@ TEST_CASE("arguments of every kind reach the message")
               Line(number + 1, "1 -3 -4") + Line(number + 2, "no conversion"));
 }
 
-TEST_CASE(
-    "what the bounded library refuses empties the message and the line is written all the same")
+TEST_CASE("what the bounded library refuses empties the message, and the line is still written")
 {
     const Folder folder;
     const int number = NextNumber();
@@ -346,8 +345,7 @@ TEST_CASE("a pair of percent signs that the cut parts leaves one")
     CHECK(CloseAndRead(folder / "log") == (frame + text).substr(0, kLongestLine));
 }
 
-TEST_CASE(
-    "a doubled sign in a line that is cut becomes single, and nothing behind the line is read")
+TEST_CASE("a doubled sign in a line that is cut becomes single, and nothing after the line is read")
 {
     const Folder folder;
     const int number = NextNumber();
@@ -368,9 +366,9 @@ TEST_CASE("long names are cut with their line")
     CHECK(CloseAndRead(folder / "log") == (Prefix(number) + longName).substr(0, kLongestLine));
 }
 
-TEST_CASE("an invalid specification empties the message unless it had run over before")
+TEST_CASE("an invalid conversion empties the message unless that was already too long")
 {
-    // The engine has 2048 places and meets the end at the character behind them.
+    // The engine has 2048 places and notices the end at the character after them.
     for (const size_t length :
          std::initializer_list<size_t>{0, 1, 2046, 2047, 2048, 2049, 2050, 5000}) {
         for (const char *const bad : {"%y", "%", "%n tail", "%5*d"}) {
@@ -392,7 +390,7 @@ TEST_CASE("an invalid specification empties the message unless it had run over b
 
 // ---- Text as a format ---------------------------------------------------------------------------
 
-TEST_CASE("a text without arguments is a format as far as that is defined, then it stands as it is")
+TEST_CASE("a text without arguments is a format as far as that is defined, and then unchanged")
 {
     const struct {
         const char *text;
@@ -410,7 +408,7 @@ TEST_CASE("a text without arguments is a format as far as that is defined, then 
         {"%%%% %%%%", "% %"},
         {"a%%d", "a%d"},
         {"%%s and %%%%", "%s and %%"},
-        // A conversion without an argument, and all behind it.
+        // A conversion without an argument, and all that follows it.
         {"%s", "%s"},
         {"a %d b", "a %d b"},
         {"%s%n%99999999d%ls%", "%s%n%99999999d%ls%"},
@@ -459,7 +457,7 @@ TEST_CASE("a text without arguments is a format as far as that is defined, then 
         {"a%99999999999999999999999d", ""},
         {"a%y%s", ""},
         {"a%%%y", ""},
-        // 'I' that makes no size is printed, the specification before it is not.
+        // 'I' that is no size is printed, the characters from the '%' to it are not.
         {"%I", "I"},
         {"a%I5d", "aI5d"},
         {"%I6", "I6"},
@@ -492,8 +490,8 @@ static bool IsOneOf(char ch, const char *set)
 
 enum class Kind { Prints, Takes, Bad };
 
-// Judges the specification behind the '%' at `at` and moves `at` behind what it is made of.
-static Kind JudgeSpecification(const std::string &text, size_t &at, char &printed)
+// Judges the conversion after the '%' at `at` and moves `at` past its characters.
+static Kind JudgeConversion(const std::string &text, size_t &at, char &printed)
 {
     const auto here = [&] { return at < text.size() ? text[at] : '\0'; };
     const char *const sizes = "ILNZhjlqtwz";
@@ -554,7 +552,7 @@ static std::string ModelOfMessage(const std::string &text, bool &takesArgument)
         }
         const size_t spec = at++;
         char printed = '\0';
-        switch (JudgeSpecification(text, at, printed)) {
+        switch (JudgeConversion(text, at, printed)) {
         case Kind::Prints: message += printed; break;
         case Kind::Bad: return "";
         case Kind::Takes:
@@ -598,7 +596,7 @@ static std::string RandomText(std::mt19937 &random)
     return text;
 }
 
-// vsnprintf_s with nothing behind the format, for texts that take nothing.
+// vsnprintf_s without arguments, for texts that need none.
 static std::string Formatted(const char *format, ...)
 {
     char message[2048];
@@ -634,7 +632,7 @@ TEST_CASE("random texts of any bytes are written as a naive reading of the rules
     }
 }
 
-TEST_CASE("nothing behind the text's terminating zero is read")
+TEST_CASE("nothing after the text's terminating zero is read")
 {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void *const memory =
@@ -896,7 +894,8 @@ TEST_CASE(
     CHECK(CloseAndRead(folder / "log") == Line(number + 4, "five"));
 }
 
-TEST_CASE("a file that is truncated from outside goes on at its start, with nothing lost behind it")
+TEST_CASE(
+    "a file that is truncated from outside goes on at its start, and nothing after that is lost")
 {
     const Folder folder;
     const int number = NextNumber();

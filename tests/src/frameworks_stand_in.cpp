@@ -1,4 +1,5 @@
-// frameworks_stand_in.cpp - see the header.
+// frameworks_stand_in.cpp - the objects of the stand-in, counted, and the functions that note each
+// call.
 #include "tests/src/frameworks_stand_in.h"
 
 #include <algorithm>
@@ -52,7 +53,7 @@ io_object_t MakeNumbered(const std::string &name)
     return static_cast<io_object_t>(objects.size());
 }
 
-// The object behind a handle; a handle is never one that was not made here.
+// The object of a handle. Every handle that comes in was made here.
 template <class Handle>
 Object *Get(Handle handle)
 {
@@ -290,7 +291,7 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t port, CFDictionaryRef mat
     Note("IOServiceGetMatchingServices(" + std::to_string(port) + ", " + ShowHandle(matching) +
          ")");
     if (matching != nullptr)
-        Release(Get(matching));  // the query consumes it, whatever comes of it
+        Release(Get(matching));  // the query consumes it, whatever its result
     if (frameworks.queryResult != 0)
         return frameworks.queryResult;
     *iterator = MakeNumbered("iterator");

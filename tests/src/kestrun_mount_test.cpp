@@ -1,4 +1,4 @@
-// The peek callback, the mount-time actions and the setup package behind them: every way through,
+// The peek callback, the mount-time actions and the setup package after them: every way through,
 // with the exact calls, commands and log lines.
 #include "src/Kestrun.h"
 #include "tests/src/kestrun_seams.h"
@@ -127,7 +127,7 @@ TEST_CASE("the arguments are ignored: a mount that failed is followed by the sam
     }
     const World world;
     int context = 0;
-    // Handles that nobody may follow.
+    // Handles that must not be dereferenced.
     DiskMountCallback(reinterpret_cast<DADiskRef>(&context),
                       reinterpret_cast<DADissenterRef>(&context), &context);
     CHECK(calls + world.TakeLog() == plain);
@@ -237,7 +237,7 @@ TEST_CASE("the two users are compared as they were read, to the last byte")
         {"no line feed at the second", "ada\n", "ada", {}, false},
         {"another name", "root\n", "ada\n", {}, false},
         {"another case", "Ada\n", "ada\n", {}, false},
-        {"a blank behind one", "ada \n", "ada\n", {}, false},
+        {"a blank after one", "ada \n", "ada\n", {}, false},
         {"only the first line counts", "ada\nroot\n", "ada\nbob\n", {}, true},
         {"empty lines", "\n", "\n", {}, true},
         {"only the first 255 characters count", sixHundred + "x\n", sixHundred + "y\n", {}, true},
@@ -350,7 +350,7 @@ TEST_CASE("the wait for the Finder goes on, five seconds apart, until a probe pr
     const int absent = 40;
     for (int i = 0; i < absent; i++)
         world.finder.push_back({i % 3 == 2, ""});  // every third one succeeds and prints nothing
-    world.finder.push_back({false, "a call that failed, whatever it left behind"});
+    world.finder.push_back({false, "a call that failed, whatever it printed"});
     world.finder.push_back({true, std::string(1023, 'F')});
     DiskMountCallback(nullptr, nullptr, nullptr);
 

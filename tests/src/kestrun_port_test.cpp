@@ -1,5 +1,4 @@
-// FindCommPort: what it asks of the I/O registry, in which order, what it logs and what it hands
-// back.
+// FindCommPort: what it asks of the I/O registry, in which order, what it logs and what it returns.
 #include "src/Kestrun.h"
 #include "tests/src/kestrun_seams.h"
 
@@ -142,8 +141,8 @@ TEST_CASE("every path examined is copied to the caller, cut to its buffer and te
     const std::string thirty = "/dev/cu.QARVELMobile-Pcui-1234";
     REQUIRE(thirty.size() == 30);
     struct {
-        int size;           // as it is told
-        std::string after;  // what the 40 bytes then begin with; behind it all is as before
+        int size;           // that the function is given
+        std::string after;  // what the 40 bytes then begin with; the rest is unchanged
     } const rows[] = {
         {40, thirty + '\0'},
         {31, thirty + '\0'},

@@ -1,4 +1,4 @@
-// kestrun_seams.cpp - see the header.
+// kestrun_seams.cpp - the world that a test of src/Kestrun.cpp sees, and the calls it answers.
 #include "tests/src/kestrun_seams.h"
 
 #include <dlfcn.h>
@@ -56,7 +56,7 @@ Lines World::TakeLog() const
     return LogRecords(FileContent(folder + "/log"));
 }
 
-// A pipe that gives what the query for the daemon's user prints, and an error behind it.
+// A pipe that gives what the query for the daemon's user prints, and then an error.
 static FILE *BrokenPipe()
 {
     static bool isRead;

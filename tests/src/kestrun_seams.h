@@ -19,7 +19,7 @@ struct Probe {
     std::string output;
 };
 
-// A pipe that is no pipe, and one that prints nothing.
+// A pipe that cannot be opened, and one that prints nothing.
 inline const std::optional<std::string> kNoPipe = std::nullopt;
 inline const std::optional<std::string> kNothing = "";
 
@@ -34,7 +34,7 @@ struct World {
     int pid = 4711;
     std::optional<std::string> owner = "ada\n";    // what the query for the daemon's user prints
     std::optional<std::string> console = "ada\n";  // and that for the console's owner
-    bool ownerBreaks = false;                      // that query's pipe fails behind what it prints
+    bool ownerBreaks = false;                      // that query's pipe fails after what it prints
     std::deque<Probe> finder;                      // probe by probe; then the Finder runs
     bool commandsSucceed = true;                   // RunShellProgram
     bool setupSucceeds = true;                     // RunSDProgram

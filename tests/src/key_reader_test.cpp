@@ -37,7 +37,7 @@ static Lines Then(Lines lines, const Lines &more)
     return lines;
 }
 
-// What every look for `key` begins with.
+// The log lines that every search for `key` begins with.
 static Lines Start(const std::string &key)
 {
     return {Read("ReadKeyValue Enter"), Read("pKeyIOValue=" + key), Trim("TrimKey Enter")};
@@ -125,7 +125,7 @@ TEST_CASE("TrimKey of no text is -1")
 
 // ---- IsPrimaryKey ----
 
-TEST_CASE("a name is a header when brackets stand around it with nothing but spaces between")
+TEST_CASE("a name is a header when brackets surround it with nothing but spaces between")
 {
     struct Row {
         const char *line;
@@ -149,7 +149,7 @@ TEST_CASE("a name is a header when brackets stand around it with nothing but spa
     }
 }
 
-TEST_CASE("what stands before the line's start is not looked at")
+TEST_CASE("nothing before the start of the line is read")
 {
     const char bracketBefore[] = "[KEY]";
     CHECK_FALSE(IsPrimaryKey(bracketBefore + 1, bracketBefore + 1, 3));
@@ -160,7 +160,7 @@ TEST_CASE("what stands before the line's start is not looked at")
     CHECK_FALSE(IsPrimaryKey(line.data(), line.data() + 1, 3));
 }
 
-TEST_CASE("a missing text, or a length that cannot be, is no header")
+TEST_CASE("a missing text or an impossible length is no header")
 {
     const char line[] = "[KEY]";
     const Lines no{Primary("IsPrimaryKey Enter"), Primary("IsPrimaryKey exit false")};
@@ -223,7 +223,7 @@ TEST_CASE("what a key line may look like")
         {"KEY=\n", 4, "", 5},
         {"KEY=", 4, "", 4},
         {"KEY=  \r\n", 4, "", 8},
-        {"XKEY=1\n", 5, "1", 7},  // the name may stand anywhere
+        {"XKEY=1\n", 5, "1", 7},  // the name may be anywhere
         {"KEY_OLD=1\n", 8, "1", 10},
         {"KEY whatever: =1=2\n", 15, "1=2", 19},
         {"#KEY=c\n", 5, "c", 7},  // there are no comments
@@ -361,7 +361,7 @@ TEST_CASE("a key that stands before the stream's position is not found")
     fclose(file);
 }
 
-TEST_CASE("a value of the capacity's length is refused, and the size needed is told")
+TEST_CASE("a value of the capacity's length is refused, and the size needed is returned")
 {
     struct Row {
         int64_t capacity;
@@ -436,10 +436,10 @@ TEST_CASE("a line of more than 1023 bytes counts as several")
         CHECK(call.position == row.position);
         fclose(file);
     }
-    // A header behind 1023 bytes is found at its piece; one across the border is not.
+    // A header after 1023 bytes is found in its own piece; one across the border is not.
     FreshSeam();
-    const std::string behind = fill + "[SEC]\n";
-    FILE *file = Memory(behind);
+    const std::string content = fill + "[SEC]\n";
+    FILE *file = Memory(content);
     CHECK(ReadOne(file, "SEC", true).result == 1023);
     fclose(file);
     const std::string across = fill.substr(1) + "[SEC]\n";
@@ -460,13 +460,13 @@ TEST_CASE("a key that trims to nothing matches the first line with an equals sig
                               Trim("TrimKey Enter"), Trim("TrimKey exit success"),
                               Trim("TrimKey Enter"), Read("lPos == 4, ReadKeyValue exit true")});
     fclose(file);
-    // No header has an empty name: before the line's start nothing stands.
+    // No header has an empty name: there is nothing before the start of the line.
     file = Memory(bytes);
     CHECK(ReadOne(file, "[]", true).result == -1);
     fclose(file);
 }
 
-TEST_CASE("wrong arguments are refused and leave everything as it is")
+TEST_CASE("wrong arguments are refused and leave everything unchanged")
 {
     FreshSeam();
     const std::string bytes = kFile;
@@ -539,7 +539,7 @@ TEST_CASE("a stream that cannot tell its position or read ends the search")
     }
 }
 
-TEST_CASE("a stream that cannot go back says so in place of the usual message")
+TEST_CASE("a stream that cannot be repositioned is logged in place of the usual message")
 {
     for (const std::string bytes : {"[NEXT]\n", "KEY=value\n"}) {
         FreshSeam().Fail("fseek", 1);
@@ -757,7 +757,7 @@ struct Random {
         return engine() % limit;
     }
 
-    // Lines for the most part, half of them behind a header, and now and then what tears them.
+    // Mostly lines, half of them after a header, and now and then something that breaks them.
     std::string File()
     {
         static const std::string lines[] = {
@@ -782,7 +782,7 @@ struct Random {
         return bytes.empty() ? "\n" : bytes;
     }
 
-    // Mostly a name that stands in the files, else a nasty one.
+    // Mostly a name that is in the files, else a difficult one.
     std::string Name(const std::string &usual)
     {
         static const std::string names[] = {"KEY", "K",    "SEC",   "[SEC]", " [ SEC ]\r\n",

@@ -1,10 +1,10 @@
 // launcher_seam.h - takes the place of the C library functions through which the launcher's modules
 // reach the outside, for one test program. Include it in one source only.
 //
-// Nothing sleeps: the seconds are noted and a clock runs on. Commands are noted and answered as the
-// test says, or run by the real shell. Directories exist when the test says so, or for real. Any call
-// can be made to fail by its number. What is opened or allocated and not given back is counted. The
-// log's own stream, opened with other modes, passes through uncounted.
+// Nothing sleeps: the seconds are noted and added to a clock. Commands are noted and answered as
+// the test says, or run by the real shell. Directories exist when the test says so, or for real.
+// Any call can be made to fail by its number. What is opened or allocated and not released is
+// counted. The log's own stream, opened with other modes, is not counted.
 #ifndef TESTS_SRC_LAUNCHER_SEAM_H
 #define TESTS_SRC_LAUNCHER_SEAM_H
 
@@ -43,7 +43,7 @@ struct Seam {
     bool realShell = false;                           // the real one runs the command
     std::map<std::string, unsigned> directories;      // and when, by the clock, each appears
     bool realDirectories = false;                     // the real ones are looked at
-    bool everyDirectory = false;                      // all exist, and no look is noted
+    bool everyDirectory = false;                      // all exist, and no call is noted
     std::map<std::string, std::string> files;         // what fopen opens in a path's place
     std::function<FILE *(const std::string &)> open;  // or which stream it gives
 

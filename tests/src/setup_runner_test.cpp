@@ -158,7 +158,7 @@ TEST_CASE("the setup is run, line by line, and its switch turned to No")
 
 // ---- The rewrite ----
 
-// Gives back what a failed rewrite leaves behind on purpose, and says how much that was.
+// Releases what a failed rewrite leaks on purpose, and says how much that was.
 static std::string TakeBackLeak()
 {
     const std::string leak = std::to_string(g_seam.streams.size()) + " stream, " +
@@ -294,12 +294,12 @@ TEST_CASE("the change reaches the disk in a single write wherever it falls in th
     const std::string head = std::string(kSection) + "SD_THIRD_SETUP=";
     for (const size_t block : {size_t{512}, size_t{1024}, size_t{4096}, size_t{8192}}) {
         for (size_t offset = 2 * block - 4; offset <= 2 * block + 2; offset++) {
-            for (const size_t behind : {size_t{0}, size_t{3} * block}) {
+            for (const size_t tail : {size_t{0}, size_t{3} * block}) {
                 CAPTURE(block);
                 CAPTURE(offset);
-                CAPTURE(behind);
+                CAPTURE(tail);
                 std::string before(offset - head.size() - 1, 'x');
-                before += "\n" + Usual() + std::string(behind, 'y');
+                before += "\n" + Usual() + std::string(tail, 'y');
                 std::string after = before;
                 after.replace(offset, 3, std::string("No\0", 3));
                 Disk disk{before, 0, {}};
@@ -598,7 +598,7 @@ TEST_CASE("whichever call fails, the file is untouched or carries the whole chan
         CHECK(result == success2);
         CHECK(Said(log.Take()).back() == last);
         const bool leaks = last == "fseek error." || last == "fputc error.";
-        // Whatever a stream left behind still holds is written out here, as at the process's end.
+        // What a leaked stream still holds is written out here, as at the end of the process.
         fflush(nullptr);
         CHECK(config.Bytes() == (success2 ? changed : before));
         CHECK(TakeBackLeak() ==
@@ -658,7 +658,8 @@ TEST_CASE("half of a change does not reach the file without a free descriptor ei
         std::vector<int> taken;
         taken.reserve(64);
         g_seam.shell = [&](const std::string &) {
-            // The volumes' folders are looked at before the second command, and nothing is behind it.
+            // The folders of the volumes are opened before the second command, and nothing is
+            // opened after it.
             const rlimit few{most, limit.rlim_max};
             if (g_seam.commands.size() < 2 || setrlimit(RLIMIT_NOFILE, &few) != 0)
                 return 0;
