@@ -151,12 +151,17 @@ bool MakeMedium(Hardware *hardware, Disk *disk, std::string *why)
     return made;
 }
 
+std::string PulledName(const Disk &disk)
+{
+    return disk.device + "-pulled";
+}
+
 // A pulled disk is gone at once, and shows nothing any more even where it is still mounted. The
 // rename is what a watch on the device notices: a mounted folder that is removed tells nobody.
 void DestroyMedium(const Disk &disk)
 {
     std::error_code ignored;
-    const std::string pulled = disk.device + "-pulled";
+    const std::string pulled = PulledName(disk);
     (void)rename(disk.device.c_str(), pulled.c_str());
     (void)fs::remove_all(pulled, ignored);
 }
@@ -243,6 +248,8 @@ bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &la
     disk.image =
         disk.broken || (medium == Medium::Image && hardware->world->kind == WorldKind::Root);
     disk.device = FreeName("/dev/sr");
+    MakesAtRealPath(*hardware->world, disk.device);
+    MakesAtRealPath(*hardware->world, PulledName(disk));
     if (!MakeMedium(hardware, &disk, why))
         return false;
     hardware->disks[name] = disk;
@@ -297,6 +304,7 @@ bool PlugPort(Hardware *hardware, const std::string &name, std::string *why)
         return false;
     }
     const std::string device = FreeName("/dev/ttyUSB");
+    MakesAtRealPath(*hardware->world, device);
     (void)symlink(slave, device.c_str());
     hardware->ports[name] = device;
     hardware->ptyMasters[name] = master;

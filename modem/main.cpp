@@ -9,8 +9,10 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <getopt.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "modem/player.h"
@@ -31,9 +33,9 @@ const int kExitNotPlayable = 77;  // what ctest and automake take for "skipped"
 const double kMostSpeed = 1000;
 
 const char kUsage[] =
-    "usage: kestrun-bench run FILE [options]   plays a scenario\n"
-    "       kestrun-bench record FILE          records this system as a scenario until SIGINT\n"
-    "       kestrun-bench words                lists the statements of a scenario\n"
+    "usage: kestrun-bench run FILE... [options]   plays scenarios, one after the other\n"
+    "       kestrun-bench record FILE             records this system as a scenario until SIGINT\n"
+    "       kestrun-bench words                   lists the statements of a scenario\n"
     "options:\n"
     "  --speed N         the daemon sleeps N times shorter (1 to 1000, may be fractional)\n"
     "  --dry-run         checks the scenario and prints what would be done\n"
@@ -46,8 +48,8 @@ const char kUsage[] =
     "  --json            prints a JSON object on each line, for programs\n"
     "  --help            prints this\n"
     "  --version         prints the version\n"
-    "exit status: 0 all came true, 1 something did not, 2 a mistake in the scenario or in these\n"
-    "arguments, 77 this machine cannot play it\n";
+    "exit status: 0 all came true, 1 something did not, 2 a mistake in a scenario or in these\n"
+    "arguments, 77 this machine cannot play one of them\n";
 
 struct Arguments {
     modem::PlayOptions play;
@@ -152,6 +154,17 @@ bool TakeOption(int option, Arguments *arguments)
     }
 }
 
+// What the values are that TakeOption takes; null for an option that takes any, or that there is not.
+const char *ValuesOf(int option)
+{
+    switch (option) {
+    case kSpeed: return "--speed takes a number from 1 to 1000";
+    case kSeed: return "--seed takes a number from 0 on";
+    case kWorld: return "--world takes root, user or real";
+    default: return nullptr;
+    }
+}
+
 // What was built, or installed, beside this program.
 void FindBuild(modem::PlayOptions *play)
 {
@@ -184,32 +197,91 @@ bool ReadScenario(const std::string &path, modem::Scenario *scenario)
     return true;
 }
 
-int Run(const Arguments &arguments)
+// Whether the recording can be written when it is done.
+bool CanRecordTo(const std::string &file)
 {
-    modem::Scenario scenario;
-    if (!ReadScenario(arguments.play.scenarioFile, &scenario))
-        return kExitMistake;
-    if (!scenario.title.empty() && !arguments.play.json)
-        std::cout << scenario.title << "\n";
-    if (arguments.dryRun) {
-        (arguments.play.json ? PrintPlanInJson : PrintPlan)(scenario.steps);
-        return kExitPassed;
-    }
-    for (const std::string &needed : {arguments.play.daemonProgram, arguments.play.speedLibrary,
-                                      arguments.play.toolsDir + "/open"}) {
-        const int mode = needed == arguments.play.speedLibrary ? R_OK : R_OK | X_OK;
-        if (access(needed.c_str(), mode) != 0) {
+    const std::string folder = fs::path(file).parent_path();
+    if (access(folder.c_str(), W_OK | X_OK) == 0 || access(file.c_str(), W_OK) == 0)
+        return true;
+    std::cerr << "kestrun-bench: " << file << ": " << strerror(errno)
+              << ": a recording needs a folder that can be written to\n";
+    return false;
+}
+
+// The world and the daemon are seen through /proc.
+bool HasProc()
+{
+    if (access("/proc/self/exe", F_OK) == 0)
+        return true;
+    std::cerr << "kestrun-bench: there is no /proc: mount -t proc proc /proc\n";
+    return false;
+}
+
+bool HasNeeded(const modem::PlayOptions &play)
+{
+    for (const std::string &needed :
+         {play.daemonProgram, play.speedLibrary, play.toolsDir + "/open"}) {
+        if (access(needed.c_str(), needed == play.speedLibrary ? R_OK : R_OK | X_OK) != 0) {
             std::cerr << "kestrun-bench: " << needed << ": " << strerror(errno) << "\n";
-            return kExitMistake;
+            return false;
         }
     }
-    std::cout.flush();
-    switch (modem::Play(scenario, arguments.play)) {
+    return true;
+}
+
+int PlayOne(const modem::Scenario &scenario, const modem::PlayOptions &play)
+{
+    switch (modem::Play(scenario, play)) {
     case modem::Result::Passed: return kExitPassed;
     case modem::Result::Failed: return kExitFailed;
     case modem::Result::NotPlayable: break;
     }
     return kExitNotPlayable;
+}
+
+// In a process of its own: who has played lives in another world.
+int PlayApart(const modem::Scenario &scenario, const modem::PlayOptions &play)
+{
+    std::cout.flush();
+    const pid_t child = fork();
+    if (child == 0) {
+        const int result = PlayOne(scenario, play);
+        std::cout.flush();
+        (void)fflush(stdout);
+        _exit(result);
+    }
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : kExitFailed;
+}
+
+int Run(Arguments arguments, const std::vector<std::string> &files)
+{
+    std::vector<modem::Scenario> scenarios(files.size());
+    bool good = true;
+    for (size_t i = 0; i < files.size(); ++i)
+        good = ReadScenario(files[i], &scenarios[i]) && good;
+    if (!good)
+        return kExitMistake;
+    modem::PlayOptions &play = arguments.play;
+    if (!arguments.dryRun && (!HasProc() || !HasNeeded(play) ||
+                              (!play.recordFile.empty() && !CanRecordTo(play.recordFile))))
+        return kExitMistake;
+    int worst = kExitPassed;
+    for (size_t i = 0; i < files.size(); ++i) {
+        play.scenarioFile = files[i];
+        if (!scenarios[i].title.empty() && !play.json)
+            std::cout << scenarios[i].title << std::endl;
+        if (arguments.dryRun) {
+            (play.json ? PrintPlanInJson : PrintPlan)(scenarios[i].steps);
+            continue;
+        }
+        const int result =
+            files.size() == 1 ? PlayOne(scenarios[i], play) : PlayApart(scenarios[i], play);
+        worst = worst == kExitFailed || result == kExitPassed ? worst : result;
+    }
+    return worst;
 }
 
 int Usage(int status)
@@ -230,8 +302,13 @@ int main(int argc, char **argv)
             return Usage(kExitPassed);
         if (option == kVersion)
             return tools::SayVersion("kestrun-bench");
-        if (!TakeOption(option, &arguments))
-            return Usage(kExitMistake);
+        if (!TakeOption(option, &arguments)) {
+            const char *values = ValuesOf(option);
+            if (values == nullptr)
+                return Usage(kExitMistake);
+            std::cerr << "kestrun-bench: " << values << ", not \"" << optarg << "\"\n";
+            return kExitMistake;
+        }
     }
     const std::string command = optind < argc ? argv[optind] : "";
     if (command == "words" && optind + 1 == argc) {
@@ -240,10 +317,20 @@ int main(int argc, char **argv)
     }
     if (command == "record" && optind + 2 == argc) {
         arguments.play.recordFile = fs::absolute(argv[optind + 1]);
-        return modem::RecordThisSystem(arguments.play) ? kExitPassed : kExitMistake;
+        return HasProc() && CanRecordTo(arguments.play.recordFile) &&
+                       modem::RecordThisSystem(arguments.play)
+                   ? kExitPassed
+                   : kExitMistake;
     }
-    if (command != "run" || optind + 2 != argc)
+    if (command != "run" || optind + 2 > argc)
         return Usage(kExitMistake);
-    arguments.play.scenarioFile = fs::absolute(argv[optind + 1]);
-    return Run(arguments);
+    std::vector<std::string> files;
+    for (int i = optind + 1; i < argc; ++i)
+        files.push_back(fs::absolute(argv[i]));
+    if (files.size() > 1 && !arguments.play.recordFile.empty()) {
+        std::cerr << "kestrun-bench: --record takes the recording of one scenario, not of "
+                  << files.size() << "\n";
+        return kExitMistake;
+    }
+    return Run(arguments, files);
 }

@@ -695,7 +695,7 @@ Result Play(const Scenario &scenario, const PlayOptions &options)
     player.hardware.world = &player.world;
     SetTheScene(&player);
     Say(&player.timeLine, Kind::Note,
-        std::string("a world of its own: ") + KindName(player.world.kind));
+        std::string("the world: ") + KindName(player.world.kind) + ", " + player.world.reason);
     PlaySteps(&player, scenario.steps);
     SaveRecording(&player);
     KillProcess(&player.daemon);

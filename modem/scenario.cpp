@@ -513,7 +513,9 @@ bool ParseScenario(const std::string &text, Scenario *scenario, Mistake *mistake
         return Fail(mistake, place.line, place.column, "this repeat has no end");
     }
     if (scenario->steps.empty())
-        return Fail(mistake, line.number + 1, 1, "the scenario holds no statement");
+        return Fail(mistake, line.number + 1, 1,
+                    "the scenario holds no statement: begin with \"start daemon\" (`kestrun-bench "
+                    "words` lists all)");
     return true;
 }
 

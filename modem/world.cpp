@@ -206,8 +206,8 @@ bool EnterReal(World *world, std::string *why)
 {
     for (const char *path : kRealPaths) {
         if (access(path, F_OK) == 0) {
-            *why = std::string("the kernel allows no world of its own, and ") + path +
-                   " exists here already";
+            *why = std::string("at the real paths nothing is replaced, and ") + path +
+                   " exists here: play as root, or allow users their own namespaces";
             return false;
         }
     }
@@ -222,13 +222,56 @@ bool EnterReal(World *world, std::string *why)
     return MakeDaemonDirs(why);
 }
 
-WorldKind FirstPossible()
+// Whether this kind of world can be had, found out in a child process; else the reason in `why`.
+bool IsPossible(WorldKind kind, std::string *why)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        *why = Failed("a pipe");
+        return false;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        World world;
+        world.kind = kind;
+        const bool entered = EnterNamespaces(&world, why);
+        (void)!write(ends[1], why->data(), why->size());
+        _exit(entered ? 0 : 1);
+    }
+    (void)close(ends[1]);
+    char text[512];
+    const ssize_t length = read(ends[0], text, sizeof text);
+    (void)close(ends[0]);
+    why->assign(text, length > 0 ? static_cast<size_t>(length) : 0);
+    int status = 1;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return child > 0 && status == 0;
+}
+
+// The kind that is taken when none is asked for; `reason` says why not the ones before it.
+WorldKind FirstPossible(std::string *reason)
 {
     for (const WorldKind kind : {WorldKind::Root, WorldKind::User}) {
-        if (WorldIsPossible(kind))
+        std::string why;
+        if (IsPossible(kind, &why)) {
+            *reason += reason->empty() ? "the first choice" : "";
             return kind;
+        }
+        *reason +=
+            std::string(reason->empty() ? "no " : "; no ") + KindName(kind) + " (" + why + ")";
     }
     return WorldKind::Real;
+}
+
+bool EnterKind(World *world, std::string *why)
+{
+    if (!(world->kind == WorldKind::Real ? EnterReal(world, why) : EnterNamespaces(world, why)))
+        return false;
+    if (MakeFolders(world->stateDir + "/when-opened"))
+        return true;
+    *why = Failed(world->stateDir);
+    return false;
 }
 
 // One line of mountinfo: id parent major:minor root place options [tags...] - type source more.
@@ -257,42 +300,38 @@ bool IsUnder(const std::string &path, const std::string &folder)
 
 bool EnterWorld(WorldKind wanted, World *world, std::string *why)
 {
-    world->kind = wanted == WorldKind::Automatic ? FirstPossible() : wanted;
+    world->reason = "asked for";
+    world->kind = wanted;
+    if (wanted == WorldKind::Automatic) {
+        world->reason.clear();
+        world->kind = FirstPossible(&world->reason);
+    }
     const char *path = getenv("PATH");
     world->systemPath = std::string(path != nullptr ? path : "") +
                         ":/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
-    const bool entered =
-        world->kind == WorldKind::Real ? EnterReal(world, why) : EnterNamespaces(world, why);
-    if (!entered)
-        return false;
-    if (!MakeFolders(world->stateDir + "/when-opened")) {
-        *why = Failed(world->stateDir);
-        return false;
-    }
-    return true;
+    if (EnterKind(world, why))
+        return true;
+    if (wanted == WorldKind::Automatic && world->kind == WorldKind::Real)
+        *why = world->reason + "; " + *why;
+    PutBack(*world);
+    return false;
 }
 
-bool WorldIsPossible(WorldKind kind)
+void MakesAtRealPath(const World &world, const std::string &path)
 {
-    const pid_t child = fork();
-    if (child == 0) {
-        World world;
-        world.kind = kind;
-        std::string why;
-        _exit(kind != WorldKind::Real && EnterNamespaces(&world, &why) ? 0 : 1);
-    }
-    int status = 1;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && status == 0;
+    const std::string list = world.stateDir + "/made";
+    if (world.kind == WorldKind::Real)
+        (void)WriteFile(list, ReadFile(list) + path + "\n");
 }
 
 void PutBack(const World &world)
 {
-    for (const std::string &dir : world.realDirs) {
-        std::error_code ignored;
+    std::error_code ignored;
+    std::istringstream made(world.stateDir.empty() ? "" : ReadFile(world.stateDir + "/made"));
+    for (std::string path; std::getline(made, path);)
+        (void)fs::remove_all(path, ignored);
+    for (const std::string &dir : world.realDirs)
         (void)fs::remove_all(dir, ignored);
-    }
 }
 
 void SetState(const World &world, const std::string &name, const std::string &content)

@@ -22,6 +22,7 @@ enum class WorldKind {
 
 struct World {
     WorldKind kind = WorldKind::Automatic;
+    std::string reason;                 // why it is of this kind
     std::string stateDir;               // what modem/bin answers from and records to
     std::string toolsDir;               // modem/bin
     std::string programsDir;            // further programs that a scenario may run
@@ -33,11 +34,12 @@ struct World {
 
 // Moves the calling process, which must have one thread, into a new world of the kind wanted.
 // `toolsDir` and `speedLibrary` must be set. False with the reason in `why` when there can be none;
-// the process is then as good as lost for another try of the kinds Root and User.
+// the process is then as good as lost for another try of the kinds Root and User, and one of the kind
+// Real has put everything back.
 bool EnterWorld(WorldKind wanted, World *world, std::string *why);
 
-// Whether this kind of world can be had, found out in a child process.
-bool WorldIsPossible(WorldKind kind);
+// To be said before `path` is made outside the folders of the world: in the kind Real PutBack removes it.
+void MakesAtRealPath(const World &world, const std::string &path);
 
 // Removes what a world of the kind Real left at the real paths. The other kinds need none.
 void PutBack(const World &world);

@@ -205,8 +205,10 @@ TEST_CASE("a mistake is told with its line, its column and what could have stood
         const char *mistake;
     };
     const Row rows[] = {
-        {"", "1:1: the scenario holds no statement"},
-        {"# nothing\n\n", "3:1: the scenario holds no statement"},
+        {"",
+         "1:1: the scenario holds no statement: begin with \"start daemon\" (`kestrun-bench words` lists all)"},
+        {"# nothing\n\n",
+         "3:1: the scenario holds no statement: begin with \"start daemon\" (`kestrun-bench words` lists all)"},
         {"logout\n  jump high\n",
          "2:3: no statement begins so: here stands \"jump\" (`kestrun-bench words` lists all statements)"},
         {"\"text\"\n",
