@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
 """inject.py [options] - makes call after call of the C library fail while the bench plays scenarios.
 
-For every kind of call in faults.c and every N that a scenario reaches, the Nth call fails in a run of
-its own. Then the same is done with a kind that fails for good from a call on, and with few descriptors
-and little memory. Claims, for each run: the daemon neither crashes nor hangs (without a
-session to wait for its run loop returns, and it ends with status 0), its log is made of whole
-lines with rising numbers, SysConfig.dat is the old or the new one byte for byte, and after a single
-failure the daemon comes to rest again. When it rests at the end, with everything unplugged, it has the
-descriptors that it began with, and, after a single failure, no child and no more blocks of memory than
-without it, place by place in the code (a failure that lasts may keep it from learning that a disk is
+For every kind of call in faults.c and every N that a scenario reaches, the Nth call fails in a run of its
+own. Then the same is done with a kind that fails for good from a call on, and with few descriptors and little
+memory. Claims, for each run: the daemon neither crashes nor hangs (without a session to wait for its run loop
+returns, and it ends with status 0; where memory ran out it may halt, as the framework does that is given
+null, and it is started again at once), its log is made of whole lines with rising numbers, none of which a
+halt has lost, SysConfig.dat is the old or the new one byte for byte, and after a single failure the daemon
+comes to rest again. Nothing is mounted in the end and /Volumes has no folder of a disk: after a failure that
+lasts, once the daemon was started again without it. When it rests at the end, with everything unplugged, it
+has the descriptors that it began with, and, after a single failure, no child and no more blocks of memory
+than without it, place by place in the code (a failure that lasts may keep it from learning that a disk is
 gone). A change of SysConfig.dat that failed leaves a stream and a command, as it has to.
 
   --bench, --daemon, --faults FILE   the programs and the library
@@ -43,26 +45,28 @@ FOLDER = os.path.join(HERE, "../../modem/scenarios")
 ORIGINS = 1000
 DESCRIPTORS = 64
 NAME_SIZE = 64
-SEEN = struct.Struct(f"{len(KINDS)}I4I{2 * DESCRIPTORS * NAME_SIZE}s{3 * ORIGINS}q")
+SEEN = struct.Struct(f"{len(KINDS)}I6I{2 * DESCRIPTORS * NAME_SIZE}s{3 * ORIGINS}q")
 
 # What a change of SysConfig.dat that failed leaves behind: the command, the stream and its buffer.
 CHANGE_FAILED = re.compile(rb"RunSDProgram --- f(putc|seek) error\.$", re.MULTILINE)
 BLOCKS_LEFT = 3
 DESCRIPTORS_LEFT = 1
 
+NUMBER = re.compile(rb"line (\d+)===-?\d+-")
 PREFIX = re.compile(rb"line (\d+)===-?\d+-\d+-\d+ \d+:\d+:\d+   [A-Za-z]+:[A-Za-z]+ --- ")
 # What follows a line feed inside of a message: the banner, and what was read with its line end.
 REST = re.compile(rb"|=+Kestrun started=+| is key and pPos=.*|, and ReadKeyValue exit|\].*")
 
 
-Seen = collections.namedtuple("Seen", "calls failures is_waiting children has_overflowed first last blocks")
+Seen = collections.namedtuple("Seen",
+                              "calls failures is_waiting children has_overflowed starts halts first last blocks")
 
 
 def read_seen(path):
     """What the daemon's calls were and what it held at the end."""
     with open(path, "rb") as file:
         values = SEEN.unpack(file.read())
-    numbers, rest = values[:len(KINDS) + 4], values[len(KINDS) + 4:]
+    numbers, rest = values[:len(KINDS) + 6], values[len(KINDS) + 6:]
     names = [rest[0][i:i + NAME_SIZE].rstrip(b"\0").decode(errors="replace")
              for i in range(0, len(rest[0]), NAME_SIZE)]
     first, last = (collections.Counter(name for name in half if name)
@@ -126,6 +130,18 @@ def statements(name):
     return lines + ["wait until idle", 'plug disk "last" as last', "unplug last", "wait until idle"]
 
 
+def labels_of(lines):
+    """The labels of a scenario's disks."""
+    names = re.findall(r'^plug disk [^"]*"([^"]*)"', "\n".join(lines), re.MULTILINE)
+    return sorted({"Orvanta", *names})
+
+
+def emptiness(lines):
+    """The statements that expect nothing to be left under /Volumes."""
+    folders = [f'expect no folder "/Volumes/{label}{number}"' for label in labels_of(lines) for number in ("", " 1")]
+    return ["expect nothing mounted", *folders]
+
+
 def old_config(lines):
     """The SysConfig.dat that the scenario makes, or None."""
     if "sysconfig" not in lines:
@@ -149,8 +165,8 @@ def log_problem(log):
         match = PREFIX.match(line)
         if match is None and not REST.fullmatch(line):
             return f"line {at + 1} of the log is {line!r}"
-        if match:
-            new = int(match[1])
+        # What a kill cut off in the middle has the next daemon's first line behind it.
+        for new in map(int, NUMBER.findall(line) if match else []):
             if new <= number and new != 1:
                 return f"line {at + 1} of the log has number {new} behind {number}"
             number = new
@@ -173,7 +189,8 @@ class Player:
         lines = statements(name)
         text = "\n".join(lines) + "\n"
         if is_lasting:  # the waits of the rules may then last for ever
-            text = text.replace("wait until idle", "wait 30 s")
+            text = text.replace("wait until idle", "wait 30 s") + "kill daemon\nstart daemon\nwait until idle\n"
+        text += "\n".join(emptiness(lines)) + "\n"
         with open(base + ".scenario", "w", encoding="utf-8") as file:
             file.write(text)
         with open(base + ".counts", "wb") as file:
@@ -198,13 +215,13 @@ class Player:
             self.ended += 1
             problem = None
         whole = self.whole.setdefault(name, seen)
-        problem = problem or self.look_at(kept, lines, seen, whole, is_lasting)
+        problem = problem or self.look_at(kept, lines, seen, whole, order, is_lasting)
         self.rested += seen.is_waiting
         shutil.rmtree(kept)
         return problem, seen
 
     @staticmethod
-    def look_at(kept, lines, seen, whole, is_lasting):
+    def look_at(kept, lines, seen, whole, order, is_lasting):
         def read(name):
             path = os.path.join(kept, name)
             if not os.path.exists(path):
@@ -215,6 +232,10 @@ class Player:
         if old is not None and read("SysConfig.dat") not in (old, new_config(old)):
             return f"SysConfig.dat is {read('SysConfig.dat')!r}"
         log = read("Kestrun.log")
+        if seen.halts and not order.startswith(("allocate", "as")):
+            return "the daemon halted though memory did not run out"
+        if seen.halts and order.startswith("allocate") and log.count(b"Kestrun started") < 2:
+            return "a halt has lost what the log said"
         arrivals = sum(line.startswith("plug modem") for line in lines)
         leak = leak_problem(seen, whole, log, is_lasting, arrivals) if seen.is_waiting else None
         return log_problem(log) or leak
