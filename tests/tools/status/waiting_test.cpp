@@ -287,7 +287,7 @@ TEST_CASE("the names that the tool goes by are those of the daemon's source")
     CHECK(says(source, "kPortTries", kstatus::kPortTries));
     CHECK(says(source, "kOpenTries", kstatus::kOpenTries));
     CHECK(says(source, "kVolumeBudget", kstatus::kStartWait));
-    CHECK(says(source, "kNameSize", kstatus::kVolumeNameSize));
+    CHECK(says(source, "kVolumeNameSize", kstatus::kVolumeNameSize));
     CHECK(says(setup, "kFileVolumeWait", kstatus::kSetupWait));
     CHECK(says(setup, "kPackageWait", kstatus::kPackageWait));
 }
