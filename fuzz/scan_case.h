@@ -80,7 +80,7 @@ inline Directive FindType(const std::string &format, std::size_t at)
     return spec;
 }
 
-// The destinations of all conversions, in order; a format with too many is cut behind the last.
+// The destinations of all conversions, in order; a format with too many is cut after the last.
 inline std::vector<Destination> MakeDestinations(ScanCase *made)
 {
     std::vector<Destination> all;

@@ -1,12 +1,13 @@
-// The bounded scanf engine, for narrow and for wide formats, and the sources it reads from.
+// input.cpp - the bounded scanf engine, for narrow and for wide formats: it reads the format and
+// has each directive carried out.
 //
-// Three layers, each of which knows nothing of the one above it: the source (a string, a file read
-// in blocks, or standard input), whose state is the caller's InputSource; the reader, which hands out
-// bytes and whole characters of a source and takes back what was read too far; and the engine, one
-// template over the character type of the format. Where the two widths differ there is a pair of
-// overloads. There is no state beside the source: all else lives in a Scan on the stack of the call.
-// The reader stands in input_reader.h, the fields and the conversions in the input_*.h beside it, which
-// nothing else includes.
+// Each layer knows nothing of the one above it. The sources (input_source.h): a string, a file or
+// standard input, whose state is the caller's InputSource. The reader (input_reader.h): bytes and
+// whole characters of a source, and what was read too far. The fields (input_fields.h) and the
+// conversions of numbers and text (input_numbers.h, input_text.h). The engine: one template over
+// the character type of the format, with a pair of overloads where the two widths differ. All state
+// beside the source is in a Scan on the stack of the call.
+//
 // What surprises: wide formats read wide characters from strings alone; files hold multibyte text.
 #include "tamrik/tamrik.h"
 
@@ -20,166 +21,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-static const size_t kBlockSize = 1024;         // bytes that are read from a file at once
-static const int kMostConsumed = INT_MAX / 2;  // where the count of a file's bytes begins anew
-static const size_t kLargestHeapText = MAX_BUFFER_SIZE;  // of a floating-point field, in bytes
-static const int kBadParameterResult = -2;
-
-// ---- Sources ----
-
-// The first bytes of a stream without a position: a single one, unless a byte-order mark begins there.
-static size_t ReadFirstSingly(InputSource *source)
-{
-    size_t got = fread(source->base, 1, 1, source->stream);
-    while (got > 0 && got < kMarkSize && source->base[got - 1] == kByteOrderMark[got - 1]) {
-        if (fread(source->base + got, 1, 1, source->stream) == 0)
-            break;
-        ++got;
-    }
-    return got;
-}
-
-// Fills the buffer of a file source anew. A stream that cannot tell its position cannot be set back
-// to it either: of such a one no more is taken than can be given back with ungetc. A byte-order mark
-// is one at the beginning alone: at position 0, or where a stream without one is read for the first time.
-static bool LoadBlock(InputSource *source)
-{
-    if (source->stream == nullptr)
-        return false;
-    if (source->base == nullptr) {
-        source->base = static_cast<char *>(malloc(kBlockSize + 1));
-        if (source->base == nullptr)
-            return false;
-        source->base[kBlockSize] = '\0';
-        source->cur = source->base;
-    }
-    const bool isFirst = (source->kind & kLoaded) == 0;
-    const long offset = isFirst ? ftell(source->stream) : source->startOffset;
-    const bool isBeginning = isFirst && (offset == 0 || (offset < 0 && source->startOffset >= 0));
-    size_t got = 0;
-    if (offset >= 0)
-        got = fread(source->base, 1, kBlockSize, source->stream);
-    else if (isBeginning)
-        got = ReadFirstSingly(source);
-    else
-        got = fread(source->base, 1, 1, source->stream);
-    if (got == 0 || got > kBlockSize)
-        return false;
-
-    if (isFirst) {
-        source->startOffset = offset;
-        source->consumed = 0;
-    } else if (source->consumed > kMostConsumed && offset >= 0) {
-        source->startOffset += source->consumed;
-        source->consumed = 0;
-    }
-    source->kind |= kLoaded;
-    source->cur = source->base;
-    source->count = static_cast<int>(got);
-    if (isBeginning && got >= kMarkSize && memcmp(source->base, kByteOrderMark, kMarkSize) == 0) {
-        source->kind |= kMarkSkipped;
-        source->cur += kMarkSize;
-        source->count -= static_cast<int>(kMarkSize);
-    }
-    return true;
-}
-
-static int NextOfStandardInput(InputSource *source)
-{
-    if (source->pushbackValid) {
-        source->pushbackValid = 0;
-        return source->pushback;
-    }
-    source->pushback = fgetc(stdin);
-    return source->pushback;
-}
-
-int _inc(InputSource *source)
-{
-    const int savedErrno = errno;
-    if (source->kind & kStandardInput) {
-        const int ch = NextOfStandardInput(source);
-        errno = savedErrno;
-        return ch;
-    }
-    // The first block may hold nothing but the mark.
-    while ((source->kind & kFile) && source->count <= 0) {
-        const bool isLoaded = LoadBlock(source);
-        errno = savedErrno;
-        if (!isLoaded)
-            return EOF;
-    }
-
-    const bool isThere = source->count > 0;
-    if (source->count > INT_MIN)
-        --source->count;
-    if (!isThere) {
-        // Intended: beyond the end of a string both fields go on; no byte is looked at there.
-        if (source->cur != nullptr)
-            ++source->cur;
-        return EOF;
-    }
-    if (source->kind & kFile)
-        ++source->consumed;
-    return static_cast<unsigned char>(*source->cur++);
-}
-
-void _un_inc(int ch, InputSource *source)
-{
-    if (ch == EOF)
-        return;
-    if (source->kind & kStandardInput) {
-        source->pushback = ch;
-        source->pushbackValid = 1;
-        return;
-    }
-    if (source->cur != source->base && source->count < INT_MAX) {
-        --source->cur;
-        ++source->count;
-    }
-    if (source->kind & kFile)
-        --source->consumed;
-}
-
-int _whiteout(int *counter, InputSource *source)
-{
-    int ch = EOF;
-    do {
-        ch = _inc(source);
-        if (ch != EOF && *counter < INT_MAX)
-            ++*counter;
-    } while (IsSpace(char{}, ch));
-    return ch;
-}
-
-// ---- The text of a floating-point field ----
-
-int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap)
-{
-    if (used != *size)
-        return 1;
-    if (*onHeap && *size > kLargestHeapText / 2)
-        return 0;
-    // Volatile, as the compiler may believe that malloc leaves errno alone.
-    const volatile int savedErrno = errno;
-    char *larger = static_cast<char *>(malloc(*size * 2));
-    errno = savedErrno;
-    if (larger == nullptr)
-        return 0;
-
-    memset(larger + *size, 0, *size);
-    if (*onHeap) {
-        memcpy(larger, *buffer, *size);
-        Wipe(*buffer, *size);
-        free(*buffer);
-    } else {
-        memcpy(larger, localBuffer, *size);
-        *onHeap = 1;
-    }
-    *buffer = larger;
-    *size *= 2;
-    return 1;
-}
+constexpr int kBadParameterResult = -2;
 
 // ---- Literal text ----
 
@@ -197,7 +39,7 @@ static int CharacterLength(const char *text)
 // given back with it.
 [[gnu::noinline]] static Outcome MatchBytes(Scan<char> *scan, const char *text, int length)
 {
-    for (int matched = 0; matched < length; ++matched) {
+    for (int matched = 0; matched < length; matched++) {
         const Unit ch = Next(scan);
         if (ch == AsUnit(text[matched]))
             continue;
@@ -214,8 +56,8 @@ static inline Outcome MatchLiteral(Scan<char> *scan, const char **format)
     Reader *reader = &scan->reader;
     // What prints is a character of one byte.
     if (IsPrinting(AsUnit(*text)) && reader->at != reader->end && *reader->at == *text) {
-        ++reader->at;
-        ++*format;
+        reader->at++;
+        (*format)++;
         return kDone;
     }
     const int length = CharacterLength(text);
@@ -230,31 +72,31 @@ static Outcome MatchLiteral(Scan<wchar_t> *scan, const wchar_t **format)
         GiveBack(scan, ch);
         return ch == kEnd ? kInputEnd : kNoMatch;
     }
-    ++*format;
+    (*format)++;
     return kDone;
 }
 
-// ---- Specifications ----
+// ---- Directives ----
 
-template <typename Char>
-static const Char *ReadWidth(const Char *format, Spec *spec)
+template <class Char>
+static const Char *ReadWidth(const Char *format, Directive *directive)
 {
-    int64_t width = spec->width == kAnyWidth ? 0 : spec->width;
+    int64_t width = directive->width == kAnyWidth ? 0 : directive->width;
     for (Unit digit = AsUnit(*format) - '0'; digit >= 0 && digit <= 9;
          digit = AsUnit(*++format) - '0')
         width = Least(width * 10 + digit, INT_MAX);
-    spec->width = width;
+    directive->width = width;
     return format;
 }
 
 // 'I' and what belongs to it; null when nothing does.
-template <typename Char>
-static const Char *ReadSizeOfI(const Char *format, Spec *spec)
+template <class Char>
+static const Char *ReadSizeOfI(const Char *format, Directive *directive)
 {
-    spec->size = k64BitSize;
+    directive->size = k64BitSize;
     switch (format[1]) {
     case '6': return format[2] == '4' ? format + 3 : nullptr;
-    case '3': spec->size = kIntSize; return format[2] == '2' ? format + 3 : nullptr;
+    case '3': directive->size = kIntSize; return format[2] == '2' ? format + 3 : nullptr;
     case 'd':
     case 'i':
     case 'o':
@@ -264,29 +106,29 @@ static const Char *ReadSizeOfI(const Char *format, Spec *spec)
     }
 }
 
-template <typename Char>
-static const Char *ReadSizeLetter(const Char *format, Spec *spec)
+template <class Char>
+static const Char *ReadSizeLetter(const Char *format, Directive *directive)
 {
     const bool isDouble = format[1] == format[0];
     switch (*format) {
     case 'h':
-        spec->size = isDouble ? kCharSize : kShortSize;
-        spec->wideLetters -= isDouble ? 2 : 1;
+        directive->size = isDouble ? kCharSize : kShortSize;
+        directive->wideLetters -= isDouble ? 2 : 1;
         return format + (isDouble ? 2 : 1);
     case 'l':
-        spec->size = isDouble ? k64BitSize : kLongSize;
-        spec->wideLetters += isDouble ? 2 : 1;
+        directive->size = isDouble ? k64BitSize : kLongSize;
+        directive->wideLetters += isDouble ? 2 : 1;
         return format + (isDouble ? 2 : 1);
-    case 'w': ++spec->wideLetters; return format + 1;
+    case 'w': directive->wideLetters++; return format + 1;
     case 'L':
     case 'q':
-        spec->size = k64BitSize;
-        spec->isLongDouble = true;
+        directive->size = k64BitSize;
+        directive->isLongDouble = true;
         return format + 1;
-    case 'I': return ReadSizeOfI(format, spec);
+    case 'I': return ReadSizeOfI(format, directive);
     case 'j':
     case 't':
-    case 'z': spec->size = k64BitSize; return format + 1;
+    case 'z': directive->size = k64BitSize; return format + 1;
     default: return format + 1;  // 'F' and 'N' say nothing
     }
 }
@@ -322,7 +164,7 @@ static consteval LetterTable MakeLetterTable()
 {
     LetterTable table = {};
     for (const LetterRow &row : kLetterRows) {
-        for (const char *letter = row.letters; *letter != '\0'; ++letter)
+        for (const char *letter = row.letters; *letter != '\0'; letter++)
             table.of[static_cast<unsigned char>(*letter)] = row.meaning;
     }
     return table;
@@ -340,29 +182,31 @@ static inline bool IsConversion(Role role)
     return role >= kInteger && role <= kPosition;
 }
 
-// Reads all that belongs to a '%', the conversion character included; returns what stands behind it,
+// Reads all that belongs to a '%', the conversion character included; returns what comes after it,
 // or null when the letters make no sense.
-template <typename Char>
-static inline const Char *ReadSpec(const Char *format, Spec *spec)
+template <class Char>
+static inline const Char *ReadDirective(const Char *format, Directive *directive)
 {
-    spec->width = kAnyWidth;
-    spec->wideLetters = 0;
-    spec->size = kIntSize;
-    spec->isSuppressed = false;
-    spec->isLongDouble = false;
+    directive->width = kAnyWidth;
+    directive->wideLetters = 0;
+    directive->size = kIntSize;
+    directive->isSuppressed = false;
+    directive->isLongDouble = false;
     while (format != nullptr) {
-        spec->type = AsUnit(*format);
-        spec->letter = LetterOf(spec->type);
-        if (IsConversion(spec->letter->role)) [[likely]]
+        directive->type = AsUnit(*format);
+        directive->letter = LetterOf(directive->type);
+        if (IsConversion(directive->letter->role)) [[likely]]
             return format + 1;
-        switch (spec->letter->role) {
-        case kPercent: spec->isSuppressed = true; return format + 1;  // nothing is passed for it
+        switch (directive->letter->role) {
+        case kPercent:
+            directive->isSuppressed = true;
+            return format + 1;  // nothing is passed for it
         case kStar:
-            spec->isSuppressed = true;
-            ++format;
+            directive->isSuppressed = true;
+            format++;
             break;
-        case kWidth: format = ReadWidth(format, spec); break;
-        case kSizeLetter: format = ReadSizeLetter(format, spec); break;
+        case kWidth: format = ReadWidth(format, directive); break;
+        case kSizeLetter: format = ReadSizeLetter(format, directive); break;
         default: return nullptr;
         }
     }
@@ -371,11 +215,11 @@ static inline const Char *ReadSpec(const Char *format, Spec *spec)
 
 // ---- Conversions ----
 
-template <typename Char>
-static Outcome ConvertPercent(Scan<Char> *scan, const Spec &spec)
+template <class Char>
+static Outcome ConvertPercent(Scan<Char> *scan, const Directive &directive)
 {
     SkipBlanks(scan);
-    if (spec.width == 0)
+    if (directive.width == 0)
         return EndEmptyField(scan);
     const Unit ch = Next(scan);
     if (ch == '%')
@@ -384,70 +228,72 @@ static Outcome ConvertPercent(Scan<Char> *scan, const Spec &spec)
     return ch == kEnd ? kInputEnd : kNoMatch;
 }
 
-template <typename Char>
-static Outcome ConvertPosition(Scan<Char> *scan, const Spec &spec)
+template <class Char>
+static Outcome ConvertPosition(Scan<Char> *scan, const Directive &directive)
 {
-    if (spec.width == 0)
+    if (directive.width == 0)
         return kNoMatch;
-    if (!spec.isSuppressed)
-        StoreInteger(spec.dest, spec.size, static_cast<uint64_t>(CharsRead(*scan)));
+    if (!directive.isSuppressed)
+        StoreInteger(directive.dest, directive.size, static_cast<uint64_t>(CharsRead(*scan)));
     return kDone;
 }
 
-template <typename Char>
-static inline Outcome ConvertNumber(Scan<Char> *scan, const Spec &spec)
+template <class Char>
+static inline Outcome ConvertNumber(Scan<Char> *scan, const Directive &directive)
 {
     SkipBlanks(scan);
-    if (spec.width == 0)
+    if (directive.width == 0)
         return EndEmptyField(scan);
-    return spec.letter->role == kInteger ? ReadInteger(scan, spec) : ReadFloat(scan, spec);
+    return directive.letter->role == kInteger ? ReadInteger(scan, directive)
+                                              : ReadFloat(scan, directive);
 }
 
-// Carries out the specification behind a '%' at *format and leaves *format behind it.
-template <typename Char>
+// Carries out the directive that follows a '%', at *format, and leaves *format after it.
+template <class Char>
 static inline Outcome Convert(Scan<Char> *scan, const Char **format)
 {
-    Spec spec;
-    *format = ReadSpec(*format, &spec);
+    Directive directive;
+    *format = ReadDirective(*format, &directive);
     if (*format == nullptr)
         return kNoMatch;
-    const Role role = spec.letter->role;
-    if (!spec.isSuppressed) {
-        spec.dest = va_arg(scan->arguments, void *);
-        if (spec.dest == nullptr)
+    const Role role = directive.letter->role;
+    if (!directive.isSuppressed) {
+        directive.dest = va_arg(scan->arguments, void *);
+        if (directive.dest == nullptr)
             return kBadParameter;
     }
 
     Outcome outcome = kDone;
     if (role <= kFloat)
-        outcome = ConvertNumber(scan, spec);
+        outcome = ConvertNumber(scan, directive);
     else if (role <= kCapitalText)
-        outcome = ConvertText(scan, &spec, format);
+        outcome = ConvertText(scan, &directive, format);
     else
-        return role == kPercent ? ConvertPercent(scan, spec) : ConvertPosition(scan, spec);
+        return role == kPercent ? ConvertPercent(scan, directive)
+                                : ConvertPosition(scan, directive);
     if (outcome != kDone)
         return outcome;
-    if (spec.isSuppressed)
+    if (directive.isSuppressed)
         scan->hasSkipped = true;
     else
-        ++scan->assigned;
+        scan->assigned++;
     return kDone;
 }
 
 // ---- The format ----
 
 // White space or a literal of the format.
-template <typename Char>
+template <class Char>
 static inline Outcome MatchText(Scan<Char> *scan, const Char **format)
 {
     if (!IsSpace(Char{}, AsUnit(**format)))
         return MatchLiteral(scan, format);
     SkipBlanks(scan);
-    ++*format;
+    (*format)++;
     return kDone;
 }
 
-template <typename Char>
+template <class Char>
 static inline Outcome ScanFormat(Scan<Char> *scan, const Char *format)
 {
     while (*format != '\0') {
@@ -457,7 +303,7 @@ static inline Outcome ScanFormat(Scan<Char> *scan, const Char *format)
                 return outcome;
             continue;
         }
-        ++format;
+        format++;
         const Outcome outcome = Convert(scan, &format);
         if (outcome != kDone)
             return outcome;
@@ -467,7 +313,7 @@ static inline Outcome ScanFormat(Scan<Char> *scan, const Char *format)
     return kDone;
 }
 
-template <typename Char>
+template <class Char>
 static inline int ResultOf(const Scan<Char> &scan, Outcome outcome)
 {
     if (outcome == kBadParameter)
@@ -477,7 +323,7 @@ static inline int ResultOf(const Scan<Char> &scan, Outcome outcome)
     return scan.assigned;
 }
 
-template <typename Char>
+template <class Char>
 static int RunScan(InputSource *source, const Char *format, va_list argList)
 {
     if (source == nullptr || format == nullptr || !IsUsable(source))
@@ -515,39 +361,39 @@ int tamrik_winput_s(InputSource *source, const wchar_t *format, va_list argList)
 
 // What the first '%' of the format asks for when it is a string-like conversion with a destination;
 // its type is 0 otherwise.
-template <typename Char>
-static Spec FirstTextSpec(const Char *format)
+template <class Char>
+static Directive FirstTextDirective(const Char *format)
 {
-    Spec spec = {};
+    Directive directive = {};
     while (*format != '\0' && *format != '%')
-        ++format;
+        format++;
     if (*format == '\0')
-        return spec;
-    ++format;
+        return directive;
+    format++;
     while (*format >= '0' && *format <= '9')
-        ++format;
+        format++;
     while (*format == 'l' || *format == 'w' || *format == 'h')
-        format = ReadSizeLetter(format, &spec);
-    spec.type = AsUnit(*format);
-    switch (LetterOf(spec.type)->role) {
-    case kCapitalText: LowerCapital(&spec); return spec;
+        format = ReadSizeLetter(format, &directive);
+    directive.type = AsUnit(*format);
+    switch (LetterOf(directive.type)->role) {
+    case kCapitalText: LowerCapital(&directive); return directive;
     case kCharacters:
-    case kWord: return spec;
-    case kSet: spec.type = EndOfSet(format + 1) != nullptr ? '[' : 0; return spec;
-    default: spec.type = 0; return spec;
+    case kWord: return directive;
+    case kSet: directive.type = EndOfSet(format + 1) != nullptr ? '[' : 0; return directive;
+    default: directive.type = 0; return directive;
     }
 }
 
-template <typename Char>
+template <class Char>
 static void ClearFirstText(const Char *input, const Char *format, va_list argList)
 {
     if (format == nullptr)
         return;
-    const Spec spec = FirstTextSpec(format);
-    if (spec.type == 0)
+    const Directive directive = FirstTextDirective(format);
+    if (directive.type == 0)
         return;
     const bool hasInput = input != nullptr && *input != '\0';
-    if (hasInput && spec.type != 's')
+    if (hasInput && directive.type != 's')
         return;
 
     va_list arguments;
@@ -557,7 +403,7 @@ static void ClearFirstText(const Char *input, const Char *format, va_list argLis
     const unsigned int size = va_arg(arguments, unsigned int);
     va_end(arguments);
     // A size below that of a wide zero may be one in bytes.
-    text.isWide = spec.wideLetters > 0 && size >= sizeof(wchar_t);
+    text.isWide = directive.wideLetters > 0 && size >= sizeof(wchar_t);
     if (text.dest != nullptr && size >= 1 && size <= kLargestNarrowSize)
         Terminate(text, 0);
 }

@@ -1,71 +1,21 @@
 // What one call of formatted input knows, and the fields that its conversions read.
 //
-// A field counts its width and ends where the input does. Fields of strings are read by pointer, all
-// others a character at a time; where the two differ there is a pair of overloads. Part of input.cpp
-// alone.
+// A field counts its width and ends where the input does. Fields of strings are read by pointer,
+// all others a character at a time; where the two differ there is a pair of overloads.
 #ifndef TAMRIK_INPUT_FIELDS_H
 #define TAMRIK_INPUT_FIELDS_H
 
+#include "tamrik/input_float_text.h"
 #include "tamrik/input_reader.h"
-#include "tamrik/tamrik.h"
 
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdlib.h>
 
-// ---- The text of a floating-point field ----
-
-static const size_t kFloatTextSize = 350;
-static const size_t kLineSize = 64;  // of the processor's cache
-
-// Through a volatile pointer the compiler cannot know that this is a store nobody reads.
-static void Wipe(char *text, size_t size)
-{
-    void *(*const volatile fill)(void *, int, size_t) = memset;
-    fill(text, 0, size);
-}
-
-struct FloatText {
-    // At the start of a cache line it is wiped faster than across.
-    alignas(kLineSize) char local[kFloatTextSize];
-    int onHeap;
-    char *text;
-    size_t used;
-    size_t size;
-};
-
-// There is always room for one character more; false when there could not be made any.
-static inline bool Append(FloatText *number, char ch)
-{
-    number->text[number->used++] = ch;
-    return number->used != number->size ||
-           __check_float_string(number->used, &number->size, &number->text, number->local,
-                                &number->onHeap);
-}
-
-// Begins a field's text, in the buffer on the heap if one before has needed it.
-static inline void Restart(FloatText *number)
-{
-    number->used = 0;
-    if (number->onHeap)
-        return;
-    number->text = number->local;
-    number->size = sizeof number->local;
-}
-
-static inline void WipeFloatText(FloatText *number)
-{
-    Wipe(number->local, sizeof number->local);
-    if (number->onHeap) {
-        Wipe(number->text, number->size);
-        free(number->text);
-    }
-}
-
 // ---- The engine's state ----
 
 // What lives as long as the call.
-template <typename Char>
+template <class Char>
 struct Scan {
     Reader reader;
     va_list arguments;
@@ -82,7 +32,7 @@ enum Outcome { kDone, kNoMatch, kInputEnd, kBadParameter };
 enum IntegerSize : unsigned char { kIntSize, kCharSize, kShortSize, kLongSize, k64BitSize };
 
 // The members of a "%[" set, as they stand in the format.
-template <typename Char>
+template <class Char>
 struct Set {
     const Char *begin;
     const Char *end;
@@ -90,7 +40,7 @@ struct Set {
     unsigned char has[UCHAR_MAX + 1];  // which of the lowest characters match; see ListMembers
 };
 
-// What a character behind a '%' does: it is a conversion (of a number, of text, any other), or says
+// What a character after a '%' does: it is a conversion (of a number, of text, any other), or says
 // more about the one that follows.
 enum Role : unsigned char {
     kNone,
@@ -113,10 +63,10 @@ struct Letter {
     bool isSigned;
 };
 
-static const int64_t kAnyWidth = INT64_MAX;  // wider than any field
+constexpr int64_t kAnyWidth = INT64_MAX;  // wider than any field
 
-// What one '%' asks for.
-struct Spec {
+// What follows one '%'.
+struct Directive {
     Unit type;             // 's' for 'S' and 'c' for 'C'
     const Letter *letter;  // what the type is
     void *dest;            // unless it is suppressed
@@ -148,26 +98,26 @@ static inline Unit AsUnit(wchar_t ch)
     return static_cast<Unit>(static_cast<wint_t>(ch));
 }
 
-template <typename Char>
+template <class Char>
 static inline int64_t CharsRead(const Scan<Char> &scan)
 {
     const ptrdiff_t bytes = scan.reader.at - scan.reader.begin;
     return scan.charsOfStream + bytes / static_cast<ptrdiff_t>(sizeof(Char));
 }
 
-template <typename Char>
+template <class Char>
 static inline bool IsFromString(const Scan<Char> *scan)
 {
     return scan->reader.begin != nullptr;
 }
 
-template <typename Char>
+template <class Char>
 static inline Unit CountRead(Scan<Char> *scan, Unit ch)
 {
     if (ch < 0)
         scan->isAtEnd = true;
     else if (!IsFromString(scan))
-        ++scan->charsOfStream;
+        scan->charsOfStream++;
     return ch;
 }
 
@@ -207,7 +157,7 @@ static inline int64_t Least(int64_t a, int64_t b)
 }
 
 // A field of a number while it is read.
-template <typename Char>
+template <class Char>
 struct Field {
     Scan<Char> *scan;
     int64_t left;        // how many characters more it may have
@@ -226,7 +176,7 @@ struct StringField {
     bool isToEnd;  // the string ends before the field is full
 };
 
-template <typename Char>
+template <class Char>
 static inline void Advance(Field<Char> *field)
 {
     field->ch = field->left == 0 ? kFieldEnd : Next(field->scan);
@@ -244,22 +194,22 @@ static inline void Advance(StringField *field)
     LookAt(field, field->at + 1);
 }
 
-// Ends the field behind the character that was the next.
-template <typename Char>
-static inline void EndBehind(Field<Char> *field)
+// Ends the field after the character that was the next.
+template <class Char>
+static inline void EndAfterNext(Field<Char> *field)
 {
     field->left = 0;
     field->ch = kFieldEnd;
 }
 
-static inline void EndBehind(StringField *field)
+static inline void EndAfterNext(StringField *field)
 {
     field->end = field->at + 1;
     field->isToEnd = false;
     Advance(field);
 }
 
-template <typename Char>
+template <class Char>
 static inline void LeaveField(const Field<Char> &field)
 {
     GiveBack(field.scan, field.ch);
@@ -272,52 +222,53 @@ static inline void LeaveField(const StringField &field)
         field.scan->isAtEnd = true;
 }
 
-template <typename Char>
-static inline Field<Char> EnterField(Scan<Char> *scan, const Spec &spec)
+template <class Char>
+static inline Field<Char> EnterField(Scan<Char> *scan, const Directive &directive)
 {
-    Field<Char> field = {scan, spec.width, kEnd, false};
+    Field<Char> field = {scan, directive.width, kEnd, false};
     Advance(&field);
     return field;
 }
 
 // There must be a character left, and width for it.
-static inline StringField EnterStringField(Scan<char> *scan, const Spec &spec)
+static inline StringField EnterStringField(Scan<char> *scan, const Directive &directive)
 {
     const char *at = scan->reader.at;
     const int64_t there = scan->reader.end - at;
     return {.scan = scan,
             .at = at,
-            .end = at + Least(there, spec.width),
+            .end = at + Least(there, directive.width),
             .ch = AsUnit(*at),
             .isOutOfMemory = false,
-            .isToEnd = there < spec.width};
+            .isToEnd = there < directive.width};
 }
 
-template <typename Char, typename Read>
-[[gnu::noinline]] static Outcome ReadFieldSingly(Scan<Char> *scan, const Spec &spec, Read read)
+template <class Char, class Read>
+[[gnu::noinline]] static Outcome ReadFieldSingly(Scan<Char> *scan, const Directive &directive,
+                                                 Read read)
 {
-    Field<Char> field = EnterField(scan, spec);
-    return read(&field, spec);
+    Field<Char> field = EnterField(scan, directive);
+    return read(&field, directive);
 }
 
 // Reads a number's field with read(), which takes either kind of field.
-template <typename Read>
-static inline Outcome ReadField(Scan<char> *scan, const Spec &spec, Read read)
+template <class Read>
+static inline Outcome ReadField(Scan<char> *scan, const Directive &directive, Read read)
 {
     if (scan->reader.at == scan->reader.end)  // always so when the source is no string
-        return ReadFieldSingly(scan, spec, read);
-    StringField field = EnterStringField(scan, spec);
-    return read(&field, spec);
+        return ReadFieldSingly(scan, directive, read);
+    StringField field = EnterStringField(scan, directive);
+    return read(&field, directive);
 }
 
-template <typename Read>
-static inline Outcome ReadField(Scan<wchar_t> *scan, const Spec &spec, Read read)
+template <class Read>
+static inline Outcome ReadField(Scan<wchar_t> *scan, const Directive &directive, Read read)
 {
-    return ReadFieldSingly(scan, spec, read);
+    return ReadFieldSingly(scan, directive, read);
 }
 
 // Skips blanks one by one, up to the end of the input.
-template <typename Char>
+template <class Char>
 [[gnu::noinline]] static void SkipBlanksSingly(Scan<Char> *scan)
 {
     Unit ch = Next(scan);
@@ -329,7 +280,7 @@ template <typename Char>
 static inline void SkipBlanks(Scan<char> *scan)
 {
     Reader *reader = &scan->reader;
-    for (const char *at = reader->at; at != reader->end; ++at) {
+    for (const char *at = reader->at; at != reader->end; at++) {
         const Unit ch = AsUnit(*at);
         if (IsPrinting(ch)) {
             reader->at = at;
@@ -348,7 +299,7 @@ static inline void SkipBlanks(Scan<wchar_t> *scan)
 }
 
 // How a field without a character ends: by a width of 0, or the input's end.
-template <typename Char>
+template <class Char>
 [[gnu::noinline]] static Outcome EndEmptyField(Scan<Char> *scan)
 {
     const Unit ch = Next(scan);

@@ -1,7 +1,7 @@
 // The integers and floating-point values of formatted input.
 //
-// Integers are summed up as they are read and clamped at the end; the text of a floating-point value
-// is collected as C11 7.21.6.2 says and goes through strtod. Part of input.cpp alone.
+// Integers are summed up as they are read and clamped at the end; the text of a floating-point
+// value is collected as C11 7.21.6.2 says and converted by strtod.
 #ifndef TAMRIK_INPUT_NUMBERS_H
 #define TAMRIK_INPUT_NUMBERS_H
 
@@ -24,7 +24,7 @@ struct Integer {
     bool hasDigits;
 };
 
-static const unsigned int kNoDigit = UCHAR_MAX;
+constexpr unsigned int kNoDigit = UCHAR_MAX;
 
 struct DigitTable {
     unsigned char values[UCHAR_MAX + 1];
@@ -35,7 +35,7 @@ static consteval DigitTable MakeDigitTable()
     DigitTable table = {};
     for (unsigned char &value : table.values)
         value = kNoDigit;
-    for (unsigned char digit = 0; digit < 16; ++digit) {
+    for (unsigned char digit = 0; digit < 16; digit++) {
         table.values[static_cast<unsigned char>("0123456789abcdef"[digit])] = digit;
         table.values[static_cast<unsigned char>("0123456789ABCDEF"[digit])] = digit;
     }
@@ -59,7 +59,7 @@ static inline void AddDigit(Integer *value, unsigned int base, unsigned int digi
         value->magnitude = value->magnitude * base + digit;
 }
 
-template <typename AnyField>
+template <class AnyField>
 static inline void AddDigits(AnyField *field, unsigned int base, Integer *value)
 {
     for (unsigned int digit = DigitValue(field->ch); digit < base; digit = DigitValue(field->ch)) {
@@ -81,7 +81,7 @@ static inline uint64_t ValueOf(const Integer &value, bool isSigned)
     return value.isNegative ? 0 - magnitude : magnitude;
 }
 
-template <typename Type>
+template <class Type>
 static inline void StoreAs(void *dest, uint64_t value)
 {
     const Type narrowed = static_cast<Type>(value);
@@ -108,10 +108,10 @@ static inline bool IsLetter(Unit ch, char lower)
 }
 
 // Goes past "(nil)", in either case.
-template <typename AnyField>
+template <class AnyField>
 static inline bool PassNull(AnyField *field)
 {
-    for (const char *word = "(nil)"; *word != '\0'; ++word) {
+    for (const char *word = "(nil)"; *word != '\0'; word++) {
         if (!IsLetter(field->ch, *word))
             return false;
         Advance(field);
@@ -119,9 +119,9 @@ static inline bool PassNull(AnyField *field)
     return true;
 }
 
-// Reads the "0x" that base 16 may have, and finds the base that a base of 0 stands for. A zero that no
-// 'x' follows is a digit.
-template <typename AnyField>
+// Reads the "0x" that base 16 may have, and finds the base that a base of 0 stands for. A zero that
+// no 'x' follows is a digit.
+template <class AnyField>
 static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Integer *value)
 {
     if (base == 8 || base == 10)
@@ -137,40 +137,41 @@ static inline unsigned int ReadPrefix(AnyField *field, unsigned int base, Intege
     return base == 0 ? 8 : base;
 }
 
-template <typename AnyField>
-static inline Outcome ReadIntegerField(AnyField *field, const Spec &spec)
+template <class AnyField>
+static inline Outcome ReadIntegerField(AnyField *field, const Directive &directive)
 {
     Integer value = {};
     if (field->ch == kEnd)
         return kInputEnd;
-    if (field->ch == '(' && spec.type == 'p') {
+    if (field->ch == '(' && directive.type == 'p') {
         value.hasDigits = PassNull(field);
     } else {
         value.isNegative = field->ch == '-';
         if (field->ch == '-' || field->ch == '+')
             Advance(field);
-        AddDigits(field, ReadPrefix(field, spec.letter->base, &value), &value);
+        AddDigits(field, ReadPrefix(field, directive.letter->base, &value), &value);
     }
     LeaveField(*field);
     if (!value.hasDigits)
         return kNoMatch;
-    if (!spec.isSuppressed)
-        StoreInteger(spec.dest, spec.type == 'p' ? k64BitSize : spec.size,
-                     ValueOf(value, spec.letter->isSigned));
+    if (!directive.isSuppressed)
+        StoreInteger(directive.dest, directive.type == 'p' ? k64BitSize : directive.size,
+                     ValueOf(value, directive.letter->isSigned));
     return kDone;
 }
 
-template <typename Char>
-static inline Outcome ReadInteger(Scan<Char> *scan, const Spec &spec)
+template <class Char>
+static inline Outcome ReadInteger(Scan<Char> *scan, const Directive &directive)
 {
-    return ReadField(scan, spec,
-                     [](auto *field, const Spec &what) { return ReadIntegerField(field, what); });
+    return ReadField(scan, directive, [](auto *field, const Directive &what) {
+        return ReadIntegerField(field, what);
+    });
 }
 
 // ---- Floating point ----
 
-// Keeps text in place of the next character, and goes on to the one behind it.
-template <typename AnyField>
+// Keeps text in place of the next character, and goes on to the one after it.
+template <class AnyField>
 static inline void Keep(AnyField *field, char text)
 {
     if (Append(&field->scan->number, text)) {
@@ -178,10 +179,10 @@ static inline void Keep(AnyField *field, char text)
         return;
     }
     field->isOutOfMemory = true;
-    EndBehind(field);
+    EndAfterNext(field);
 }
 
-template <typename AnyField>
+template <class AnyField>
 static inline void KeepNext(AnyField *field)
 {
     Keep(field, static_cast<char>(field->ch));
@@ -196,20 +197,20 @@ static inline int64_t KeepRun(StringField *field, unsigned int base)
     const int64_t most = Least(field->end - field->at, room);
     char *const dest = number->text + number->used;
     int64_t count = 0;
-    for (; count < most && DigitValue(AsUnit(field->at[count])) < base; ++count)
+    for (; count < most && DigitValue(AsUnit(field->at[count])) < base; count++)
         dest[count] = field->at[count];
     LookAt(field, field->at + count);
     number->used += static_cast<size_t>(count);
     return count;
 }
 
-template <typename Char>
+template <class Char>
 static inline int64_t KeepRun(Field<Char> * /*tag*/, unsigned int /*tag*/)
 {
     return 0;
 }
 
-template <typename AnyField>
+template <class AnyField>
 static inline bool KeepDigits(AnyField *field, unsigned int base)
 {
     bool hasDigits = KeepRun(field, base) > 0;
@@ -220,17 +221,17 @@ static inline bool KeepDigits(AnyField *field, unsigned int base)
     return hasDigits;
 }
 
-template <typename AnyField>
+template <class AnyField>
 static void KeepSign(AnyField *field)
 {
     if (field->ch == '-' || field->ch == '+')
         KeepNext(field);
 }
 
-template <typename AnyField>
+template <class AnyField>
 static bool KeepWord(AnyField *field, const char *word)
 {
-    for (; *word != '\0'; ++word) {
+    for (; *word != '\0'; word++) {
         if (!IsLetter(field->ch, *word))
             return false;
         KeepNext(field);
@@ -238,7 +239,7 @@ static bool KeepWord(AnyField *field, const char *word)
     return true;
 }
 
-template <typename AnyField>
+template <class AnyField>
 static bool KeepNan(AnyField *field)
 {
     if (!KeepWord(field, "nan"))
@@ -256,13 +257,13 @@ static bool KeepNan(AnyField *field)
 }
 
 // Keeps the locale's decimal point if it is next; false when only its first bytes are there.
-template <typename AnyField>
+template <class AnyField>
 static bool KeepPoint(AnyField *field)
 {
     const char *point = nl_langinfo(RADIXCHAR);
     if (field->ch != AsUnit(*point))
         return true;
-    for (; *point != '\0'; ++point) {
+    for (; *point != '\0'; point++) {
         if (field->ch != AsUnit(*point))
             return false;
         KeepNext(field);
@@ -278,7 +279,7 @@ static bool KeepPoint(Field<wchar_t> *field)
     const size_t length = strlen(point);
     if (mbrtowc(&wide, point, length, &state) != length || field->ch != AsUnit(wide))
         return true;
-    for (size_t i = 0; i + 1 < length; ++i) {
+    for (size_t i = 0; i + 1 < length; i++) {
         field->isOutOfMemory = !Append(&field->scan->number, point[i]);
         if (field->isOutOfMemory)
             return false;
@@ -287,7 +288,7 @@ static bool KeepPoint(Field<wchar_t> *field)
     return true;
 }
 
-template <typename AnyField>
+template <class AnyField>
 static bool KeepNumber(AnyField *field)
 {
     bool isHex = false;
@@ -312,24 +313,24 @@ static bool KeepNumber(AnyField *field)
     return KeepDigits(field, 10);
 }
 
-static void StoreFloat(const Spec &spec, const char *text)
+static void StoreFloat(const Directive &directive, const char *text)
 {
-    if (spec.isLongDouble) {
+    if (directive.isLongDouble) {
         const long double value = strtold(text, nullptr);
-        memcpy(spec.dest, &value, sizeof value);
+        memcpy(directive.dest, &value, sizeof value);
         return;
     }
     const double value = strtod(text, nullptr);
-    if (spec.size == kLongSize || spec.size == k64BitSize) {
-        memcpy(spec.dest, &value, sizeof value);
+    if (directive.size == kLongSize || directive.size == k64BitSize) {
+        memcpy(directive.dest, &value, sizeof value);
         return;
     }
     const float rounded = static_cast<float>(value);
-    memcpy(spec.dest, &rounded, sizeof rounded);
+    memcpy(directive.dest, &rounded, sizeof rounded);
 }
 
-template <typename AnyField>
-static inline Outcome ReadFloatField(AnyField *field, const Spec &spec)
+template <class AnyField>
+static inline Outcome ReadFloatField(AnyField *field, const Directive &directive)
 {
     FloatText *number = &field->scan->number;
     Restart(number);
@@ -348,17 +349,19 @@ static inline Outcome ReadFloatField(AnyField *field, const Spec &spec)
     if (!isNumber || field->isOutOfMemory)
         return kNoMatch;
     number->text[number->used] = '\0';
-    if (!spec.isSuppressed)
-        StoreFloat(spec, number->text);
+    if (!directive.isSuppressed)
+        StoreFloat(directive, number->text);
     return kDone;
 }
 
-// A function of its own, so that the many steps of a float take no registers from other conversions.
-template <typename Char>
-[[gnu::noinline]] static Outcome ReadFloat(Scan<Char> *scan, const Spec &spec)
+// A function of its own, so that the many steps of a float take no registers from other
+// conversions.
+template <class Char>
+[[gnu::noinline]] static Outcome ReadFloat(Scan<Char> *scan, const Directive &directive)
 {
-    return ReadField(scan, spec,
-                     [](auto *field, const Spec &what) { return ReadFloatField(field, what); });
+    return ReadField(scan, directive, [](auto *field, const Directive &what) {
+        return ReadFloatField(field, what);
+    });
 }
 
 #endif

@@ -1,9 +1,9 @@
 // "%[", "%s" and "%c" of formatted input: sets, and text stored within its size.
 //
-// Sizes are in characters of the destination; nothing is written past them. A missing field leaves its
-// destination as it was, one that began and cannot be stored leaves a terminated text. What goes from a
-// string to a narrow destination is found as a whole, all else is read by single characters. Part of
-// input.cpp alone.
+// Sizes are in characters of the destination; nothing is written past them. A missing field leaves
+// its destination as it was, one that began and cannot be stored leaves a terminated text. What
+// goes from a string to a narrow destination is found as a whole, all else is read by single
+// characters.
 #ifndef TAMRIK_INPUT_TEXT_H
 #define TAMRIK_INPUT_TEXT_H
 
@@ -15,28 +15,28 @@
 #include <stdlib.h>
 #include <string.h>
 
-static const unsigned int kLargestNarrowSize = MAX_BUFFER_SIZE;
-static const unsigned int kLargestWideSize = 0x1FFFFFFF;
+constexpr unsigned int kLargestNarrowSize = MAX_BUFFER_SIZE;
+constexpr unsigned int kLargestWideSize = 0x1FFFFFFF;
 
 // ---- Sets ----
 
-// Finds the ']' that closes the set whose '[' stands just before text; null when there is none. One
-// that comes first, behind the '^' if there is one, is a member.
-template <typename Char>
+// Finds the ']' that closes the set whose '[' comes just before text; null when there is none. One
+// that comes first, after the '^' if there is one, is a member.
+template <class Char>
 static const Char *EndOfSet(const Char *text)
 {
     if (*text == '^')
-        ++text;
+        text++;
     if (*text == ']')
-        ++text;
+        text++;
     while (*text != '\0' && *text != ']')
-        ++text;
+        text++;
     return *text == ']' ? text : nullptr;
 }
 
 // The next members, low to high, at *text. A '-' between two of which the second is not the smaller
 // makes a range, and the end of one range can begin another; any other '-' is a member itself.
-template <typename Char>
+template <class Char>
 static void NextMembers(const Char **text, const Char *end, Unit *low, Unit *high)
 {
     *low = AsUnit(*(*text)++);
@@ -44,12 +44,12 @@ static void NextMembers(const Char **text, const Char *end, Unit *low, Unit *hig
     if (end - *text < 2 || **text != '-' || AsUnit((*text)[1]) < *low)
         return;
     *high = AsUnit((*text)[1]);
-    ++*text;
+    (*text)++;
 }
 
-// Reads the set whose '[' stands just before text and returns where it ends: behind its ']'. When there
-// is none, its end is null and nothing of the text is taken.
-template <typename Char>
+// Reads the set whose '[' comes just before text and returns where it ends: after its ']'. When
+// there is none, its end is null and nothing of the text is taken.
+template <class Char>
 static inline const Char *ReadSet(const Char *text, Set<Char> *set)
 {
     set->isNegated = *text == '^';
@@ -59,7 +59,7 @@ static inline const Char *ReadSet(const Char *text, Set<Char> *set)
 }
 
 // Finds out which of the lowest characters match.
-template <typename Char>
+template <class Char>
 static void ListMembers(Set<Char> *set)
 {
     memset(set->has, set->isNegated, sizeof set->has);
@@ -73,7 +73,7 @@ static void ListMembers(Set<Char> *set)
     }
 }
 
-template <typename Char>
+template <class Char>
 static bool IsInFarSet(const Set<Char> &set, Unit ch)
 {
     for (const Char *at = set.begin; at < set.end;) {
@@ -88,12 +88,12 @@ static bool IsInFarSet(const Set<Char> &set, Unit ch)
 
 // ---- Strings, characters and sets ----
 
-template <typename Char>
-static inline bool Belongs(const Spec &spec, const Set<Char> &set, Unit ch)
+template <class Char>
+static inline bool Belongs(const Directive &directive, const Set<Char> &set, Unit ch)
 {
-    if (spec.type == 's')
+    if (directive.type == 's')
         return !IsSpace(Char{}, ch);
-    if (spec.type == 'c')
+    if (directive.type == 'c')
         return true;
     return ch <= UCHAR_MAX ? set.has[ch] != 0 : IsInFarSet(set, ch);
 }
@@ -121,7 +121,7 @@ static inline bool Store(const Scan<char> * /*tag*/, Text *text, Unit ch)
         StoreWide(text->dest, text->used, ch);
     else
         text->dest[text->used] = static_cast<char>(ch);
-    ++text->used;
+    text->used++;
     return true;
 }
 
@@ -143,15 +143,15 @@ static bool Store(const Scan<wchar_t> * /*tag*/, Text *text, Unit ch)
     return true;
 }
 
-// A character of the field: as wide text is counted in whole characters, they are read whole. A byte
-// that is not in the set ends the field before anything is made of it.
-static inline Unit NextOfText(Scan<char> *scan, const Spec &spec, const Set<char> &set,
+// A character of the field: as wide text is counted in whole characters, they are read whole. A
+// byte that is not in the set ends the field before anything is made of it.
+static inline Unit NextOfText(Scan<char> *scan, const Directive &directive, const Set<char> &set,
                               const Text &text)
 {
     if (!text.isWide)
         return Next(scan);
     Unit ch = 0;
-    if (spec.type == '[') {
+    if (directive.type == '[') {
         ch = PeekByte(&scan->reader);
         if (ch >= 0 && !set.has[ch])
             return kFieldEnd;
@@ -165,7 +165,7 @@ static inline Unit NextOfText(Scan<char> *scan, const Spec &spec, const Set<char
     return ch;
 }
 
-static inline Unit NextOfText(Scan<wchar_t> *scan, const Spec & /*tag*/,
+static inline Unit NextOfText(Scan<wchar_t> *scan, const Directive & /*tag*/,
                               const Set<wchar_t> & /*tag*/, const Text & /*tag*/)
 {
     return Next(scan);
@@ -187,22 +187,22 @@ static inline void GiveBackOfText(Scan<wchar_t> *scan, const Text & /*tag*/, Uni
 }
 
 // A character read whole belongs to the field when each of its bytes does.
-static inline bool BelongsToText(const Scan<char> *scan, const Spec &spec, const Set<char> &set,
-                                 const Text &text, Unit ch)
+static inline bool BelongsToText(const Scan<char> *scan, const Directive &directive,
+                                 const Set<char> &set, const Text &text, Unit ch)
 {
     if (!text.isWide)
-        return Belongs(spec, set, ch);
-    for (int i = 0; i < scan->reader.lastCount; ++i) {
-        if (!Belongs(spec, set, AsUnit(scan->reader.last[i])))
+        return Belongs(directive, set, ch);
+    for (int i = 0; i < scan->reader.lastCount; i++) {
+        if (!Belongs(directive, set, AsUnit(scan->reader.last[i])))
             return false;
     }
     return true;
 }
 
-static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Spec &spec,
+static inline bool BelongsToText(const Scan<wchar_t> * /*tag*/, const Directive &directive,
                                  const Set<wchar_t> &set, const Text & /*tag*/, Unit ch)
 {
-    return Belongs(spec, set, ch);
+    return Belongs(directive, set, ch);
 }
 
 // Ends a field that has begun and does not fit or cannot be converted: its text is empty.
@@ -213,32 +213,33 @@ static inline Outcome EndBrokenText(const Text &text)
     return kNoMatch;
 }
 
-// Ends a field of as many characters as are stored, which may not be none. A "%c" has no terminator,
-// unless the input's end cut it short: then it is terminated like a string, and must have the room.
-static inline Outcome EndText(const Spec &spec, const Text &text, bool isCut)
+// Ends a field of as many characters as are stored, which may not be none. A "%c" has no
+// terminator, unless the input's end cut it short: then it is terminated like a string, and must
+// have the room.
+static inline Outcome EndText(const Directive &directive, const Text &text, bool isCut)
 {
-    if (spec.type == 'c' && !isCut)
+    if (directive.type == 'c' && !isCut)
         return kDone;
-    if (spec.type == 'c' && text.used == text.size)
+    if (directive.type == 'c' && text.used == text.size)
         return EndBrokenText(text);
     Terminate(text, text.used);
     return kDone;
 }
 
 // Reads the field into the destination, which stays as it was when the field is missing.
-template <typename Char>
-static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text text)
+template <class Char>
+static Outcome ReadText(Scan<Char> *scan, const Directive &directive, Set<Char> *set, Text text)
 {
-    if (spec.type == '[')
+    if (directive.type == '[')
         ListMembers(set);
-    int64_t left = spec.width;
+    int64_t left = directive.width;
     bool isEmpty = true;
     Unit ch = kFieldEnd;
-    for (; left > 0; --left) {
-        ch = NextOfText(scan, spec, *set, text);
+    for (; left > 0; left--) {
+        ch = NextOfText(scan, directive, *set, text);
         if (ch < 0)
             break;
-        if (!BelongsToText(scan, spec, *set, text, ch)) {
+        if (!BelongsToText(scan, directive, *set, text, ch)) {
             GiveBackOfText(scan, text, ch);
             break;
         }
@@ -252,7 +253,7 @@ static Outcome ReadText(Scan<Char> *scan, const Spec &spec, Set<Char> *set, Text
         return EndBrokenText(text);
     if (isEmpty)
         return ch == kEnd ? kInputEnd : kNoMatch;
-    return text.isStored ? EndText(spec, text, left > 0) : kDone;
+    return text.isStored ? EndText(directive, text, left > 0) : kDone;
 }
 
 // ---- Narrow text of strings, found as a whole ----
@@ -281,7 +282,7 @@ static inline const char *SkipPrinting(const char *at, const char *end)
     const ptrdiff_t block = sizeof(uint64_t);
     if (end - at < block) {
         while (at != end && IsPrinting(AsUnit(*at)))
-            ++at;
+            at++;
         return at;
     }
     // The last block may begin within the one before.
@@ -297,7 +298,7 @@ static inline const char *SkipPrinting(const char *at, const char *end)
 [[gnu::noinline]] static const char *EndOfWordSingly(const char *at, const char *end)
 {
     while (at != end && !IsSpace(char{}, AsUnit(*at)))
-        ++at;
+        at++;
     return at;
 }
 
@@ -317,26 +318,26 @@ static inline const char *EndOfWord(const char *at, const char *end)
     }
     ListMembers(set);
     while (at != end && set->has[AsUnit(*at)])
-        ++at;
+        at++;
     return at;
 }
 
-// "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with the
-// letters, narrow and wide are the same in both engines.
-static void LowerCapital(Spec *spec)
+// "%S" and "%C" are wide and the others narrow unless a size letter says something else. As with
+// the letters, narrow and wide are the same in both engines.
+static void LowerCapital(Directive *directive)
 {
-    spec->type += 'a' - 'A';
-    if (spec->wideLetters == 0)
-        spec->wideLetters = 1;
+    directive->type += 'a' - 'A';
+    if (directive->wideLetters == 0)
+        directive->wideLetters = 1;
 }
 
-// Takes the destination's size from the arguments and judges it. One of 0 gets its terminator all the
-// same.
-template <typename Char>
-static Outcome TakeTextSize(Scan<Char> *scan, const Spec &spec, Text *text)
+// Takes the destination's size from the arguments and judges it. One of 0 gets its terminator all
+// the same.
+template <class Char>
+static Outcome TakeTextSize(Scan<Char> *scan, const Directive &directive, Text *text)
 {
     const unsigned int size = va_arg(scan->arguments, unsigned int);
-    text->dest = static_cast<char *>(spec.dest);
+    text->dest = static_cast<char *>(directive.dest);
     text->isStored = true;
     if (size > (text->isWide ? kLargestWideSize : kLargestNarrowSize))
         return kBadParameter;
@@ -348,41 +349,43 @@ static Outcome TakeTextSize(Scan<Char> *scan, const Spec &spec, Text *text)
     return kDone;
 }
 
-template <typename Char>
-[[gnu::noinline]] static Outcome ConvertTextSingly(Scan<Char> *scan, Spec *spec, Set<Char> *set)
+template <class Char>
+[[gnu::noinline]] static Outcome ConvertTextSingly(Scan<Char> *scan, Directive *directive,
+                                                   Set<Char> *set)
 {
-    if (spec->letter->role == kCapitalText)
-        LowerCapital(spec);
-    if (spec->type == 'c' && spec->width == kAnyWidth)
-        spec->width = 1;
-    Text text = {spec->wideLetters > 0, !spec->isSuppressed, nullptr, 0, 0};
-    Outcome outcome = text.isStored ? TakeTextSize(scan, *spec, &text) : kDone;
+    if (directive->letter->role == kCapitalText)
+        LowerCapital(directive);
+    if (directive->type == 'c' && directive->width == kAnyWidth)
+        directive->width = 1;
+    Text text = {directive->wideLetters > 0, !directive->isSuppressed, nullptr, 0, 0};
+    Outcome outcome = text.isStored ? TakeTextSize(scan, *directive, &text) : kDone;
     if (outcome != kDone)
         return outcome;
-    if (spec->type == '[' && set->end == nullptr)
+    if (directive->type == '[' && set->end == nullptr)
         return kNoMatch;
-    if (spec->type == 's')
+    if (directive->type == 's')
         SkipBlanks(scan);
-    if (spec->width == 0)
+    if (directive->width == 0)
         return EndEmptyField(scan);
-    if (text.isStored && spec->type != 'c')
-        --text.size;
-    return ReadText(scan, *spec, set, text);
+    if (text.isStored && directive->type != 'c')
+        text.size--;
+    return ReadText(scan, *directive, set, text);
 }
 
-// Reads a "%s" or "%[" whose blanks are skipped. The field is found as a whole and copied at once; one
-// that is as long as the size says has no room for its terminator.
-static inline Outcome ReadWholeText(Scan<char> *scan, const Spec &spec, Set<char> *set,
+// Reads a "%s" or "%[" whose blanks are skipped. The field is found as a whole and copied at once;
+// one that is as long as the size says has no room for its terminator.
+static inline Outcome ReadWholeText(Scan<char> *scan, const Directive &directive, Set<char> *set,
                                     const Text &text)
 {
     const char *const at = scan->reader.at;
     const int64_t there = scan->reader.end - at;
     const int64_t size = static_cast<int64_t>(text.size);
-    const int64_t most = Least(Least(there, spec.width), size);
+    const int64_t most = Least(Least(there, directive.width), size);
     if (most == 0)
         return EndEmptyField(scan);
     const char *const last = at + most;
-    const char *const end = spec.type == 's' ? EndOfWord(at, last) : EndOfMembers(at, last, set);
+    const char *const end =
+        directive.type == 's' ? EndOfWord(at, last) : EndOfMembers(at, last, set);
     const int64_t length = end - at;
     if (length == 0)
         return kNoMatch;
@@ -395,45 +398,46 @@ static inline Outcome ReadWholeText(Scan<char> *scan, const Spec &spec, Set<char
     CopyBlock(text.dest, at, static_cast<size_t>(length), kSmallCopy);
     text.dest[length] = '\0';
     scan->reader.at = end;
-    if (length == there && length < spec.width)
+    if (length == there && length < directive.width)
         scan->isAtEnd = true;
     return kDone;
 }
 
 // A "%s" or "%[" that is stored, narrow, and read from a string.
-[[gnu::noinline]] static Outcome ConvertWholeText(Scan<char> *scan, const Spec &spec,
+[[gnu::noinline]] static Outcome ConvertWholeText(Scan<char> *scan, const Directive &directive,
                                                   Set<char> *set)
 {
     Text text = {false, true, nullptr, 0, 0};
-    const Outcome outcome = TakeTextSize(scan, spec, &text);
+    const Outcome outcome = TakeTextSize(scan, directive, &text);
     if (outcome != kDone)
         return outcome;
-    if (spec.type == 's')
+    if (directive.type == 's')
         SkipBlanks(scan);
     else if (set->end == nullptr)
         return kNoMatch;
-    return ReadWholeText(scan, spec, set, text);
+    return ReadWholeText(scan, directive, set, text);
 }
 
-static inline Outcome ConvertAnyText(Scan<char> *scan, Spec *spec, Set<char> *set)
+static inline Outcome ConvertAnyText(Scan<char> *scan, Directive *directive, Set<char> *set)
 {
-    const bool isWhole = IsFromString(scan) && spec->letter->role <= kSet && !spec->isSuppressed &&
-                         spec->wideLetters <= 0;
-    return isWhole ? ConvertWholeText(scan, *spec, set) : ConvertTextSingly(scan, spec, set);
+    const bool isWhole = IsFromString(scan) && directive->letter->role <= kSet &&
+                         !directive->isSuppressed && directive->wideLetters <= 0;
+    return isWhole ? ConvertWholeText(scan, *directive, set)
+                   : ConvertTextSingly(scan, directive, set);
 }
 
-static inline Outcome ConvertAnyText(Scan<wchar_t> *scan, Spec *spec, Set<wchar_t> *set)
+static inline Outcome ConvertAnyText(Scan<wchar_t> *scan, Directive *directive, Set<wchar_t> *set)
 {
-    return ConvertTextSingly(scan, spec, set);
+    return ConvertTextSingly(scan, directive, set);
 }
 
-template <typename Char>
-static inline Outcome ConvertText(Scan<Char> *scan, Spec *spec, const Char **format)
+template <class Char>
+static inline Outcome ConvertText(Scan<Char> *scan, Directive *directive, const Char **format)
 {
     Set<Char> set;
-    if (spec->letter->role == kSet)
+    if (directive->letter->role == kSet)
         *format = ReadSet(*format, &set);
-    return ConvertAnyText(scan, spec, &set);
+    return ConvertAnyText(scan, directive, &set);
 }
 
 #endif

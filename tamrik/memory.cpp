@@ -10,8 +10,8 @@
 
 #include <string.h>
 
-static const char kVersionBanner[] = "Qarvel Tamrik V100R001C01SCP004B001";
-static const unsigned short kVersionNumber = 0x0504;
+constexpr char kVersionBanner[] = "Qarvel Tamrik V100R001C01SCP004B001";
+constexpr unsigned short kVersionNumber = 0x0504;
 
 // All ones, for the wide stores of the small fills.
 const unsigned char myStrAllFF[32] = {

@@ -17,7 +17,7 @@ constexpr size_t kSmallCopy = 64;  // the largest block that CopySmall copies, i
 typedef uint64_t TwoWords __attribute__((vector_size(16)));
 
 // Stores two pieces of the type Piece, the first at the block's start and the second at its end.
-template <typename Piece>
+template <class Piece>
 static inline void StoreEnds(unsigned char *dest, size_t count, Piece first, Piece last)
 {
     __builtin_memcpy(dest, &first, sizeof first);
@@ -25,7 +25,7 @@ static inline void StoreEnds(unsigned char *dest, size_t count, Piece first, Pie
 }
 
 // Copies a block of at least one and at most two pieces of the type Piece.
-template <typename Piece>
+template <class Piece>
 static inline void CopyEnds(unsigned char *dest, const unsigned char *src, size_t count)
 {
     Piece first, last;

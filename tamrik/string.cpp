@@ -150,7 +150,7 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count)
     if (count > MAX_BUFFER_SIZE)
         return ClearString(dest, ERANGE_CLEARED);
 
-    // The search for the end goes no further than to a source that stands behind the destination.
+    // The search for the end goes no further than to a source that lies after the destination.
     const size_t bound = dest < src ? Smaller(destMax, Distance(dest, src)) : destMax;
     const size_t length = strnlen(dest, bound);
     if (length == destMax)

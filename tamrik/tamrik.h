@@ -122,7 +122,7 @@ extern const unsigned char myStrAllFF[32];
  * dest is the caller's buffer of destMax bytes, src a zero-terminated string; both stay the
  * caller's. Sizes and counts are in bytes. The checks are made in the order in which they stand
  * here, and the first that fails decides. "Empty" means that dest[0] became zero and nothing else
- * was written. After success the bytes behind the terminator are what they were. src is never read
+ * was written. After success the bytes after the terminator are what they were. src is never read
  * past its terminator.
  */
 
@@ -196,18 +196,18 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
 /*
  * The format language is the library's own:  % flags width .precision size conversion
  *
- *   flags       ' ' '#' '+' '-' '0', also behind the width ("%5-d")
+ *   flags       ' ' '#' '+' '-' '0', also after the width ("%5-d")
  *   width       digits or '*'; a negative '*' left-justifies (but not a floating conversion)
  *   precision   '.' and digits, '*' or nothing (0); a negative '*' is none at all
  *   size        h hh l ll j t z w L q I I32 I64, N and Z (which say nothing), any number of them
  *   conversion  d i u o x X p c C s S e E f F g G, and "%%" for a percent sign
  *
- * Digits behind a '*' continue its number. A width or precision above 21474836 takes no more
+ * Digits after a '*' continue its number. A width or precision above 21474836 takes no more
  * digits. An integer has the size that comes first among I or I64 or p, ll or L or q, l, hh, h, t,
  * z, j; 32 bits without one. It is filled with zeros up to a precision of 512. A null pointer
  * prints "(nil)" and a null string "(null)". With 'l' or 'w' strings and characters are wide; 'S'
  * and 'C' are wide unless 'h' is given. Widths and precisions of strings count the units of the
- * argument's own text. An 'I' that is no size drops its specification: it and what follows are
+ * argument's own text. An 'I' that is no size drops its directive: it and what follows are
  * text.
  *
  * "%n", 'a', 'A' and every other character or order make the format invalid; nothing is ever stored
@@ -239,7 +239,7 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  * With count below destMax the output is cut: what is longer than count characters gives -1 and
  * leaves the first count characters and a zero. Otherwise output that does not fit destMax bytes
  * with its zero gives -1 and an empty string, and strDest[destMax - 1] is cleared in every case. A
- * format that is invalid or ends inside a specification, or a wide string that cannot be converted,
+ * format that is invalid or ends inside a directive, or a wide string that cannot be converted,
  * gives -1 and an empty string, unless the output was cut before that point. vsnprintf_s leaves the
  * caller's argList as it was.
  */
@@ -247,10 +247,10 @@ int snprintf_s(char *strDest, size_t destMax, size_t count, const char *format, 
 int vsnprintf_s(char *strDest, size_t destMax, size_t count, const char *format, va_list argList);
 
 /*
- * Formats as much of a format as needs no arguments: all up to the first specification that takes
+ * Formats as much of a format as needs no arguments: all up to the first directive that takes
  * one, a '*' included. The text goes into strDest, a buffer of destMax bytes, cut at destMax - 1
  * characters; the result, and what strDest holds afterwards, is that of snprintf_s with a count of
- * destMax - 1. *rest becomes the '%' of that specification, or the end of the format where there is
+ * destMax - 1. *rest becomes the '%' of that directive, or the end of the format where there is
  * none; null when the result is -1. The format after *rest is not read. rest is not null.
  */
 int snprintf_text(char *strDest, size_t destMax, const char *format, const char **rest);
@@ -359,7 +359,7 @@ typedef struct InputSource {
  *                    format; at the first conversion or literal that the input does not match; after a
  *                    conversion that met the end of the input, unless "%n" follows it directly; at a
  *                    field that does not fit; at bytes that are no character of the locale; and at a
- *                    specification that makes no sense: an unknown conversion or 'I' followed by
+ *                    directive that makes no sense: an unknown conversion or 'I' followed by
  *                    none of its own, "%{", a "%[" without its ']', a width of 0
  *   EOF (-1)         the input ended before the first conversion, suppressed ones included, was done
  *   -2               a parameter is wrong: source or format is null; the source is of no kind, a file
@@ -397,7 +397,7 @@ typedef struct InputSource {
  * them, long doubles as strtold; a float is the double made smaller. A text that only begins like a
  * number ("0x", "1e", "infin") does not match.
  *
- * Sets: a ']' that comes first, behind '^' if there is one, is a member. "a-z" is a range; a '-'
+ * Sets: a ']' that comes first, after '^' if there is one, is a member. "a-z" is a range; a '-'
  * that stands first, last or before a smaller character is a member. In tamrik_input_s a set holds
  * bytes; of wide text all bytes of a character must be in it, and a byte that is not ends the
  * field, also where no character begins.

@@ -96,7 +96,7 @@ TEST_CASE("a decimal point of several bytes is given to strtod as the locale wri
 {
     struct Row {
         std::string before;
-        std::string behind;
+        std::string after;
         std::string rest;
     };
     const Row rows[] = {
@@ -106,11 +106,11 @@ TEST_CASE("a decimal point of several bytes is given to strtod as the locale wri
         CAPTURE(row.before);
         const PersianPoint persian;
         double value = 0;
-        CHECK(Scan(row.before + kPoint + row.behind + row.rest, "%lf", &value) ==
+        CHECK(Scan(row.before + kPoint + row.after + row.rest, "%lf", &value) ==
               Scanned<char>{1, row.rest});
-        CHECK(WideScan(Widened(row.before) + kWidePoint + Widened(row.behind + row.rest), L"%lf",
+        CHECK(WideScan(Widened(row.before) + kWidePoint + Widened(row.after + row.rest), L"%lf",
                        &value) == Scanned<wchar_t>{1, Widened(row.rest)});
-        const std::string text = row.before + kPoint + row.behind;
+        const std::string text = row.before + kPoint + row.after;
         CHECK(persian.converted == std::vector<std::string>{text, text});
     }
 }

@@ -287,7 +287,7 @@ TEST_CASE("a float of a file whose text finds no memory is no field, and nothing
         CHECK(seen.sizes.size() == static_cast<std::size_t>(good));
         CHECK(seen.held.empty());
         CHECK_FALSE(seen.hasFreedText);
-        // The field ends behind the character that found no room.
+        // The field ends after the character that found no room.
         CHECK(std::ftell(file) == 2 + (350L << (good - 1)));
         std::fclose(file);
     }

@@ -515,7 +515,7 @@ static ssize_t ReadMarkThenFail(void *cookie, char *buffer, std::size_t /*size*/
     }
 }
 
-TEST_CASE("a stream without a position that fails behind its mark is at its end")
+TEST_CASE("a stream without a position that fails after its mark is at its end")
 {
     int reads = 0;
     FILE *stream = fopencookie(&reads, "r", {ReadMarkThenFail, nullptr, nullptr, nullptr});
@@ -674,7 +674,7 @@ TEST_CASE("_inc and _un_inc hold one character of standard input, which a scan f
     CHECK(_inc(&source) == EOF);
 }
 
-TEST_CASE("a character that was put back is in the stream behind a scan that reads nothing")
+TEST_CASE("a character that was put back is in the stream after a scan that reads nothing")
 {
     PutOnStdin("abc");
     InputSource source = StdinSource();
@@ -729,7 +729,7 @@ TEST_CASE("a stream that cannot be read leaves errno alone")
     std::fclose(file);
 }
 
-TEST_CASE("_inc loads a file in blocks of 1024 bytes with a zero behind them")
+TEST_CASE("_inc loads a file in blocks of 1024 bytes with a zero after them")
 {
     FILE *file = FileWith("##" + std::string(kBlock, 'a') + "bc", 2);
     InputSource source = FileSource(file);

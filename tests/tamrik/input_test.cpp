@@ -718,7 +718,7 @@ TEST_CASE("literal text must be the next in the input; what differs is given bac
     }
 }
 
-TEST_CASE("a doubled percent sign matches one, behind blanks")
+TEST_CASE("a doubled percent sign matches one, after blanks")
 {
     for (const bool wide : kEngines) {
         int a = 0;
@@ -760,7 +760,7 @@ TEST_CASE("a star reads a field without an argument")
     }
 }
 
-TEST_CASE("a specification that makes no sense ends the scan with the fields so far")
+TEST_CASE("a directive that makes no sense ends the scan with the fields so far")
 {
     for (const bool wide : kEngines) {
         int a = 0;
@@ -1022,7 +1022,7 @@ TEST_CASE("the highest bytes are no conversion letters and no digits")
     }
 }
 
-TEST_CASE("the character that ends wide text is not counted by a position behind it")
+TEST_CASE("the character that ends wide text is not counted by a position after it")
 {
     wchar_t wide[4];
     int n = -1;
@@ -1193,7 +1193,7 @@ TEST_CASE("_un_inc does not step in front of a buffer's start")
     CHECK(source.count == 2);
 }
 
-TEST_CASE("_whiteout counts the blanks and the character behind them")
+TEST_CASE("_whiteout counts the blanks and the character after them")
 {
     const Guarded text(std::string(" \t\n\v\f\rx y"));
     InputSource source = StringSource(text);

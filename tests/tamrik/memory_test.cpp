@@ -164,7 +164,7 @@ TEST_CASE(
         for (const int c : {0, 255, -1, 511, 256, 1, 120, 0x7FFFFFFF, -128}) {
             for (std::size_t count = 0; count <= kMost; count++) {
                 for (std::size_t lead = 0; lead < 16; lead++) {
-                    // From aligned starts (behind lead bytes) with room behind the block.
+                    // From aligned starts (after lead bytes) with room after the block.
                     const Guarded buffer(96);
                     unsigned char *dest = buffer.Bytes() + lead;
                     const int result = fill.call(dest, count, c, count);

@@ -1,4 +1,4 @@
-// What stands behind snprintf_s: the state machine's table, the engine on a stream of its own, its
+// What is behind snprintf_s: the state machine's table, the engine on a stream of its own, its
 // wide twin, the helper and the checked writers.
 #include "tamrik/tamrik.h"
 
@@ -111,7 +111,7 @@ void RunInEveryRoom(const std::string &whole, const char *format, Arguments... a
         const Run run = Narrow(room, format, arguments...);
         CHECK(run.result == (room < length ? -1 : length));
         CHECK(run.text == whole.substr(0, static_cast<std::size_t>(room)));
-        // A padding that finds no room and the text behind it are an attempt each.
+        // A padding that finds no room and the text after it are an attempt each.
         CHECK((room < length ? run.count < 0 : run.count == room - length));
     }
 }
@@ -205,7 +205,7 @@ TEST_CASE("the engines go from every state by every character as the printed tab
     }
 }
 
-TEST_CASE("behind a conversion every character is text again, but for the percent sign")
+TEST_CASE("after a conversion every character is text again, but for the percent sign")
 {
     for (int ch = 1; ch < 256; ch++) {
         const std::string format = std::string("%d") + static_cast<char>(ch) + "%d";
@@ -225,8 +225,8 @@ TEST_CASE("a wide format's characters beyond the table are of no class")
           static_cast<wchar_t>(-1), static_cast<wchar_t>(INT_MIN)}) {
         const wchar_t alone[] = {L'a', ch, L'b', 0};
         CHECK(Wide(kWideRoom, alone).result == 3);
-        const wchar_t behind[] = {L'%', ch, L'd', 0};
-        CHECK(Wide(kWideRoom, behind, 1) == Run{-1, kWideRoom, ""});
+        const wchar_t after[] = {L'%', ch, L'd', 0};
+        CHECK(Wide(kWideRoom, after, 1) == Run{-1, kWideRoom, ""});
     }
 }
 

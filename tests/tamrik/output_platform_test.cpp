@@ -259,7 +259,7 @@ TEST_CASE("the wide twin asks in narrow words")
     CHECK(std::wstring(buffer, 12) == L"ab1.50     |");
 }
 
-TEST_CASE("a narrow character of the wide twin is one byte, whatever stands behind it")
+TEST_CASE("a narrow character of the wide twin is one byte, whatever stands after it")
 {
     const Watch watch;
     wchar_t buffer[8];

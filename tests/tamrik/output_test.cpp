@@ -34,7 +34,7 @@ std::ostream &operator<<(std::ostream &out, const Printed &printed)
     return out << printed.result << " \"" << printed.text << '"';
 }
 
-// Formats into a buffer with room to spare, and checks that nothing behind the text has changed.
+// Formats into a buffer with room to spare, and checks that nothing after the text has changed.
 template <class... Arguments>
 Printed Print(const char *format, Arguments... arguments)
 {
@@ -227,8 +227,8 @@ TEST_CASE("literal text of any length and any bytes comes out as it stands")
     for (std::size_t length = 0; length <= 100; length++) {
         const Guarded format(WithTerminator(std::string(length, 'x')));
         CHECK(Print(format.Text()) == Good(std::string(length, 'x')));
-        const Guarded behind(WithTerminator("%d" + std::string(length, 'y')));
-        CHECK(Print(behind.Text(), 5) == Good("5" + std::string(length, 'y')));
+        const Guarded after(WithTerminator("%d" + std::string(length, 'y')));
+        CHECK(Print(after.Text(), 5) == Good("5" + std::string(length, 'y')));
         const Guarded before(WithTerminator(std::string(length, 'z') + "%%"));
         CHECK(Print(before.Text()) == Good(std::string(length, 'z') + "%"));
     }
@@ -507,7 +507,7 @@ TEST_CASE("a negative precision from the arguments is none")
     CHECK(Print("%.*s", INT_MAX, "abc") == Good("abc"));
 }
 
-TEST_CASE("digits behind a star continue its number")
+TEST_CASE("digits after a star continue its number")
 {
     CHECK(Print("%*5d|", 3, 7) == Good(std::string(34, ' ') + "7|"));
     CHECK(Print("%*5d|", 0, 7) == Good("    7|"));
@@ -676,7 +676,7 @@ TEST_CASE("a wide string with a character that the locale does not have fails th
 
 // ---- Refusals ----
 
-TEST_CASE("every other conversion or order is refused, also behind good text")
+TEST_CASE("every other conversion or order is refused, also after good text")
 {
     static int stored = 0;
     CHECK(Print("%n", &stored) == kRefused);
@@ -690,8 +690,8 @@ TEST_CASE("every other conversion or order is refused, also behind good text")
           "%.5.5d", "%..5d", "%l5d", "%l.5d", "%l*d",  "%l-d",  "%h0d", "%l d"}) {
         CAPTURE(format);
         CHECK(Print(format, 1, 1, 1) == kRefused);
-        const std::string behind = std::string("text %d ") + format;
-        CHECK(Print(behind.c_str(), 1, 1, 1, 1) == kRefused);
+        const std::string after = std::string("text %d ") + format;
+        CHECK(Print(after.c_str(), 1, 1, 1, 1) == kRefused);
     }
 }
 

@@ -18,7 +18,7 @@ constexpr std::size_t kAboveLimit = 0x80000000;  // the smallest size or count t
 constexpr std::size_t kHuge = std::numeric_limits<std::size_t>::max();
 constexpr int kErrno = 4711;  // no real error number: stays unless somebody sets errno
 
-// A buffer of size bytes that starts with text, its terminator included, and canaries behind it.
+// A buffer of size bytes that starts with text, its terminator included, and canaries after it.
 void Hold(const Guarded &buffer, const std::string &text)
 {
     buffer.Fill();
@@ -108,7 +108,7 @@ TEST_CASE("strcpy_s between overlapping places empties the destination, touching
     Hold(buffer, "abcd");
     CHECK(strcpy_s(buffer.Text() + 4, 8, buffer.Text()) == 182);  // onto the terminator
     CHECK(buffer.Held() == WithTerminator("abcd") + Canaries(7));
-    CHECK(strcpy_s(buffer.Text() + 5, 7, buffer.Text()) == 0);  // right behind it
+    CHECK(strcpy_s(buffer.Text() + 5, 7, buffer.Text()) == 0);  // right after it
     CHECK(buffer.Held() == WithTerminator("abcd") + WithTerminator("abcd") + Canaries(2));
     CHECK(strcpy_s(buffer.Text(), 12, buffer.Text() + 5) == 0);  // right in front of it
     CHECK(strcpy_s(buffer.Text() + 1, 11, buffer.Text() + 5) == 182);
@@ -141,7 +141,7 @@ TEST_CASE("strcpy_s copies strings of every length at every alignment and nothin
     }
 }
 
-TEST_CASE("strcpy_s decides on destMax characters, even where memory ends behind them")
+TEST_CASE("strcpy_s decides on destMax characters, even where memory ends after them")
 {
     const Guarded src(std::string("abcdefgh"));  // no terminator
     const Guarded buffer(8);
@@ -246,7 +246,7 @@ TEST_CASE("strncpy_s between overlapping places empties the destination, touchin
     Hold(buffer, "abcd");
     CHECK(strncpy_s(buffer.Text() + 4, 8, buffer.Text(), 100) == 182);  // onto the terminator
     CHECK(buffer.Held() == WithTerminator("abcd") + Canaries(7));
-    CHECK(strncpy_s(buffer.Text() + 5, 7, buffer.Text(), 100) == 0);  // right behind it
+    CHECK(strncpy_s(buffer.Text() + 5, 7, buffer.Text(), 100) == 0);  // right after it
     CHECK(buffer.Held() == WithTerminator("abcd") + WithTerminator("abcd") + Canaries(2));
     CHECK(strncpy_s(buffer.Text() + 1, 11, buffer.Text() + 5, 100) == 182);
     CHECK(buffer.Held() == std::string("a\0cd\0", 5) + WithTerminator("abcd") + Canaries(2));
@@ -374,7 +374,7 @@ TEST_CASE("strncat_s finds an overlap when it gets there, and leaves what it app
         std::memcpy(buffer.Bytes(), bytes.data(), bytes.size());
     };
     const std::string image("ab\0..xyz\0.......", 16);
-    // The source stands behind the string: three places free in front of it.
+    // The source stands after the string: three places free in front of it.
     set(image);
     CHECK(strncat_s(buffer.Text(), 16, buffer.Text() + 5, 3) ==
           182);  // the last of count is checked
@@ -413,7 +413,7 @@ TEST_CASE("strncat_s with its source inside the destination's string is 182")
     }
 }
 
-TEST_CASE("strncat_s looks for the destination's end no further than to a source behind it")
+TEST_CASE("strncat_s looks for the destination's end no further than to a source after it")
 {
     // No zero byte before the source, whose own terminator is the last byte of all memory there is.
     const Guarded buffer(std::string("abcdefg\0", 8));
