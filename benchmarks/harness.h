@@ -1,9 +1,9 @@
 // The frame of all benchmarks: cases, and the candidates that do the same work in each of them.
 //
-// A case names a piece of work, says what its result must be, and holds its candidates. main.cpp runs
-// all candidates of a case in turn, round after round, so that what slows the machine slows them all;
-// a candidate whose result is wrong is told and left out. benchmarks/report.py makes ratios, goals and
-// the picture of what comes out.
+// A case names a piece of work, says what its result must be, and holds its candidates. main.cpp
+// runs all candidates of a case in turn, round after round, so that what slows the machine slows
+// them all; a candidate whose result is wrong is told and left out. benchmarks/report.py makes
+// ratios, goals and the picture of what comes out.
 #ifndef BENCHMARKS_HARNESS_H
 #define BENCHMARKS_HARNESS_H
 

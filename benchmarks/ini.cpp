@@ -1,5 +1,5 @@
-// Looking up the last of 3 to 3000 keys of a section, the file opened and read anew each time, beside
-// inih and SimpleIni: once where the other keys begin unlike it, once where all begin alike.
+// Looking up the last of 3 to 3000 keys of a section, the file opened and read anew each time,
+// beside inih and SimpleIni: once where the other keys begin unlike it, once where all begin alike.
 #include "benchmarks/harness.h"
 #include "Common/INI.h"
 

@@ -1,5 +1,5 @@
-// Formatted input from strings, beside the platform's sscanf and a scan written by hand. The scan sets
-// the text destinations' sizes, as both take them or not.
+// Formatted input from strings, beside the platform's sscanf and a scan written by hand. The scan
+// sets the text destinations' sizes, as both take them or not.
 #include "benchmarks/harness.h"
 #include "benchmarks/peers/scans.h"
 #include "tamrik/tamrik.h"
@@ -50,7 +50,8 @@ void Forget()
     g_double = 0;
 }
 
-// platform() and bounded(), which is given the call to make, scan the same text into the same places.
+// platform() and bounded(), which is given the call to make, scan the same text into the same
+// places.
 template <Scanner ByHand, typename Platform, typename Bounded>
 void AddScan(const std::string &name, Platform platform, Bounded bounded)
 {

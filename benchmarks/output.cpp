@@ -1,5 +1,6 @@
-// Formatted output: the formats that the daemon uses and four others, beside the platform's snprintf,
-// stb_sprintf, libsafec and fmt (its own language and its printf one, both read at run time).
+// Formatted output: the formats that the daemon uses and four others, beside the platform's
+// snprintf, stb_sprintf, libsafec and fmt (its own language and its printf one, both read at run
+// time).
 #include "benchmarks/harness.h"
 #include "benchmarks/peers/bounds.h"
 #include "benchmarks/peers/safec.h"

@@ -1,5 +1,5 @@
-// Copies and appends of strings of 1 to 1024 bytes, the terminator included, aligned and not, beside
-// the checked functions of libsafec and libbsd and the C library's unchecked ones.
+// Copies and appends of strings of 1 to 1024 bytes, the terminator included, aligned and not,
+// beside the checked functions of libsafec and libbsd and the C library's unchecked ones.
 #include "benchmarks/harness.h"
 #include "benchmarks/peers/safec.h"
 #include "tamrik/tamrik.h"

@@ -63,7 +63,8 @@ std::string TheLoopSleeps()
            " s and worked " + std::to_string(worked) + " s";
 }
 
-// The callout paths of the services of a class and type; null for no type. Each with a blank behind.
+// The callout paths of the services of a class and type; null for no type. Each with a blank
+// behind.
 std::string Ports(const char *serviceClass, CFStringRef type)
 {
     CFMutableDictionaryRef matching = IOServiceMatching(serviceClass);

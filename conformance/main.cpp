@@ -1,5 +1,5 @@
-// main.cpp - kestrun-conformance: asks, checks claim after claim in a child process, prints TAP, and
-// cleans up after the child however it ended.
+// main.cpp - kestrun-conformance: asks, checks claim after claim in a child process, prints TAP,
+// and cleans up after the child however it ended.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "conformance/Checks.h"

@@ -1,6 +1,6 @@
-// Any format over any bytes in a stream, with a position and without: what is read and what is left in
-// the stream is what the same bytes give as a string. A wide format, whose strings are of another kind,
-// is held against itself: both streams give the same.
+// Any format over any bytes in a stream, with a position and without: what is read and what is left
+// in the stream is what the same bytes give as a string. A wide format, whose strings are of
+// another kind, is held against itself: both streams give the same.
 #include "fuzz/scan_case.h"
 
 #include <clocale>

@@ -1,5 +1,5 @@
-// Any format over any text in a string, through both engines: nothing outside of the destinations is
-// touched, texts are terminated, the source stays in order, the result is one of those promised.
+// Any format over any text in a string, through both engines: nothing outside of the destinations
+// is touched, texts are terminated, the source stays in order, the result is one of those promised.
 #include "fuzz/scan_case.h"
 
 #include <cerrno>
@@ -32,8 +32,8 @@ static std::string AsIs(const std::string &text)
     return text;
 }
 
-// Whether a destination is as it was, or only its first byte is zero; its first wide character where that
-// is wide and the size, taken as bytes, has room for it.
+// Whether a destination is as it was, or only its first byte is zero; its first wide character
+// where that is wide and the size, taken as bytes, has room for it.
 static bool IsAtMostCleared(const Destination &one)
 {
     const std::size_t most = one.isWide && one.size >= sizeof(wchar_t) ? sizeof(wchar_t) : 1;

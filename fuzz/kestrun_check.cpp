@@ -1,5 +1,5 @@
-// kestrun-check on any bytes, as the configuration and as SysConfig.dat: each value that it reports is
-// the one that the daemon's reader returns, and each line that it names is in the file.
+// kestrun-check on any bytes, as the configuration and as SysConfig.dat: each value that it reports
+// is the one that the daemon's reader returns, and each line that it names is in the file.
 #include "fuzz/check.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The key file reader on any bytes, beside a plain model: offsets, values, the capacity that is told
-// and the stream's position. The first two bytes choose the calls.
+// The key file reader on any bytes, beside a plain model: offsets, values, the capacity that is
+// told and the stream's position. The first two bytes choose the calls.
 #include "fuzz/check.h"
 #include "src/ActiveVolumeProgram.h"
 #include "tests/support/key_model.h"

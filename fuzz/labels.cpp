@@ -1,6 +1,6 @@
-// Any bytes as the name of a udev link, as a label and as a line of mountinfo, beside a plain way of
-// writing names: what decodes is what udev would have written, every label survives the way there and
-// back, and a place never leaves /Volumes.
+// Any bytes as the name of a udev link, as a label and as a line of mountinfo, beside a plain way
+// of writing names: what decodes is what udev would have written, every label survives the way
+// there and back, and a place never leaves /Volumes.
 #include "fuzz/check.h"
 #include "platform/linux/Labels.h"
 #include "platform/linux/MountPoints.h"
@@ -10,7 +10,8 @@
 #include <memory>
 #include <string>
 
-// The length of the valid character of UTF-8 at the front of the text that is no ASCII; 0 without one.
+// The length of the valid character of UTF-8 at the front of the text that is no ASCII; 0 without
+// one.
 static std::size_t LongCharacter(const std::string &text)
 {
     const auto byte = [&text](std::size_t i) {

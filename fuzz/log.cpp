@@ -1,6 +1,6 @@
 // The log with any message, device path, source path and function name, at any time: its lines are
-// those that a plain reading of the rules gives. The first byte chooses how the text comes in, the next
-// eight are the time.
+// those that a plain reading of the rules gives. The first byte chooses how the text comes in, the
+// next eight are the time.
 #include "Common/Log.h"
 
 #include "fuzz/check.h"
@@ -53,7 +53,8 @@ static std::string BaseName(const std::string &path)
     return path.substr(slash == std::string::npos || slash == 0 ? 1 : slash + 1);
 }
 
-// The date and time as a line begins with them: every part a number, "line 7===2026-11-20 9:5:3   ".
+// The date and time as a line begins with them, every part a number:
+// "line 7===2026-11-20 9:5:3   ".
 static std::string TimeText(time_t now)
 {
     tm local = {};

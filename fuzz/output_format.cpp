@@ -1,6 +1,6 @@
 // Any format through both output engines, with a readable text at each pointer: nothing outside of
-// the destination is touched, it is terminated, and a small buffer gets the beginning of what a large
-// one gets. Left out are '*' and long doubles, whose arguments have other places.
+// the destination is touched, it is terminated, and a small buffer gets the beginning of what a
+// large one gets. Left out are '*' and long doubles, whose arguments have other places.
 #include "fuzz/scan_case.h"
 
 #include <cerrno>

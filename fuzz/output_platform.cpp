@@ -1,5 +1,5 @@
-// Formats made of the parts where the platform's rules and ours agree, with any values: the text, the
-// result and what comes after it are those of the platform's snprintf.
+// Formats made of the parts where the platform's rules and ours agree, with any values: the text,
+// the result and what comes after it are those of the platform's snprintf.
 #include "fuzz/check.h"
 #include "tamrik/tamrik.h"
 

@@ -1,5 +1,5 @@
-// One scan made from a fuzzer's bytes: a format, the destinations that it asks for, each in memory of
-// just its size, and the text.
+// One scan made from a fuzzer's bytes: a format, the destinations that it asks for, each in memory
+// of just its size, and the text.
 #ifndef FUZZ_SCAN_CASE_H
 #define FUZZ_SCAN_CASE_H
 

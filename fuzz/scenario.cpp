@@ -1,5 +1,5 @@
-// Any text as a scenario of the bench: it is read, with every statement told in plain words, or refused
-// with a place inside of it.
+// Any text as a scenario of the bench: it is read, with every statement told in plain words, or
+// refused with a place inside of it.
 #include "modem/scenario.h"
 
 #include "fuzz/check.h"

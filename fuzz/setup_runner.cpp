@@ -1,6 +1,7 @@
-// Any "SysConfig.dat" through a whole run of the setup, with a shell that only records: the commands
-// are those that a plain reading of the rules gives and no others, and the file is old or has its three
-// bytes changed. The first three bytes say which volumes exist and which commands fail.
+// Any "SysConfig.dat" through a whole run of the setup, with a shell that only records: the
+// commands are those that a plain reading of the rules gives and no others, and the file is old or
+// has its three bytes changed. The first three bytes say which volumes exist and which commands
+// fail.
 #include "Common/Log.h"
 #include "fuzz/check.h"
 #include "src/ActiveVolumeProgram.h"

@@ -1,5 +1,5 @@
-// The checked copies and joins of strings beside models that are too simple to be wrong: whole results,
-// every byte of the destination. Sources are separate or lie inside of the destination.
+// The checked copies and joins of strings beside models that are too simple to be wrong: whole
+// results, every byte of the destination. Sources are separate or lie inside of the destination.
 #include "fuzz/scan_case.h"
 
 // What the functions are told: they stand in one block, dest at 0, src anywhere in it.

@@ -38,8 +38,8 @@ std::string ProcFile(const Process &process, const std::string &name)
     return "/proc/" + std::to_string(process.pid) + "/" + name;
 }
 
-// What /proc says of a process behind its name, which may hold anything: its state, its parent, ...;
-// empty when it is gone.
+// What /proc says of a process behind its name, which may hold anything: its state, its parent,
+// ...; empty when it is gone.
 std::string StatBehindName(long pid)
 {
     const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
@@ -122,8 +122,8 @@ struct Region {
     unsigned long end = 0;
 };
 
-// The writable regions of memory that no file stands behind, without the stack: on it stand remains of
-// records, overwritten in part.
+// The writable regions of memory that no file stands behind, without the stack: on it stand remains
+// of records, overwritten in part.
 std::vector<Region> OwnMemory(const Process &process)
 {
     std::vector<Region> regions;
@@ -157,8 +157,8 @@ std::string ReadRegion(const Process &process, const Region &region)
     return bytes;
 }
 
-// A record that is sought in memory. The stream's buffer mirrors one block of the file: what does not fit
-// into it was written, and the rest stands at the buffer's start.
+// A record that is sought in memory. The stream's buffer mirrors one block of the file: what does
+// not fit into it was written, and the rest stands at the buffer's start.
 struct Sought {
     std::string begin;  // what it begins with: its number
     // What of it is looked for: its beginning, or as much of it as the file holds.
@@ -175,8 +175,8 @@ Sought SoughtRecord(long number, const std::string &begun, long fileSize)
     return sought;
 }
 
-// The record's first line, with its line end, in a region; empty when it is not there whole. `address` is
-// that of the anchor.
+// The record's first line, with its line end, in a region; empty when it is not there whole.
+// `address` is that of the anchor.
 std::string FindLine(const Process &process, const Region &region, const Sought &sought,
                      unsigned long *address)
 {

@@ -1,7 +1,7 @@
-/* speed.c - what the daemon is told of time: preloaded, it takes the place of sleep(3), which sleeps
- * KESTRUN_BENCH_SPEED times shorter, and of time(2), which is back by the seconds that stand in the file
- * clock-back of KESTRUN_BENCH_STATE, if there is one. Programs that the daemon starts load it too and
- * keep their own ways of waiting. */
+/* speed.c - what the daemon is told of time: preloaded, it takes the place of sleep(3), which
+ * sleeps KESTRUN_BENCH_SPEED times shorter, and of time(2), which is back by the seconds that stand
+ * in the file clock-back of KESTRUN_BENCH_STATE, if there is one. Programs that the daemon
+ * starts load it too and keep their own ways of waiting. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>

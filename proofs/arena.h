@@ -1,5 +1,6 @@
-// What the harnesses of the memory and string functions share: memory of which nothing is known, and a
-// look at all of it afterwards. The functions nondet_... return any value, another one at each call.
+// What the harnesses of the memory and string functions share: memory of which nothing is known,
+// and a look at all of it afterwards. The functions nondet_... return any value, another one at
+// each call.
 #ifndef PROOFS_ARENA_H
 #define PROOFS_ARENA_H
 
@@ -19,7 +20,8 @@ bool nondet_bool(void);
 #define ARENA 1  // for the entries that use none
 #endif
 
-// Bytes in which source and destination lie anywhere: as they are, as they were, and as they have to be.
+// Bytes in which source and destination lie anywhere: as they are, as they were, and as they have
+// to be.
 static unsigned char g_arena[ARENA], g_before[ARENA], g_expected[ARENA];
 
 static void FillArena(void)

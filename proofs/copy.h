@@ -1,6 +1,6 @@
 // The proofs of the copies. They differ in FUNCTION; in HAS_LIMIT, whether a destMax above
-// MAX_BUFFER_SIZE is refused where all else is in order; in MAY_OVERLAP; and in LARGE, the function that
-// serves what is not small.
+// MAX_BUFFER_SIZE is refused where all else is in order; in MAY_OVERLAP; and in LARGE, the function
+// that serves what is not small.
 #include "arena.h"
 #include "tamrik/tamrik.h"
 

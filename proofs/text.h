@@ -1,5 +1,6 @@
-// The proofs of the string functions: source and destination anywhere in one arena, beside or across each
-// other. A harness gives Promised, the table of tamrik.h byte by byte, and Called, the call.
+// The proofs of the string functions: source and destination anywhere in one arena, beside or
+// across each other. A harness gives Promised, the table of tamrik.h byte by byte, and Called, the
+// call.
 #include "arena.h"
 #include "libc.h"
 #include "tamrik/tamrik.h"

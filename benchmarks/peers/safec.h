@@ -1,4 +1,5 @@
-// libsafec, whose names are ours too: reached through a table that a shared object of its own holds.
+// libsafec, whose names are ours too: reached through a table that a shared object of its own
+// holds.
 #ifndef BENCHMARKS_PEERS_SAFEC_H
 #define BENCHMARKS_PEERS_SAFEC_H
 
@@ -8,8 +9,8 @@
 extern "C" {
 #endif
 
-// The functions as they are, each with the sizes of the objects behind the pointers where the compiler
-// knows them: kSafecUnknown here, which leaves them out of the checks.
+// The functions as they are, each with the sizes of the objects behind the pointers where the
+// compiler knows them: kSafecUnknown here, which leaves them out of the checks.
 typedef struct SafecTable {
     int (*fill)(void *dest, size_t destMax, int c, size_t count, size_t destSize);
     int (*copy)(void *dest, size_t destMax, const void *src, size_t count, size_t destSize,

@@ -1,7 +1,8 @@
-// Scans written by hand, each for one format that it does not read: the lower bound of a scan. It does
-// what any engine has to: blanks skipped, values checked for their range and texts for their room,
-// floats through strtod from a buffer that is wiped at the end of every scan, the source left just behind
-// what was used, errno kept. In a source of their own, where the compiler sees none of their arguments.
+// Scans written by hand, each for one format that it does not read: the lower bound of a scan. It
+// does what any engine has to: blanks skipped, values checked for their range and texts for their
+// room, floats through strtod from a buffer that is wiped at the end of every scan, the source left
+// just behind what was used, errno kept. In a source of their own, where the compiler sees none of
+// their arguments.
 #ifndef BENCHMARKS_PEERS_SCANS_H
 #define BENCHMARKS_PEERS_SCANS_H
 

@@ -1,8 +1,8 @@
 // Children.cpp - programs that run beside the loop.
 //
-// A child is followed through its pidfd, which can be read once the child has ended: SIGCHLD and its
-// action stay as they are, and waitpid(2) is called for that one process, so system(3) and popen(3)
-// go on working.
+// A child is followed through its pidfd, which can be read once the child has ended: SIGCHLD and
+// its action stay as they are, and waitpid(2) is called for that one process, so system(3) and
+// popen(3) go on working.
 
 #include "Children.h"
 

@@ -21,10 +21,10 @@ struct Child {
                   int status);  // the exit status, 128 + the signal, or kStatusUnknown
 };
 
-// Starts the program argv[0], found on PATH, with the arguments of argv (ended by null), nothing on its
-// standard input, and `output` for what it prints: a descriptor, or -1 for nothing. `ended` is called by the run loop, once; a program that cannot
-// be found or run ends with 127. It is killed when this process ends. False, and nothing was started,
-// when no process can be made.
+// Starts the program argv[0], found on PATH, with the arguments of argv (ended by null), nothing on
+// its standard input, and `output` for what it prints: a descriptor, or -1 for nothing. `ended` is
+// called by the run loop, once; a program that cannot be found or run ends with 127. It is killed
+// when this process ends. False, and nothing was started, when no process can be made.
 bool StartChild(Child *child, const char *const argv[], int output,
                 void (*ended)(Child *child, int status), void *owner);
 

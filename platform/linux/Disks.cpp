@@ -195,8 +195,8 @@ static void RemoveGoneDisks(const Look &look)
     }
 }
 
-// When the link's disk came: not before the last look, which did not find it, nor after now. A clock
-// that was set meanwhile says no worse.
+// When the link's disk came: not before the last look, which did not find it, nor after now. A
+// clock that was set meanwhile says no worse.
 static int64_t ArrivalTime(const Link &link)
 {
     const int64_t at = MonotonicTime() - AgeOf(link);
@@ -243,8 +243,8 @@ static bool CleanUp()
         if (FindPlaceOf(disk->identity, false, disk->place, sizeof disk->place) == Found::Unknown)
             return false;
     }
-    // A program of the earlier process may be ending just now. Without its folder a mount fails; and
-    // what is unmounted before the search leaves a folder for the second time.
+    // A program of the earlier process may be ending just now. Without its folder a mount fails;
+    // and what is unmounted before the search leaves a folder for the second time.
     const bool mounting = IsMounting();
     if (!mounting)
         RemoveStalePlaces();

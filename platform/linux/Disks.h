@@ -42,8 +42,8 @@ void LookForDisks();
 // nobody answers for in time is not offered any more.
 bool StandsForService();
 
-// Arrivals and completions are numbered as they happen, and told in that order: the number of the next
-// one, and of the latest.
+// Arrivals and completions are numbered as they happen, and told in that order: the number of the
+// next one, and of the latest.
 uint64_t NumberNextEvent();
 uint64_t LatestEvent();
 

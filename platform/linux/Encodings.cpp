@@ -1,7 +1,7 @@
 // Encodings.cpp - characters between UTF-8, Mac OS Roman and their code points.
 //
-// Strings are kept as UTF-8; a character of Mac OS Roman passes through its code point on its way in
-// and out. The table is Apple's since Mac OS 8.5: 0xDB is the euro sign, 0xF0 the apple in the
+// Strings are kept as UTF-8; a character of Mac OS Roman passes through its code point on its way
+// in and out. The table is Apple's since Mac OS 8.5: 0xDB is the euro sign, 0xF0 the apple in the
 // private use area.
 
 #include "Encodings.h"

@@ -1,7 +1,8 @@
 // FileSystems.cpp - which file systems are mounted at all.
 //
-// A disk's file system is read by the kernel, and a stick may be made to deceive it. So only those are
-// mounted that such media carry, and none may choose by itself what the kernel does about its errors.
+// A disk's file system is read by the kernel, and a stick may be made to deceive it. So only those
+// are mounted that such media carry, and none may choose by itself what the kernel does about its
+// errors.
 
 #include "FileSystems.h"
 

@@ -24,9 +24,9 @@ struct Look {
     size_t count;
 };
 
-// Lists the folder, sorted by name; no folder is an empty one. Links that udev is about to rename are
-// left out: *again is the time in milliseconds after which the next look finds more, 0 for none.
-// `first`: watching has just begun. False on a failure, with nothing to be freed.
+// Lists the folder, sorted by name; no folder is an empty one. Links that udev is about to rename
+// are left out: *again is the time in milliseconds after which the next look finds more, 0 for
+// none. `first`: watching has just begun. False on a failure, with nothing to be freed.
 bool ListFolder(Look *look, bool first, int64_t *again);
 
 void FreeLook(Look *look);
@@ -34,7 +34,8 @@ void FreeLook(Look *look);
 // The newest link first.
 void SortByAge(Look *look);
 
-// For how many milliseconds the link has been there, by the clock on the wall; 0 if that says the future.
+// For how many milliseconds the link has been there, by the clock on the wall; 0 if that says the
+// future.
 int64_t AgeOf(const Link &link);
 
 // The link of that name, and the first that leads to the disk; null if there is none.

@@ -1,7 +1,8 @@
 // MountPoints.cpp - the folders under /Volumes and what is mounted there.
 //
 // What this layer mounted is known by the folder under it, which bears the layer's mark: mounts of
-// anybody else are left alone as long as their device is there. mountinfo names places by their true path, so /Volumes may be a link.
+// anybody else are left alone as long as their device is there. mountinfo names places by their
+// true path, so /Volumes may be a link.
 
 #include "MountPoints.h"
 
@@ -20,8 +21,8 @@
 static constexpr char kMountInfo[] = "/proc/self/mountinfo";
 static constexpr mode_t kFolderMode = 0755;
 
-// The sticky bit marks a folder that this layer has made, from its first moment on. Others make sticky
-// folders too, but for everybody to write to: only just this mode is the layer's.
+// The sticky bit marks a folder that this layer has made, from its first moment on. Others make
+// sticky folders too, but for everybody to write to: only just this mode is the layer's.
 static constexpr mode_t kPlaceMode = kFolderMode | S_ISVTX;
 static constexpr mode_t kModeBits = 07777 & ~S_ISGID;  // that one a folder has from /Volumes
 

@@ -56,9 +56,9 @@ Found IsMountPoint(const char *place);
 // `anybodys`, in any way. place is empty unless the answer is Yes.
 Found FindPlaceOf(const Identity &disk, bool anybodys, char *place, size_t size);
 
-// Calls `leftover` with each place directly under /Volumes that shows a disk which is gone: mounted as
-// this layer mounts, and isKnown, called with the disk's identity, is false; or mounted in any way,
-// of a device that the kernel does not know any more. False if mountinfo cannot be read.
+// Calls `leftover` with each place directly under /Volumes that shows a disk which is gone: mounted
+// as this layer mounts, and isKnown, called with the disk's identity, is false; or mounted in any
+// way, of a device that the kernel does not know any more. False if mountinfo cannot be read.
 bool ForEachLeftover(bool (*isKnown)(const Identity &disk),
                      void (*leftover)(const char *place, dev_t device));
 

@@ -1,9 +1,9 @@
 // Mounting.cpp - mount requests, one after the other for each disk.
 //
-// A request waits until those made before it for the same disk are done, and until nothing is on its
-// way out of the place where it would go: a disk that replaces another finds its name free.
-// The mount program is given an argument vector; a label is a stranger's text and never meets a
-// shell. Success is the exit status.
+// A request waits until those made before it for the same disk are done, and until nothing is on
+// its way out of the place where it would go: a disk that replaces another finds its name free. The
+// mount program is given an argument vector; a label is a stranger's text and never meets a shell.
+// Success is the exit status.
 
 #include "Mounting.h"
 

@@ -18,8 +18,8 @@ void CompleteMount(DADiskRef disk, DADiskMountCallback callback, void *context, 
 // Starts the requests that need not wait any more.
 void ProceedWithMounts();
 
-// Of the requests that are done and whose callbacks have not been called, the number that the first has
-// among what has happened; 0 if there are none. DeliverCompletion calls that one's.
+// Of the requests that are done and whose callbacks have not been called, the number that the first
+// has among what has happened; 0 if there are none. DeliverCompletion calls that one's.
 uint64_t FirstCompletion();
 void DeliverCompletion();
 

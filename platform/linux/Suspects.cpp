@@ -1,7 +1,7 @@
 // Suspects.cpp - names of links that udev is about to change.
 //
-// udev makes a link under a name of a certain form and renames it. A label may look so too: what stands
-// for a while is one.
+// udev makes a link under a name of a certain form and renames it. A label may look so too: what
+// stands for a while is one.
 
 #include "Suspects.h"
 

@@ -4,8 +4,8 @@
 
 #include <stdint.h>
 
-// Milliseconds for which a name found in a look must be left alone still; 0 for the name of a label.
-// `wasThere`: it stood when watching began.
+// Milliseconds for which a name found in a look must be left alone still; 0 for the name of a
+// label. `wasThere`: it stood when watching began.
 int64_t SuspicionLeft(const char *name, bool wasThere);
 
 // True for a name that was suspected and stood when watching began.

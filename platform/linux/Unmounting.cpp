@@ -51,8 +51,8 @@ static void ForgetUnmount(Unmount *unmount)
 
 static void StartUnmount(Unmount *unmount);
 
-// Where the disk, which is gone, is mounted still. What others have mounted is theirs as long as the
-// device is there; a folder or an image has none but its link.
+// Where the disk, which is gone, is mounted still. What others have mounted is theirs as long as
+// the device is there; a folder or an image has none but its link.
 static Found FindPlaceLeft(const __DADisk *disk, char *place, size_t size)
 {
     const Identity &identity = disk->identity;

@@ -4,15 +4,15 @@
 
 #include "Disks.h"
 
-// The disk is not there any more: unmounts what this layer has mounted of it and, once its device is
-// gone, what anybody has mounted of it directly under /Volumes. While it is being mounted that waits
-// for the mount's end.
+// The disk is not there any more: unmounts what this layer has mounted of it and, once its device
+// is gone, what anybody has mounted of it directly under /Volumes. While it is being mounted that
+// waits for the mount's end.
 void UnmountDisk(DADiskRef disk);
 
 // Unmounts what is mounted at the place under /Volumes, and removes the folder. `device` is the
 // number of the disk, or of the mount that was found; `disk` whose mount it is, null for what an
-// earlier process left. What is being unmounted already, and what memory runs out for, is left as it
-// is.
+// earlier process left. What is being unmounted already, and what memory runs out for, is left as
+// it is.
 void UnmountPlace(const char *place, dev_t device, DADiskRef disk);
 
 // Tries again what could not be unmounted before.

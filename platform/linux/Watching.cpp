@@ -2,8 +2,8 @@
 //
 // udev removes the folder with its last link, then its parent, and makes new ones later. So the
 // watch is set anew before each look: on the same folder the kernel gives the same watch again, on
-// a new one a new watch takes the place of the old. The events themselves are not read: a queue that
-// ran over has lost them, and a look finds all that stands anyway.
+// a new one a new watch takes the place of the old. The events themselves are not read: a queue
+// that ran over has lost them, and a look finds all that stands anyway.
 
 #include "Watching.h"
 

@@ -1,8 +1,9 @@
-// Copy, under memcpy_sOptAsm and memcpy_sOptTc, does itself what is small and in order, and hands on all
-// else as it came.
+// Copy, under memcpy_sOptAsm and memcpy_sOptTc, does itself what is small and in order, and hands
+// on all else as it came.
 //
-// Assumes: nothing; the addresses are any numbers. CopySmall and CopyOther are proved by themselves.
-// Shows:   CopySmall is called for 1 to 64 bytes in order, which do not overlap; else CopyOther; never both.
+// Assumes: nothing; the addresses are any numbers. CopySmall and CopyOther are proved by
+// themselves. Shows:   CopySmall is called for 1 to 64 bytes in order, which do not overlap; else
+// CopyOther; never both.
 //
 // takes: tamrik/memory.cpp kSmallCopy IsNear Copy memcpy_sOptAsm memcpy_sOptTc
 // proves: Admission: every address, size and count of 64 bits
@@ -46,7 +47,8 @@ void Admission(void)
     g_count = nondet_size();
     const bool hasLimit = nondet_bool();
     const size_t apart = g_dest > g_src ? g_dest - g_src : g_src - g_dest;
-    // A region that would pass the end of all addresses overlaps what stands above it; no memory is there.
+    // A region that would pass the end of all addresses overlaps what stands above it; no memory is
+    // there.
     const bool isWithin = g_dest <= SIZE_MAX - g_count && g_src <= SIZE_MAX - g_count;
     const bool isInOrder = g_dest != 0 && g_src != 0 && g_count <= g_destMax && apart >= g_count &&
                            (!hasLimit || g_destMax <= MAX_BUFFER_SIZE);

@@ -1,8 +1,8 @@
 // CopySmall copies each count of bytes from 0 to kSmallCopy, and reads and writes no other byte.
 //
 // Assumes: two blocks of count bytes that do not overlap.
-// Shows:   every byte of the one is in the other, and nothing outside of the two is read or written: they
-//          end where their bytes do.
+// Shows:   every byte of the one is in the other, and nothing outside of the two is read or
+//          written: they end where their bytes do.
 //
 // takes: tamrik/small.h
 // proves: EachCount COUNTS=18 COUNTS=64: every count 0 to COUNTS, any content

@@ -1,8 +1,10 @@
-// DecodeLabel takes udev's escapes off a link's name, within the name and within the label's buffer.
+// DecodeLabel takes udev's escapes off a link's name, within the name and within the label's
+// buffer.
 //
 // Assumes: a terminated name in a block that ends with it, and a buffer of labelSize bytes.
-// Shows:   it ends, and nothing outside of the two is read or written; a refused name leaves an empty label, a
-//          good one a label that is no longer than the name, of plain characters, escaped ones and UTF-8.
+// Shows:   it ends, and nothing outside of the two is read or written; a refused name leaves an
+//          empty label, a good one a label that is no longer than the name, of plain characters,
+//          escaped ones and UTF-8.
 //
 // takes: platform/linux/Encodings.cpp kUtf8Max kTwoBytes kThreeBytes kFourBytes
 // takes: platform/linux/Encodings.cpp kEnd kSurrogatesBegin kSurrogatesEnd LengthByFirstByte Utf8Character

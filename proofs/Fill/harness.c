@@ -1,8 +1,9 @@
-// Fill, under memset_sOptAsm and memset_sOptTc, does itself what is small and in order, and hands on all
-// else as it came.
+// Fill, under memset_sOptAsm and memset_sOptTc, does itself what is small and in order, and hands
+// on all else as it came.
 //
 // Assumes: nothing; the address is any number. FillSmall and FillOther are proved by themselves.
-// Shows:   FillSmall is called for 1 to 32 bytes in order, with the low byte of c; else FillOther; never both.
+// Shows:   FillSmall is called for 1 to 32 bytes in order, with the low byte of c; else FillOther;
+// never both.
 //
 // takes: tamrik/memory.cpp kSmallFill myStrAllFF Fill memset_sOptAsm memset_sOptTc
 // proves: Admission: every address, size, count and value

@@ -1,7 +1,8 @@
 // FindValue finds the text behind the first "=" of a line's rest.
 //
 // Assumes: a terminated text in a block that ends with it.
-// Shows:   null where a line end or the text's end comes first; nothing outside of the text is read.
+// Shows:   null where a line end or the text's end comes first; nothing outside of the text is
+// read.
 //
 // takes: src/ActiveVolumeProgram.cpp FindValue
 // proves: AnyRest LENGTH=4 LENGTH=32: every text of up to LENGTH characters

@@ -1,8 +1,10 @@
 // InterpretLine makes of a finished line of the log what printing it as a format gives.
 //
-// Assumes: a line of the given length, terminated, in a block that ends with it; it may hold no other zero.
-// Shows:   the line never grows, and nothing beyond its end is read or written; its length and every byte are
-//          those of the rule: doubled percent signs become one, up to the first that is not doubled.
+// Assumes: a line of the given length, terminated, in a block that ends with it; it may hold no
+// other zero.
+// Shows:   the line never grows, and nothing beyond its end is read or written; its length and
+//          every byte are those of the rule: doubled percent signs become one, up to the first that
+//          is not doubled.
 //
 // takes: Common/Log.cpp InterpretLine
 // takes: tamrik/memory.cpp IsBadSize ClearAll memmove_s

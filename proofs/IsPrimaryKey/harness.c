@@ -1,7 +1,8 @@
 // IsPrimaryKey says whether a name in a line stands in brackets, with nothing but blanks between.
 //
-// Assumes: line is null or a terminated text in a block that ends with it; found is null or in the line.
-// Shows:   the answer; nothing outside of the line is read, whatever the length of the name is said to be.
+// Assumes: line is null or a terminated text in a block that ends with it; found is null or in the
+// line. Shows:   the answer; nothing outside of the line is read, whatever the length of the name
+// is said to be.
 //
 // takes: src/ActiveVolumeProgram.cpp IsOpenedBefore IsPrimaryKey
 // proves: AnyLine LENGTH=3 LENGTH=14: every line of up to LENGTH characters, every place and length

@@ -1,8 +1,9 @@
-// TakeDigit appends a digit to a width or precision, and stops at the limit before it could overflow.
+// TakeDigit appends a digit to a width or precision, and stops at the limit before it could
+// overflow.
 //
 // Assumes: the number is any, the digit 0 to 9.
-// Shows:   false just above kNumberLimit, with the number as it was; else the number with the digit behind it,
-//          or, if it was negative, as it was. No arithmetic overflows.
+// Shows:   false just above kNumberLimit, with the number as it was; else the number with the digit
+//          behind it, or, if it was negative, as it was. No arithmetic overflows.
 //
 // takes: tamrik/output_machine.cpp kNumberLimit TakeDigit
 // proves: AnyNumber: every number of 32 bits

@@ -1,8 +1,10 @@
-// memcpy_sOptTc does what the table of tamrik.h says: its result, and every byte of the destination.
+// memcpy_sOptTc does what the table of tamrik.h says: its result, and every byte of the
+// destination.
 //
-// Assumes: dest is null or memory of destMax bytes; src is null or memory of count bytes where it is read.
-//          Where destMax above MAX_BUFFER_SIZE is taken, dest is memory of count bytes.
-// Shows:   Apart, for two blocks; Anywhere, for two regions of one arena. Nothing else is read or written.
+// Assumes: dest is null or memory of destMax bytes; src is null or memory of count bytes where it
+//          is read. Where destMax above MAX_BUFFER_SIZE is taken, dest is memory of count bytes.
+// Shows:   Apart, for two blocks; Anywhere, for two regions of one arena. Nothing else is read or
+// written.
 //
 // takes: tamrik/memory.cpp
 // proves: Apart: what is not small (CopyOther): every count, blocks up to 2 GiB, any content

@@ -1,4 +1,5 @@
-// memset_sOptAsm does what the table of tamrik.h says: its result, and every byte of the destination.
+// memset_sOptAsm does what the table of tamrik.h says: its result, and every byte of the
+// destination.
 //
 // Assumes: dest is null or memory of destMax bytes.
 // Shows:   that for a block of just that size; nothing else is read or written.

@@ -1,4 +1,5 @@
-// memset_sOptTc does what the table of tamrik.h says: its result, and every byte of the destination.
+// memset_sOptTc does what the table of tamrik.h says: its result, and every byte of the
+// destination.
 //
 // Assumes: dest is null or memory of destMax bytes; of count bytes, where it is taken with a
 //          destMax above MAX_BUFFER_SIZE.

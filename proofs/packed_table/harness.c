@@ -1,8 +1,8 @@
 // The packed table of the output's state machine is the printed one.
 //
 // Assumes: nothing.
-// Shows:   for every character and state the step through the packed bytes ends in the state that the printed
-//          table has for the character's class; no step leaves the table.
+// Shows:   for every character and state the step through the packed bytes ends in the state that
+//          the printed table has for the character's class; no step leaves the table.
 //
 // takes: tamrik/output_states.cpp State kClasses kStates kReadStates kFirstChar kTableSize
 // takes: tamrik/output_states.cpp kClassMembers NextStateAsPrinted NextState<char> PackedByte

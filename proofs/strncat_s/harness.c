@@ -1,7 +1,8 @@
 // strncat_s does what the table of tamrik.h says: its result, and every byte.
 //
-// Assumes: dest is null or memory of destMax bytes; of src, what the table has to read is there, or it is null.
-// Shows:   that anywhere in an arena, overlapping or not. Nothing outside of it is read or written.
+// Assumes: dest is null or memory of destMax bytes; of src, what the table has to read is there, or
+// it is null. Shows:   that anywhere in an arena, overlapping or not. Nothing outside of it is read
+// or written.
 //
 // takes: tamrik/string.cpp
 // proves: Anywhere ARENA=3 ARENA=6: every content, place, overlap and size in ARENA bytes, every count

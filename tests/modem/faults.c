@@ -5,11 +5,12 @@
  *     nofile:20  no faults, but at most 20 descriptors (RLIMIT_NOFILE)
  *     as:64      at most 64 MiB of memory (RLIMIT_AS)
  *
- * What it sees goes into the file named by KESTRUN_FAULT_COUNTS, a struct Seen: how many calls of each
- * kind there were, and what the daemon holds: its blocks of memory, and whenever it waits in poll its
- * descriptors and children. Processes that the daemon forks count along until they become another
- * program; other programs are left alone. A daemon that halts is started again in its place, without
- * failures, and what it then holds is seen; one that the scenario starts again is not looked at. */
+ * What it sees goes into the file named by KESTRUN_FAULT_COUNTS, a struct Seen: how many calls of
+ * each kind there were, and what the daemon holds: its blocks of memory, and whenever it waits in
+ * poll its descriptors and children. Processes that the daemon forks count along until they become
+ * another program; other programs are left alone. A daemon that halts is started again in its
+ * place, without failures, and what it then holds is seen; one that the scenario starts again is
+ * not looked at. */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -206,8 +207,8 @@ __attribute__((constructor)) static void Start(void)
     s_is_daemon = 1;
 }
 
-/* What starts the daemon in the field starts it again; so does this, in the same process, which is the
- * one that the bench knows. */
+/* What starts the daemon in the field starts it again; so does this, in the same process, which is
+ * the one that the bench knows. */
 void abort(void)
 {
     if (s_is_daemon) {

@@ -26,8 +26,8 @@ void WriteFile(const std::string &path, const std::string &text, int mode = 0644
 std::string ReadFile(const std::string &path);
 bool Exists(const std::string &path);
 
-// Makes /dev/disk/by-label/<entry> lead to target in udev's way: under a temporary name that is then
-// renamed, over what stands there. Folders are made as needed.
+// Makes /dev/disk/by-label/<entry> lead to target in udev's way: under a temporary name that is
+// then renamed, over what stands there. Folders are made as needed.
 void Plug(const std::string &entry, const std::string &target);
 
 // Removes the link, and with the last one the folders.
@@ -52,8 +52,8 @@ void UseMountProgram(const std::string &mountScript, const std::string &umountSc
 // Puts a program of this text in place of `name`, first on PATH, until the test case ends.
 void UseProgram(const std::string &name, const std::string &script);
 
-// Lines of a program that waits here until the test says Release: it says to AwaitReached that it has
-// come here.
+// Lines of a program that waits here until the test says Release: it says to AwaitReached that it
+// has come here.
 extern const std::string kHold;
 bool AwaitReached();
 void Release();
@@ -82,8 +82,8 @@ bool RunUntil(const std::function<bool()> &done, double seconds = 10);
 // Lets the loop do all that is due now; programs that run beside it may still be under way.
 void Drain();
 
-// Lets the loop do all that is due, and what the programs that run beside it lead to, until nothing is
-// under way any more.
+// Lets the loop do all that is due, and what the programs that run beside it lead to, until nothing
+// is under way any more.
 void Settle();
 
 // What the callbacks have seen, in order: "peek LABEL", "mounted LABEL", "refused LABEL STATUS".

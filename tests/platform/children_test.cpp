@@ -1,5 +1,5 @@
-// Programs that run beside the loop: what becomes of them when they cannot start, and when the loop's
-// process ends.
+// Programs that run beside the loop: what becomes of them when they cannot start, and when the
+// loop's process ends.
 #include "World.h"
 
 #include "platform/linux/Children.h"

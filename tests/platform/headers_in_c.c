@@ -1,4 +1,5 @@
-/* headers_in_c.c - a C program with all three headers, linked as C: the layer needs no C++ library. */
+/* headers_in_c.c - a C program with all three headers, linked as C: the layer needs no C++
+ * library. */
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
 #include <IOKit/IOKitLib.h>

@@ -45,7 +45,8 @@ extern "C" void *realloc(void *memory, std::size_t size) noexcept
 #error "counting allocations needs the GNU C library or AddressSanitizer"
 #endif
 
-// How many allocations work() makes. The count is proved alive by the caller, with one that allocates.
+// How many allocations work() makes. The count is proved alive by the caller, with one that
+// allocates.
 template <class Work>
 unsigned long AllocationsOf(Work work)
 {

@@ -1,9 +1,9 @@
-// Looks at every call of the bounded library that the modules under test make. For programs whose target
-// `watch_bounded_calls` was told of: the linker sends the calls here (--wrap).
+// Looks at every call of the bounded library that the modules under test make. For programs whose
+// target `watch_bounded_calls` was told of: the linker sends the calls here (--wrap).
 //
-// A size that is not the destination's own does no harm as long as everything fits, so no result shows
-// it. What shows is the call: a text always leaves one place for the zero behind it, a fill is as large
-// as it says its buffer is, and nothing is copied from nowhere.
+// A size that is not the destination's own does no harm as long as everything fits, so no result
+// shows it. What shows is the call: a text always leaves one place for the zero behind it, a fill
+// is as large as it says its buffer is, and nothing is copied from nowhere.
 #ifndef TESTS_SUPPORT_BOUNDED_CALLS_H
 #define TESTS_SUPPORT_BOUNDED_CALLS_H
 

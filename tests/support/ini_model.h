@@ -1,5 +1,5 @@
-// ini_model.h - a second reader of the INI format, for the tests and the fuzzers to compare the first
-// one with.
+// ini_model.h - a second reader of the INI format, for the tests and the fuzzers to compare the
+// first one with.
 #ifndef TESTS_SUPPORT_INI_MODEL_H
 #define TESTS_SUPPORT_INI_MODEL_H
 

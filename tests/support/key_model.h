@@ -1,5 +1,5 @@
-// key_model.h - a second reader of keys with file offsets, for the tests and the fuzzers to compare the
-// first one with.
+// key_model.h - a second reader of keys with file offsets, for the tests and the fuzzers to compare
+// the first one with.
 #ifndef TESTS_SUPPORT_KEY_MODEL_H
 #define TESTS_SUPPORT_KEY_MODEL_H
 
@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <string>
 
-// The model sees a file as a list of pieces, each a line's text up to its first zero byte, and works
-// on positions and substrings alone.
+// The model sees a file as a list of pieces, each a line's text up to its first zero byte, and
+// works on positions and substrings alone.
 struct KeyModel {
     std::string bytes;
     size_t position = 0;

@@ -1,6 +1,6 @@
-// The engines in locales that this machine need not have: a decimal point of several bytes, and white
-// space beyond that of C. The linker's --wrap puts the functions below between the library and the C
-// library.
+// The engines in locales that this machine need not have: a decimal point of several bytes, and
+// white space beyond that of C. The linker's --wrap puts the functions below between the library
+// and the C library.
 #include "tests/tamrik/input_support.h"
 
 #include <doctest/doctest.h>

@@ -1,5 +1,5 @@
-// What the engines take from the heap, give back and wipe. The linker's --wrap puts the functions below
-// between the library and the C library.
+// What the engines take from the heap, give back and wipe. The linker's --wrap puts the functions
+// below between the library and the C library.
 #include "tests/tamrik/input_support.h"
 
 #include <doctest/doctest.h>
@@ -97,7 +97,8 @@ double __wrap_strtod(const char *text, char **end)
 }
 }
 
-// What the library did with the heap during work(), of whose allocations the first good ones succeed.
+// What the library did with the heap during work(), of whose allocations the first good ones
+// succeed.
 struct Watched {
     std::vector<std::size_t> sizes;
     std::vector<Block> held;

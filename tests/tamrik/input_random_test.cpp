@@ -1,7 +1,7 @@
-// The engines beside the platform's own scanf functions: random formats and random text, wherever the
-// rules of both are the same. Left out are texts in which a number only begins ("0x", "1e", "nan("):
-// the platform takes them, the rules do not; fields that do not fit; and a suppressed conversion in
-// front of all others, after which the platform tells the end of the input otherwise.
+// The engines beside the platform's own scanf functions: random formats and random text, wherever
+// the rules of both are the same. Left out are texts in which a number only begins ("0x", "1e",
+// "nan("): the platform takes them, the rules do not; fields that do not fit; and a suppressed
+// conversion in front of all others, after which the platform tells the end of the input otherwise.
 #include "tests/tamrik/input_support.h"
 
 #include "tests/support/random.h"
@@ -224,8 +224,8 @@ static bool GoesOn(const std::string &text, std::size_t at, const std::string &w
     return true;
 }
 
-// Whether a number that begins here is whole, or none does. Where one stops in its midst the platform
-// takes what there is, or takes one character more.
+// Whether a number that begins here is whole, or none does. Where one stops in its midst the
+// platform takes what there is, or takes one character more.
 static bool IsWholeAt(const Case &made, std::size_t at)
 {
     const std::string &text = made.text;

@@ -1,4 +1,5 @@
-// Calls of the formatted-input engines for tests: text and format stand right before unreadable pages.
+// Calls of the formatted-input engines for tests: text and format stand right before unreadable
+// pages.
 #ifndef TESTS_TAMRIK_INPUT_SUPPORT_H
 #define TESTS_TAMRIK_INPUT_SUPPORT_H
 

@@ -291,7 +291,8 @@ TEST_CASE("a long double has the precision of its type")
 
 TEST_CASE("a float is the double made smaller")
 {
-    // Directly to float this text rounds up; by way of double it is a tie that goes to the even one.
+    // Directly to float this text rounds up; by way of double it is a tie that goes to the even
+    // one.
     const char *text = "1.00000005960464477540";
     float value = 0;
     CHECK(Scan(text, "%f", &value) == Scanned<char>{1, ""});

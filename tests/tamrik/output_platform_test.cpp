@@ -1,5 +1,6 @@
 // What the formatted output asks of the platform: vsprintf, wctomb, mbtowc, malloc and free. This
-// program takes the place of the first three by defining them; the linker leads malloc and free here.
+// program takes the place of the first three by defining them; the linker leads malloc and free
+// here.
 #include "tamrik/tamrik.h"
 
 #include "tests/support/guarded.h"

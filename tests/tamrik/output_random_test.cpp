@@ -1,5 +1,5 @@
-// Random formats, arguments, sizes and counts, compared with the platform's snprintf where its rules
-// and ours agree.
+// Random formats, arguments, sizes and counts, compared with the platform's snprintf where its
+// rules and ours agree.
 #include "tamrik/tamrik.h"
 
 #include "tests/support/guarded.h"

@@ -1,5 +1,6 @@
-// The string functions: each row of their contracts with every byte of the buffer, what they may read
-// at the edge of memory, and a million random calls against models that go character by character.
+// The string functions: each row of their contracts with every byte of the buffer, what they may
+// read at the edge of memory, and a million random calls against models that go character by
+// character.
 #include "tamrik/tamrik.h"
 
 #include "tests/support/guarded.h"

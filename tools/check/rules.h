@@ -19,8 +19,8 @@ void CheckSysConfig(Report &report, const std::string &path, std::string_view co
 // Type and mode of the file, which is called `file` in the report, and of its folder.
 void CheckModes(Report &report, const std::string &file, const std::string &path);
 
-// What the machine under `root` ("" for this one) has beside the files: the log's folder, and the volume
-// that the configuration at `configPath` names.
+// What the machine under `root` ("" for this one) has beside the files: the log's folder, and the
+// volume that the configuration at `configPath` names.
 void CheckMachine(Report &report, const std::string &root, const std::string &configPath);
 
 }  // namespace kcheck

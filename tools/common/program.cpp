@@ -91,8 +91,8 @@ static char32_t CharacterOf(std::string_view bytes, size_t length)
     return character;
 }
 
-// Whether the character is seen, or is a gap, and changes nothing around it: no control character, none
-// that turns or joins the text beside it, and none of those that never are characters.
+// Whether the character is seen, or is a gap, and changes nothing around it: no control character,
+// none that turns or joins the text beside it, and none of those that never are characters.
 static bool HasPicture(char32_t character)
 {
     static const char32_t kWithout[][2] = {

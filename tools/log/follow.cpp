@@ -1,5 +1,5 @@
-// follow.cpp - see follow.h. The file is small (10,000,000 bytes at most), so all of it is read anew
-// whenever it has changed: no state of the story has to survive.
+// follow.cpp - see follow.h. The file is small (10,000,000 bytes at most), so all of it is read
+// anew whenever it has changed: no state of the story has to survive.
 #include "tools/log/follow.h"
 
 #include <algorithm>

@@ -156,8 +156,8 @@ static size_t FindJoined(const Parser &parser, size_t end, Record &header, size_
     return ReadHeader(parser.text.substr(start, end - start), header, headerLength) ? start : end;
 }
 
-// Where, before `end`, a whole beginning of a record follows one at `at` that a full disk has torn; `end`
-// when none does.
+// Where, before `end`, a whole beginning of a record follows one at `at` that a full disk has torn;
+// `end` when none does.
 static size_t FindTorn(const Parser &parser, size_t at, size_t end, Record &header,
                        size_t &headerLength)
 {

@@ -1,8 +1,8 @@
 // records.h - takes the text of a log apart into its records.
 //
-// A record begins with "line <number>===" and goes on to the next one: a message may hold line feeds
-// of its own, and a record that was cut at 2047 bytes has lost its line feed, so that the next one
-// follows on the same line of text.
+// A record begins with "line <number>===" and goes on to the next one: a message may hold line
+// feeds of its own, and a record that was cut at 2047 bytes has lost its line feed, so that the
+// next one follows on the same line of text.
 #ifndef TOOLS_LOG_RECORDS_H
 #define TOOLS_LOG_RECORDS_H
 
@@ -47,16 +47,17 @@ struct LogText {
     bool several = false;
 };
 
-// Takes out of `content` what an editor or a mail program put in: a byte-order mark at its start and,
-// where every line ends in CR LF, the carriage returns before the line feeds. Returns a note on each.
+// Takes out of `content` what an editor or a mail program put in: a byte-order mark at its start
+// and, where every line ends in CR LF, the carriage returns before the line feeds. Returns a note
+// on each.
 std::vector<std::string> UndoConversions(std::string &content);
 
 // Takes `text` apart. The records point into `text`, which the caller keeps.
 LogText ParseLog(std::string_view text);
 
-// Puts the records of each daemon together where several wrote into the file at once: a daemon goes on with
-// the number behind its own last one. Where none does, numbers jump because lines are missing, and nothing
-// changes.
+// Puts the records of each daemon together where several wrote into the file at once: a daemon goes
+// on with the number behind its own last one. Where none does, numbers jump because lines are
+// missing, and nothing changes.
 void Untangle(LogText &log);
 
 }  // namespace klog

@@ -24,7 +24,8 @@ struct LogFacts {
 
 struct Facts {
     std::vector<Daemon> daemons;
-    // Of all of them, as the daemon itself is told; empty when nobody knows, or they run as several.
+    // Of all of them, as the daemon itself is told; empty when nobody knows, or they run as
+    // several.
     std::string daemonUser;
     std::string consoleUser;             // the same
     std::optional<bool> finder = false;  // whether it runs; nothing when nobody knows

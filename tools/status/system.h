@@ -1,5 +1,5 @@
-// system.h - what differs between the systems that the daemon runs on. The build takes one source of
-// the two, linux.cpp or macos.cpp. All of it only looks.
+// system.h - what differs between the systems that the daemon runs on. The build takes one source
+// of the two, linux.cpp or macos.cpp. All of it only looks.
 #ifndef TOOLS_STATUS_SYSTEM_H
 #define TOOLS_STATUS_SYSTEM_H
 
@@ -42,7 +42,8 @@ bool FindDaemons(std::vector<Daemon> *daemons);
 // cannot be listed.
 bool ListVolumes(std::vector<Volume> *volumes);
 
-// How this system shows the option that the daemon mounts with: hidden from the Finder, or read-only.
+// How this system shows the option that the daemon mounts with: hidden from the Finder, or
+// read-only.
 const char *ShownOption(bool hidden);
 
 }  // namespace kstatus
