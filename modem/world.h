@@ -38,6 +38,9 @@ struct World {
 // Real has put everything back.
 bool EnterWorld(WorldKind wanted, World *world, std::string *why);
 
+// Whether this kind of world, Root or User, can be had, found out in a child process; else the reason in `why`.
+bool WorldIsPossible(WorldKind kind, std::string *why);
+
 // To be said before `path` is made outside the folders of the world: in the kind Real PutBack removes it.
 void MakesAtRealPath(const World &world, const std::string &path);
 

@@ -41,8 +41,8 @@ std::string SystemVersion()
 
 bool EnterSystem(const std::string & /*folder*/, std::string *why)
 {
-    const bool isRoot = modem::WorldIsPossible(modem::WorldKind::Root);
     std::string reason;
+    const bool isRoot = modem::WorldIsPossible(modem::WorldKind::Root, &reason);
     if (!modem::EnterWorld(isRoot ? modem::WorldKind::Root : modem::WorldKind::User, &g_world,
                            &reason)) {
         *why = "no private world (" + reason + "): run it as root";
