@@ -62,7 +62,7 @@ def items(text):
         end = at
         if text[at] == "#":
             end = re.compile(r'(?<!\\)\n|\Z').search(text, at).start()
-        elif scope := re.match(r'\}|namespace\b[^{;]*\{', text[at:]):  # what is in it counts, not the scope
+        elif scope := re.match(r'\}|(?:namespace\b|extern "C")[^{;]*\{', text[at:]):  # what is in it counts, not the scope
             at += scope.end()
             continue
         else:
@@ -172,7 +172,7 @@ def rewritten(path, names=(), read=lambda path: open(path, encoding="utf-8").rea
         missing = set(names) - {name_of(part) for part in parts}
         if missing:
             sys.exit(f"as_c: not in the text: {', '.join(sorted(missing))}")
-        parts = [part for part in parts if name_of(part) in names]
+        parts = [part for part in parts if name_of(part) in names and not part.startswith("extern ")]
     lines = "\n\n".join(as_c(part) for part in with_enums(with_copies(parts, named, others)))
     return "#include <stdbool.h>\n#include <stddef.h>\n\n" + lines + "\n"
 
