@@ -1,4 +1,4 @@
-// The packed table of the output's state machine is the printed one.
+// tamrik__lookuptable_s, the packed table of the output's state machine, is the printed one.
 //
 // Assumes: nothing.
 // Shows:   for every character and state the step through the packed bytes ends in the state that
