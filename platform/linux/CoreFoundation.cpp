@@ -173,14 +173,6 @@ const char *StringText(CFStringRef string)
     return string == nullptr ? nullptr : string->text;
 }
 
-const char *TextOfObject(CFTypeRef cf)
-{
-    const Object *object = ObjectOf(cf);
-    if (object == nullptr || object->type != &kStringType)
-        return nullptr;
-    return reinterpret_cast<const __CFString *>(object)->text;
-}
-
 CFStringRef CreateString(const char *utf8)
 {
     return StringOfUtf8(utf8);

@@ -48,9 +48,6 @@ extern const ObjectType kStringType;
 // The string's characters in UTF-8, zero-terminated, valid as long as the string; null for null.
 const char *StringText(CFStringRef string);
 
-// The same for any object; null for one that is no string.
-const char *TextOfObject(CFTypeRef cf);
-
 // A string of UTF-8, the caller's; null for invalid UTF-8 and when memory runs out.
 CFStringRef CreateString(const char *utf8);
 
