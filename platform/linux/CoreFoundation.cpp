@@ -39,8 +39,7 @@ void Complain(const char *function, const char *format, ...)
     dprintf(STDERR_FILENO, "%s\n", line);
 }
 
-// The framework ends a process that passes null where an object has to be; so does this layer.
-[[noreturn]] static void HaltAtNull(const char *function)
+[[noreturn]] void HaltAtNull(const char *function)
 {
     Complain(function, "called with null");
     abort();
@@ -98,7 +97,9 @@ Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2)
 CFHashCode CFHash(CFTypeRef cf)
 {
     const Object *object = ObjectOf(cf);
-    if (object != nullptr && object->type->hash != nullptr)
+    if (object == nullptr)
+        HaltAtNull("CFHash");
+    if (object->type->hash != nullptr)
         return object->type->hash(object);
     return reinterpret_cast<CFHashCode>(cf);
 }
@@ -178,13 +179,18 @@ CFStringRef CreateString(const char *utf8)
     return StringOfUtf8(utf8);
 }
 
+// In front of UTF-8 it is no part of the text.
+static constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+
 CFStringRef CFStringCreateWithCString(CFAllocatorRef /*alloc*/, const char *cStr,
                                       CFStringEncoding encoding)
 {
     if (cStr == nullptr)
-        return nullptr;
+        HaltAtNull("CFStringCreateWithCString");
     if (encoding == kCFStringEncodingUTF8)
-        return StringOfUtf8(cStr);
+        return StringOfUtf8(strncmp(cStr, kByteOrderMark, strlen(kByteOrderMark)) == 0
+                                ? cStr + strlen(kByteOrderMark)
+                                : cStr);
     if (encoding == kCFStringEncodingMacRoman)
         return StringOfMacRoman(cStr);
     return nullptr;
@@ -237,12 +243,14 @@ static size_t Encode(const char *character, size_t length, uint32_t codePoint,
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding)
 {
+    if (theString == nullptr)
+        HaltAtNull("CFStringGetCString");
     if (buffer == nullptr || bufferSize <= 0)
         return false;
     size_t room = static_cast<size_t>(bufferSize) - 1;
-    const char *at = theString == nullptr ? "" : theString->text;
-    bool complete = theString != nullptr &&
-                    (encoding == kCFStringEncodingUTF8 || encoding == kCFStringEncodingMacRoman);
+    const char *at = theString->text;
+    char *end = buffer;
+    bool complete = encoding == kCFStringEncodingUTF8 || encoding == kCFStringEncodingMacRoman;
     while (complete && *at != '\0') {
         uint32_t codePoint = 0;
         char encoded[kUtf8Max];
@@ -251,12 +259,13 @@ Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSi
         complete = made > 0 && made <= room;
         if (!complete)
             break;
-        memcpy(buffer, encoded, made);
-        buffer += made;
+        memcpy(end, encoded, made);
+        end += made;
         room -= made;
         at += length;
     }
-    *buffer = '\0';
+    // What was written before a failure stays, behind an empty text.
+    *(complete ? end : buffer) = '\0';
     return complete;
 }
 

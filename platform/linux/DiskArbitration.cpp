@@ -166,8 +166,8 @@ void DADiskMountWithArguments(DADiskRef disk, CFURLRef path, DADiskMountOptions 
                               DADiskMountCallback callback, void *context, CFStringRef arguments[])
 {
     if (disk == nullptr)
-        return;
-    if (path == nullptr && options == kDADiskMountOptionDefault)
+        CompleteMount(disk, callback, context, kDAReturnBadArgument);
+    else if (path == nullptr && options == kDADiskMountOptionDefault)
         RequestMount(disk, callback, context, arguments);
     else
         CompleteMount(disk, callback, context, kDAReturnUnsupported);

@@ -199,6 +199,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
 
 void CFRunLoopStop(CFRunLoopRef rl)
 {
-    if (rl != nullptr)
-        rl->stopped = true;
+    if (rl == nullptr)
+        HaltAtNull("CFRunLoopStop");
+    rl->stopped = true;
 }

@@ -76,6 +76,9 @@ void RunLoopRemoveSource(LoopSource *source);
 // the framework's name of what was called.
 __attribute__((format(printf, 2, 3))) void Complain(const char *function, const char *format, ...);
 
+// Ends the process, with that line: the framework does so where null is passed for an object.
+[[noreturn]] void HaltAtNull(const char *function);
+
 // Milliseconds of a clock that is never set back.
 int64_t MonotonicTime();
 

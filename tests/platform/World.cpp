@@ -353,6 +353,8 @@ std::vector<std::string> Await(size_t count)
 
 std::string LabelOf(DADiskRef disk)
 {
+    if (disk == nullptr)
+        return "no disk";
     char label[512] = "?";
     CFDictionaryRef description = DADiskCopyDescription(disk);
     CFStringRef name = static_cast<CFStringRef>(

@@ -1,14 +1,16 @@
-// Strings, their encodings, dictionaries, and what retains and releases them.
+// Strings, their encodings, dictionaries, and what retains and releases them: a text that holds for
+// the layer and for CoreFoundation itself (script/conformance --corefoundation). What the two do not
+// share, or what their callers may not rely on, is not asked here.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "mac_roman_table.h"
 
 #include <doctest/doctest.h>
 
-#include <climits>
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -73,21 +75,28 @@ TEST_CASE("all bytes of Mac OS Roman in one text keep their order")
     CFRelease(string);
 }
 
-TEST_CASE(
-    "a character that Mac OS Roman does not have ends the text there and makes the conversion false")
+// What a buffer of 32 bytes holds after a conversion that fails: an empty text. Behind it a part of
+// the text may stand, but nothing behind the size that was said.
+static void CheckFailure(CFStringRef string, CFIndex bufferSize, CFStringEncoding encoding)
 {
-    for (const std::string text : {"\xCE\xB1", "abc\xE2\x98\x83", "\xF0\x9F\x98\x80", "a\xCC\x88z",
-                                   "\xC2\xA4", "\xE2\x84\xA6", "\xC2\x80", "\xEF\xBF\xBD"}) {
+    char buffer[32];
+    std::memset(buffer, 0x5A, sizeof buffer);
+    CHECK(!CFStringGetCString(string, buffer, bufferSize, encoding));
+    if (bufferSize > 0)
+        CHECK(buffer[0] == '\0');
+    for (size_t i = static_cast<size_t>(bufferSize); i < sizeof buffer; i++)
+        CHECK(buffer[i] == 0x5A);
+}
+
+TEST_CASE(
+    "a character that Mac OS Roman does not have makes the conversion false and the text empty")
+{
+    for (const char *text : {"\xCE\xB1", "abc\xE2\x98\x83", "\xF0\x9F\x98\x80", "a\xCC\x88",
+                             "\xC2\xA4", "\xE2\x84\xA6", "\xC2\x80", "\xEF\xBF\xBD"}) {
         CAPTURE(text);
-        const size_t plain = text.find_first_not_of("abcz");
-        CFStringRef string = FromUtf8(text.c_str());
+        CFStringRef string = FromUtf8(text);
         REQUIRE(string != nullptr);
-        char buffer[32];
-        std::memset(buffer, 0x5A, sizeof buffer);
-        CHECK(!CFStringGetCString(string, buffer, sizeof buffer, kCFStringEncodingMacRoman));
-        CHECK(buffer == text.substr(0, plain));
-        for (size_t i = plain + 1; i < sizeof buffer; i++)
-            CHECK(buffer[i] == 0x5A);
+        CheckFailure(string, 16, kCFStringEncodingMacRoman);
         CHECK(Bytes(string, kCFStringEncodingUTF8) == text);
         CFRelease(string);
     }
@@ -136,67 +145,51 @@ TEST_CASE("the first and last characters of each length are UTF-8")
     }
 }
 
-TEST_CASE("an encoding other than the two makes no string and no text")
+TEST_CASE("an encoding that nobody knows makes no string and no text")
 {
     CFStringRef string = FromUtf8("abc");
-    for (CFStringEncoding encoding : {1U, 0x0100U, 0x0201U, 0x0600U, 0x08000101U, 0xFFFFFFFFU}) {
+    for (CFStringEncoding encoding : {1U, 0x08000101U, 0xFFFFFFFFU}) {
         CHECK(CFStringCreateWithCString(kCFAllocatorDefault, "abc", encoding) == nullptr);
-        char buffer[8] = "zzzzzzz";
-        CHECK(!CFStringGetCString(string, buffer, sizeof buffer, encoding));
-        CHECK(std::memcmp(buffer, "\0zzzzzz", sizeof buffer) == 0);
+        CheckFailure(string, 8, encoding);
     }
     CFRelease(string);
-    CHECK(CFStringCreateWithCString(kCFAllocatorDefault, nullptr, kCFStringEncodingUTF8) ==
-          nullptr);
 }
 
-TEST_CASE("CFStringGetCString writes whole characters as long as they fit, and a zero byte")
+TEST_CASE("CFStringGetCString needs room for the text and its zero byte, and writes no more")
 {
     struct Row {
         const char *utf8;
         CFStringEncoding encoding;
-        CFIndex bytes;  // of the text in the encoding
+        CFIndex smallest;  // the least size asked: CoreFoundation is at fault below it
+        CFIndex bytes;     // of the text in the encoding
     };
     const Row rows[] = {
-        {"", kCFStringEncodingUTF8, 0},
-        {"Orvanta", kCFStringEncodingUTF8, 7},
-        {"Orvanta", kCFStringEncodingMacRoman, 7},
-        {"Orv\xC3\xA4nta", kCFStringEncodingUTF8, 8},
-        {"Orv\xC3\xA4nta", kCFStringEncodingMacRoman, 7},
-        {"\xE2\x82\xAC", kCFStringEncodingUTF8, 3},
-        {"\xE2\x82\xAC", kCFStringEncodingMacRoman, 1},
+        {"", kCFStringEncodingUTF8, 0, 0},
+        {"Orvanta", kCFStringEncodingUTF8, 0, 7},
+        {"Orvanta", kCFStringEncodingMacRoman, 0, 7},
+        {"Orv\xC3\xA4nta", kCFStringEncodingUTF8, 2, 8},
+        {"Orv\xC3\xA4nta", kCFStringEncodingMacRoman, 3, 7},
+        {"\xE2\x82\xAC", kCFStringEncodingUTF8, 2, 3},
+        {"\xE2\x82\xAC", kCFStringEncodingMacRoman, 0, 1},
     };
     for (const Row &row : rows) {
         CFStringRef string = FromUtf8(row.utf8);
-        for (CFIndex size = 0; size <= row.bytes + 3; size++) {
+        for (CFIndex size = row.smallest; size <= row.bytes + 3; size++) {
             CAPTURE(row.utf8);
             CAPTURE(size);
+            if (size <= row.bytes) {
+                CheckFailure(string, size, row.encoding);
+                continue;
+            }
             char buffer[16];
             std::memset(buffer, 0x5A, sizeof buffer);
-            const bool fits = CFStringGetCString(string, buffer, size, row.encoding);
-            CHECK(fits == (size > row.bytes));
-            // As many whole characters as leave room for the zero byte.
-            std::string whole = Bytes(string, row.encoding);
-            while (static_cast<CFIndex>(whole.size()) > (size > 0 ? size - 1 : 0)) {
-                while (row.encoding == kCFStringEncodingUTF8 && (whole.back() & 0xC0) == 0x80)
-                    whole.pop_back();
-                whole.pop_back();
-            }
-            const CFIndex written = size > 0 ? static_cast<CFIndex>(whole.size()) + 1 : 0;
-            if (written > 0)
-                CHECK(buffer == whole);
-            for (CFIndex i = written; i < static_cast<CFIndex>(sizeof buffer); i++)
+            CHECK(CFStringGetCString(string, buffer, size, row.encoding));
+            CHECK(buffer[row.bytes] == '\0');
+            for (size_t i = static_cast<size_t>(row.bytes) + 1; i < sizeof buffer; i++)
                 CHECK(buffer[i] == 0x5A);
         }
-        CHECK(!CFStringGetCString(string, nullptr, 16, row.encoding));
-        char buffer[2] = "z";
-        CHECK(!CFStringGetCString(string, buffer, -1, row.encoding));
-        CHECK(buffer[0] == 'z');
         CFRelease(string);
     }
-    char buffer[2] = "z";
-    CHECK(!CFStringGetCString(nullptr, buffer, sizeof buffer, kCFStringEncodingUTF8));
-    CHECK(buffer[0] == '\0');
 }
 
 TEST_CASE("a label in UTF-8 that was read as Mac OS Roman is another text")
@@ -215,26 +208,31 @@ TEST_CASE("a label in UTF-8 that was read as Mac OS Roman is another text")
     CFRelease(macRoman);
 }
 
-TEST_CASE("references are counted, and a constant survives any release")
+TEST_CASE("a byte order mark in front of UTF-8 is no part of the text, behind it is")
+{
+    for (const char *text : {"", "Orvanta", "Orv\xEF\xBB\xBF", "\xEF\xBB\xBF"}) {
+        CAPTURE(text);
+        CFStringRef string = FromUtf8((std::string("\xEF\xBB\xBF") + text).c_str());
+        CHECK(Bytes(string, kCFStringEncodingUTF8) == text);
+        CFRelease(string);
+    }
+}
+
+TEST_CASE("an object lives as long as somebody holds it")
 {
     CFStringRef string = FromUtf8("abc");
-    CHECK(CFGetRetainCount(string) == 1);
     CHECK(CFRetain(string) == string);
-    CHECK(CFGetRetainCount(string) == 2);
     CFRelease(string);
-    CHECK(CFGetRetainCount(string) == 1);
     CHECK(Bytes(string, kCFStringEncodingUTF8) == "abc");
     CFRelease(string);
+}
 
+TEST_CASE("a constant string is one object, whatever is read from it")
+{
     CFStringRef constant = CFSTR("constant");
-    for (int i = 0; i < 1000; i++)
-        CFRelease(constant);
     CHECK(Bytes(constant, kCFStringEncodingUTF8) == "constant");
-    CHECK(CFGetRetainCount(constant) == LONG_MAX);
     CHECK(CFSTR("constant") == constant);
     CHECK(CFSTR("constanT") != constant);
-    CFRelease(kCFRunLoopDefaultMode);
-    CFRelease(CFRunLoopGetCurrent());
     CHECK(CFEqual(kCFRunLoopDefaultMode, CFSTR("kCFRunLoopDefaultMode")));
 }
 
@@ -250,7 +248,14 @@ TEST_CASE("objects are equal to themselves, strings to strings of the same chara
     CFRelease(one);
     CFRelease(same);
     CFRelease(longer);
+    CFStringRef composed = FromUtf8("\xC3\xA4");
+    CFStringRef decomposed = FromUtf8("a\xCC\x88");
+    CHECK(!CFEqual(composed, decomposed));
+    CFRelease(composed);
+    CFRelease(decomposed);
 }
+
+// ---- Dictionaries ----
 
 static CFMutableDictionaryRef NewDictionary()
 {
@@ -258,28 +263,84 @@ static CFMutableDictionaryRef NewDictionary()
                                      &kCFTypeDictionaryValueCallBacks);
 }
 
+// What the dictionary below holds, in the order in which it was retained.
+static std::vector<const void *> g_held;
+
+static const void *Hold(CFAllocatorRef /*allocator*/, const void *object)
+{
+    g_held.push_back(object);
+    return CFRetain(object);
+}
+
+static void GiveUp(CFAllocatorRef /*allocator*/, const void *object)
+{
+    for (size_t i = 0; i < g_held.size(); i++) {
+        if (g_held[i] != object)
+            continue;
+        g_held.erase(g_held.begin() + static_cast<std::ptrdiff_t>(i));
+        CFRelease(object);
+        return;
+    }
+    FAIL("what is not held cannot be given back");
+}
+
+static size_t TimesHeld(const void *object)
+{
+    size_t times = 0;
+    for (const void *held : g_held)
+        times += held == object ? 1 : 0;
+    return times;
+}
+
+static CFMutableDictionaryRef NewWatchedDictionary()
+{
+    const CFDictionaryKeyCallBacks keys = {0, Hold, GiveUp, nullptr, CFEqual, CFHash};
+    const CFDictionaryValueCallBacks values = {0, Hold, GiveUp, nullptr, CFEqual};
+    g_held.clear();
+    return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &keys, &values);
+}
+
 TEST_CASE("a dictionary holds its keys and values, and gives them back with itself")
 {
-    CFMutableDictionaryRef dictionary = NewDictionary();
+    CFMutableDictionaryRef dictionary = NewWatchedDictionary();
     CFStringRef key = FromUtf8("key");
     CFStringRef value = FromUtf8("value");
     CFDictionarySetValue(dictionary, key, value);
-    CHECK(CFGetRetainCount(key) == 2);
-    CHECK(CFGetRetainCount(value) == 2);
+    CHECK(TimesHeld(key) == 1);
+    CHECK(TimesHeld(value) == 1);
     CHECK(CFDictionaryGetCount(dictionary) == 1);
     CHECK(CFDictionaryGetValue(dictionary, CFSTR("key")) == value);
-    CHECK(CFGetRetainCount(value) == 2);
     CHECK(CFDictionaryGetValue(dictionary, CFSTR("other")) == nullptr);
+    CHECK(g_held.size() == 2);
+    CFDictionaryRef copy = CFDictionaryCreateCopy(kCFAllocatorDefault, dictionary);
+    CHECK(TimesHeld(key) == 2);
+    CHECK(TimesHeld(value) == 2);
     CFRelease(dictionary);
-    CHECK(CFGetRetainCount(key) == 1);
-    CHECK(CFGetRetainCount(value) == 1);
+    CHECK(TimesHeld(key) == 1);
+    CHECK(TimesHeld(value) == 1);
+    CFRelease(copy);
+    CHECK(g_held.empty());
     CFRelease(key);
     CFRelease(value);
 }
 
-TEST_CASE("an equal key takes the place of the first one, with its value")
+TEST_CASE("a dictionary of objects alone keeps them alive")
 {
     CFMutableDictionaryRef dictionary = NewDictionary();
+    CFStringRef key = FromUtf8("a key of some length");
+    CFStringRef value = FromUtf8("a value of some length");
+    CFDictionarySetValue(dictionary, key, value);
+    CFRelease(key);
+    CFRelease(value);
+    CHECK(Bytes(static_cast<CFStringRef>(
+                    CFDictionaryGetValue(dictionary, CFSTR("a key of some length"))),
+                kCFStringEncodingUTF8) == "a value of some length");
+    CFRelease(dictionary);
+}
+
+TEST_CASE("an equal key gets the new value and takes the place of the old one")
+{
+    CFMutableDictionaryRef dictionary = NewWatchedDictionary();
     CFStringRef key = FromUtf8("key");
     CFStringRef again = FromUtf8("key");
     CFStringRef first = FromUtf8("first");
@@ -288,17 +349,19 @@ TEST_CASE("an equal key takes the place of the first one, with its value")
     CFDictionarySetValue(dictionary, again, second);
     CHECK(CFDictionaryGetCount(dictionary) == 1);
     CHECK(CFDictionaryGetValue(dictionary, key) == second);
-    CHECK(CFGetRetainCount(first) == 1);
-    CHECK(CFGetRetainCount(key) == 1);
-    CHECK(CFGetRetainCount(again) == 2);
-    // The value that is there already survives being set again.
-    CFRelease(second);
-    CFDictionarySetValue(dictionary, key, second);
-    CHECK(Bytes(second, kCFStringEncodingUTF8) == "second");
-    CHECK(CFGetRetainCount(second) == 1);
-    CFRelease(dictionary);
-    CFRelease(key);
+    CHECK(TimesHeld(key) == 0);
+    CHECK(TimesHeld(again) == 1);
+    CHECK(TimesHeld(first) == 0);
+    CHECK(TimesHeld(second) == 1);
+    // What is there already survives being set again.
     CFRelease(again);
+    CFRelease(second);
+    CFDictionarySetValue(dictionary, again, second);
+    CHECK(Bytes(second, kCFStringEncodingUTF8) == "second");
+    CHECK(g_held.size() == 2);
+    CFRelease(dictionary);
+    CHECK(g_held.empty());
+    CFRelease(key);
     CFRelease(first);
 }
 
@@ -332,68 +395,53 @@ TEST_CASE("a dictionary without call backs compares pointers and holds nothing")
     CFStringRef key = FromUtf8("key");
     CFStringRef same = FromUtf8("key");
     CFDictionarySetValue(dictionary, key, same);
-    CHECK(CFGetRetainCount(key) == 1);
     CHECK(CFDictionaryGetValue(dictionary, key) == same);
     CHECK(CFDictionaryGetValue(dictionary, same) == nullptr);
-    CFRelease(dictionary);
     CFRelease(key);
     CFRelease(same);
+    CFRelease(dictionary);
 }
 
-TEST_CASE("a dictionary of less than no room is none")
-{
-    CHECK(CFDictionaryCreateMutable(kCFAllocatorDefault, -1, nullptr, nullptr) == nullptr);
-}
+// ---- Null ----
 
-// What a process says on standard error before `act` has ended it by SIGABRT.
-static std::string LastWords(void (*act)())
+// True if the call ends the process that makes it.
+static bool Halts(void (*call)())
 {
-    int errors[2];
-    REQUIRE(pipe(errors) == 0);
     const pid_t child = fork();
     REQUIRE(child >= 0);
     if (child == 0) {
         const rlimit none = {0, 0};
         setrlimit(RLIMIT_CORE, &none);
-        signal(SIGABRT, SIG_DFL);
-        dup2(errors[1], STDERR_FILENO);
-        act();
+        for (int number : {SIGABRT, SIGBUS, SIGILL, SIGSEGV, SIGTRAP})
+            signal(number, SIG_DFL);
+        close(STDERR_FILENO);
+        call();
         _exit(0);
     }
-    close(errors[1]);
-    std::string words;
-    for (char c; read(errors[0], &c, 1) == 1;)
-        words += c;
-    close(errors[0]);
     int status = 0;
-    CHECK(waitpid(child, &status, 0) == child);
-    CHECK(WIFSIGNALED(status));
-    CHECK(WTERMSIG(status) == SIGABRT);
-    return words;
+    REQUIRE(waitpid(child, &status, 0) == child);
+    return WIFSIGNALED(status);
 }
 
-TEST_CASE("null where an object has to be halts the process, with a line that names the function")
+TEST_CASE("a null where an object must be ends the process")
 {
-    struct Row {
-        void (*act)();
-        const char *function;
-    };
-    const Row rows[] = {
-        {[] { CFRetain(nullptr); }, "CFRetain"},
-        {[] { CFRelease(nullptr); }, "CFRelease"},
-        {[] { CFGetRetainCount(nullptr); }, "CFGetRetainCount"},
-        {[] { CFEqual(nullptr, CFSTR("a")); }, "CFEqual"},
-        {[] { CFEqual(CFSTR("a"), nullptr); }, "CFEqual"},
-        {[] { CFEqual(nullptr, nullptr); }, "CFEqual"},
-        {[] { CFDictionarySetValue(nullptr, CFSTR("a"), CFSTR("b")); }, "CFDictionarySetValue"},
-        {[] { CFDictionarySetValue(NewDictionary(), CFSTR("a"), nullptr); }, "CFRetain"},
-        {[] { CFDictionarySetValue(NewDictionary(), nullptr, CFSTR("b")); }, "CFRetain"},
-        {[] { CFDictionaryGetValue(nullptr, CFSTR("a")); }, "CFDictionaryGetValue"},
-        {[] { CFDictionaryGetCount(nullptr); }, "CFDictionaryGetCount"},
-        {[] { CFDictionaryCreateCopy(kCFAllocatorDefault, nullptr); }, "CFDictionaryCreateCopy"},
-    };
-    for (const Row &row : rows) {
-        CAPTURE(row.function);
-        CHECK(LastWords(row.act) == std::string(row.function) + ": called with null\n");
-    }
+    CHECK(!Halts([] { CFRelease(CFRetain(CFRunLoopGetCurrent())); }));
+    CHECK(Halts([] { CFRetain(nullptr); }));
+    CHECK(Halts([] { CFRelease(nullptr); }));
+    CHECK(Halts([] { CFEqual(nullptr, nullptr); }));
+    CHECK(Halts([] { CFEqual(CFSTR("text"), nullptr); }));
+    CHECK(Halts([] { CFEqual(nullptr, CFSTR("text")); }));
+    CHECK(Halts([] { CFHash(nullptr); }));
+    CHECK(Halts([] { CFDictionarySetValue(nullptr, CFSTR("key"), CFSTR("value")); }));
+    CHECK(Halts([] { CFDictionaryGetValue(nullptr, CFSTR("key")); }));
+    CHECK(Halts([] { CFDictionaryGetCount(nullptr); }));
+    CHECK(Halts([] { CFDictionaryCreateCopy(kCFAllocatorDefault, nullptr); }));
+    CHECK(Halts([] { CFDictionarySetValue(NewDictionary(), nullptr, CFSTR("value")); }));
+    CHECK(Halts([] { CFDictionarySetValue(NewDictionary(), CFSTR("key"), nullptr); }));
+    CHECK(Halts([] { FromUtf8(nullptr); }));
+    CHECK(Halts([] {
+        char buffer[8];
+        CFStringGetCString(nullptr, buffer, sizeof buffer, kCFStringEncodingUTF8);
+    }));
+    CHECK(Halts([] { CFRunLoopStop(nullptr); }));
 }

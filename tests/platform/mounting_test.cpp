@@ -378,7 +378,9 @@ TEST_CASE("two disks are mounted beside each other")
     Forget(session);
 }
 
-TEST_CASE("a request with a path or an option that is not provided is refused before it returns")
+TEST_CASE(
+    "a request with a path or an option that is not provided, or for no disk, is refused before "
+    "it returns")
 {
     if (!EnterWorld())
         return;
@@ -393,8 +395,8 @@ TEST_CASE("a request with a path or an option that is not provided is refused be
         g_events.push_back("asked");
     });
     Plug("Orvanta", NewFolder());
-    CHECK(Await(3) ==
-          Events{"refused Orvanta unsupported", "refused Orvanta unsupported", "asked"});
+    CHECK(Await(4) == Events{"refused Orvanta unsupported", "refused Orvanta unsupported",
+                             "refused no disk bad argument", "asked"});
     CHECK(!Exists("/run/mount-log"));
     Forget(session);
 }

@@ -57,7 +57,7 @@ CFIndex CFGetRetainCount(CFTypeRef cf);
  * for. NULL on either side halts. */
 Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
-/* Equal objects have equal codes. */
+/* Equal objects have equal codes. NULL halts. */
 CFHashCode CFHash(CFTypeRef cf);
 
 /* ---- Strings ---- */
@@ -71,15 +71,16 @@ enum { kCFStringEncodingMacRoman = 0, kCFStringEncodingUTF8 = 0x08000100 };
  * memory runs out. */
 CFStringRef __CFStringMakeConstantString(const char *cStr);
 
-/* A string of the characters that the zero-terminated cStr spells in encoding. NULL for a null
- * cStr, for bytes that are nothing in the encoding, and for an encoding not named above. */
+/* A string of the characters that the zero-terminated cStr spells in encoding; a byte order mark in
+ * front of UTF-8 is none of them. NULL for bytes that are nothing in the encoding, and for an encoding
+ * not named above. A NULL cStr halts. */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
                                       CFStringEncoding encoding);
 
 /* Writes the characters and a zero byte, in encoding, to buffer of bufferSize bytes. False when
- * they do not fit, when the encoding cannot hold one of them or is not named above, and for a NULL
- * string: the buffer then holds the characters before the one that failed, and a zero byte (if
- * bufferSize is at least 1). */
+ * they do not fit, and when the encoding cannot hold one of them or is not named above: the buffer then
+ * holds an empty text (if bufferSize is at least 1), and what was written before the failure stands
+ * behind its zero byte. A NULL string halts. */
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
 
@@ -160,8 +161,7 @@ void CFRunLoopRun(void);
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
                                       Boolean returnAfterSourceHandled);
 
-/* Makes the innermost run end when the call that is under way returns; nothing happens without
- * one. */
+/* Makes the innermost run end when the call that is under way returns. NULL halts. */
 void CFRunLoopStop(CFRunLoopRef rl);
 
 // NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp, modernize-*)

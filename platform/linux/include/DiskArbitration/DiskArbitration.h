@@ -95,8 +95,8 @@ DAReturn DADiskSetOptions(DADiskRef disk, DADiskOptions options, Boolean value);
 /* Asks for the disk to be mounted at /Volumes/<label>, and returns at once. `path` must be NULL and
  * `options` 0. `arguments` ends with a null element, or is NULL; it is not used after the call.
  * `callback` (or nobody, if NULL) is called once, later, by the run loop; but before the function
- * returns where the request is refused at once: with a path or options (kDAReturnUnsupported), and
- * when memory runs out (kDAReturnNoResources). For a null disk nothing happens. */
+ * returns where the request is refused at once: with a path or options (kDAReturnUnsupported), for
+ * a null disk (kDAReturnBadArgument), and when memory runs out (kDAReturnNoResources). */
 void DADiskMountWithArguments(DADiskRef disk, CFURLRef path, DADiskMountOptions options,
                               DADiskMountCallback callback, void *context, CFStringRef arguments[]);
 
