@@ -1,8 +1,9 @@
 // CollectLine reads one line of a file, however long the line and the file are.
 //
 // Assumes: a file of any bytes, up to the largest offset there is, or a stream that has none.
-// Shows:   by a loop contract: it ends; no byte outside of g_linetext is written; no counter overflows; the
-//          position moves by just what was read; the line ends within g_linetext, before its last byte.
+// Shows:   by a loop contract: it ends; no byte outside of g_linetext is written; no counter
+//          overflows; the position moves by just what was read; the line ends within g_linetext,
+//          before its last byte.
 //
 // takes: Common/INI.cpp g_linetext Scan CollectLine
 // adds: CollectLine: for (;;) { => for (;;) LINE_CONTRACT {

@@ -1,8 +1,8 @@
 // DecodeOctal takes the escapes off a path of mountinfo, in place.
 //
 // Assumes: a terminated text in a block that ends with it.
-// Shows:   three octal digits behind a backslash, of which the first is at most 3, become one byte, all else stays;
-//          nothing outside of the text is read or written.
+// Shows:   three octal digits behind a backslash, of which the first is at most 3, become one byte,
+//          all else stays; nothing outside of the text is read or written.
 //
 // takes: platform/linux/MountPoints.cpp DecodeOctal
 // proves: AnyText LENGTH=6 LENGTH=10: every text of up to LENGTH characters

@@ -1,7 +1,7 @@
 // NextLine reads the lines of a file as the rules for them say, one after the other.
 //
-// Assumes: a file of few bytes, read from its start to behind its end; a line buffer that is few bytes, so that
-//          long lines come up too.
+// Assumes: a file of few bytes, read from its start to behind its end; a line buffer that is few
+//          bytes, so that long lines come up too.
 // Shows:   each call's result, every byte of the line buffer, and both offsets.
 //
 // takes: Common/INI.cpp g_linetext g_current_line_offset g_last_line_offset Scan CollectLine NextLine

@@ -1,8 +1,9 @@
 // getQvTamrikVersion stores the library's text and number where there is a place for them.
 //
-// Assumes: verStr is null or memory of bufSize bytes, verNumber null or a number. strcpy_s is proved by itself.
-// Shows:   the text is copied once, with the buffer's size, if there is a buffer; the number is stored if there
-//          is a place; nothing else is written.
+// Assumes: verStr is null or memory of bufSize bytes, verNumber null or a number. strcpy_s is
+//          proved by itself.
+// Shows:   the text is copied once, with the buffer's size, if there is a buffer; the number is
+//          stored if there is a place; nothing else is written.
 //
 // takes: tamrik/memory.cpp kVersionBanner kVersionNumber getQvTamrikVersion
 // proves: Any: every bufSize
