@@ -71,7 +71,10 @@ def is_constant(cursor, source):
 
 def is_for_compiler(cursor, source):
     """Whether the compiler works it out by itself and checks it there: a table, a size, a static_assert."""
-    head = source[cursor.extent.start.offset:cursor.extent.end.offset].split("{")[0].split("=")[0].split("(")[0]
+    code = source[cursor.extent.start.offset:cursor.extent.end.offset]
+    if re.fullmatch(r"static constexpr [^=({\[]+ = -?(0x[\da-fA-F]+|\d+)", code):
+        return False  # a number with a name
+    head = code.split("{")[0].split("=")[0].split("(")[0]
     return cursor.kind == Kind.STATIC_ASSERT or \
         cursor.kind in DECLARATIONS and re.search(r"\bconst(expr|eval)\b", head) is not None
 
