@@ -1,6 +1,6 @@
 // scenario.cpp - the reader of scenarios. Every statement is one row of the table below: its form,
-// and what it means in plain words. Matching, the messages about mistakes, the plan of --dry-run and
-// the list of `kestrun-bench words` all come from that one table.
+// and what it means in plain words. Matching, the messages about mistakes, the plan of --dry-run
+// and the list of `kestrun-bench words` all come from that one table.
 #include "modem/scenario.h"
 
 #include <algorithm>
@@ -117,8 +117,8 @@ int HexDigit(char c)
     return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-// Resolves the escape whose backslash stands at `*at` and moves `*at` behind it. False when there is
-// no such escape.
+// Resolves the escape whose backslash stands at `*at` and moves `*at` behind it. False when there
+// is no such escape.
 bool TakeEscape(const std::string &text, size_t *at, std::string *out)
 {
     const char letter = *at + 1 < text.size() ? text[*at + 1] : '\0';

@@ -1,9 +1,10 @@
 // DiskArbitration.cpp - sessions, their peek callbacks, and the offering of disks to them.
 //
-// The disks themselves are followed in Disks.cpp, mounts in Mounting.cpp. Arrivals and completions are
-// told in the order in which they happened. One source of the run loop tells one of them at a time, so
-// that between two calls of the daemon's functions the newest state of things has been looked at. Where
-// the layer stands for the whole service it tells all that waits at once, as a session fetches it.
+// The disks themselves are followed in Disks.cpp, mounts in Mounting.cpp. Arrivals and completions
+// are told in the order in which they happened. One source of the run loop tells one of them at a
+// time, so that between two calls of the daemon's functions the newest state of things has been
+// looked at. Where the layer stands for the whole service it tells all that waits at once, as a
+// session fetches it.
 
 #include <DiskArbitration/DiskArbitration.h>
 
@@ -190,9 +191,9 @@ static const PeekCallback *NextPeek(const __DADisk *disk, bool first, CFIndex or
     return nullptr;
 }
 
-// True for a disk that the service does not offer any more: nobody answered for it in time, or it came
-// while a session did not respond. That begins when the time of the first disk that waits is over, and
-// ends when the session fetches what waits for it.
+// True for a disk that the service does not offer any more: nobody answered for it in time, or it
+// came while a session did not respond. That begins when the time of the first disk that waits is
+// over, and ends when the session fetches what waits for it.
 static bool IsLost(const __DADisk *disk)
 {
     if (!StandsForService())
@@ -212,8 +213,8 @@ static void CallPeeks(DADiskRef disk)
     }
 }
 
-// The mount requests that the callbacks make come first, the automatic one behind them; but it comes
-// before them when the callbacks have taken too long.
+// The mount requests that the callbacks make come first, the automatic one behind them; but it
+// comes before them when the callbacks have taken too long.
 static void OfferDisk(DADiskRef disk)
 {
     disk->offered = true;

@@ -129,8 +129,8 @@ static LoopSource *NextSignalled()
     return nullptr;
 }
 
-// Performs what Wait found to be due, and then one source that is signalled: neither keeps the other
-// waiting. True if anything was.
+// Performs what Wait found to be due, and then one source that is signalled: neither keeps the
+// other waiting. True if anything was.
 static bool Perform()
 {
     bool performed = false;

@@ -2,8 +2,9 @@
 //
 // Assumes: a terminated line in a block that ends with it; strsep ends a field anywhere in what is
 //          left, or with it; strcmp and sscanf find anything. DecodeOctal is proved by itself.
-// Shows:   by a loop contract: it ends, and nothing outside of the line is read or written; each text
-//          of a line that is taken, and each that is decoded, lies in the line and is terminated there.
+// Shows:   by a loop contract: it ends, and nothing outside of the line is read or written; each
+//          text of a line that is taken, and each that is decoded, lies in the line and is
+//          terminated there.
 //
 // takes: platform/linux/MountPoints.h MountLine
 // takes: platform/linux/MountPoints.cpp NextField ParseMountLine

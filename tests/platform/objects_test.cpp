@@ -1,6 +1,6 @@
 // What the layer alone says of objects, beside core_foundation_test.cpp, which holds for
-// CoreFoundation too: counts of references, constants that survive, small buffers, and the last words
-// of a process that passed null.
+// CoreFoundation too: counts of references, constants that survive, small buffers, and the last
+// words of a process that passed null.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <doctest/doctest.h>

@@ -4,10 +4,11 @@
  * what is not declared here is not provided. Serves C and C++.
  *
  * Ownership: what a function with Create or Copy in its name gives is the caller's, who gives it
- * back with CFRelease; everything else is borrowed. Where memory runs out, Create and Copy give NULL.
+ * back with CFRelease; everything else is borrowed. Where memory runs out, Create and Copy give
+ * NULL.
  *
- * "NULL halts" means what it means on macOS: one line on standard error that names the function, and
- * the process ends by SIGABRT.
+ * "NULL halts" means what it means on macOS: one line on standard error that names the function,
+ * and the process ends by SIGABRT.
  */
 #ifndef COREFOUNDATION_COREFOUNDATION_H
 #define COREFOUNDATION_COREFOUNDATION_H
@@ -46,8 +47,8 @@ extern const CFAllocatorRef kCFAllocatorDefault;
 /* Takes one more reference of cf and gives cf back. NULL halts. */
 CFTypeRef CFRetain(CFTypeRef cf);
 
-/* Gives one reference back; with the last one the object is gone. Constants stay as they are, however
- * often they are released. NULL halts. */
+/* Gives one reference back; with the last one the object is gone. Constants stay as they are,
+ * however often they are released. NULL halts. */
 void CFRelease(CFTypeRef cf);
 
 /* The references that are held; for a constant the largest CFIndex. NULL halts. */
@@ -72,15 +73,15 @@ enum { kCFStringEncodingMacRoman = 0, kCFStringEncodingUTF8 = 0x08000100 };
 CFStringRef __CFStringMakeConstantString(const char *cStr);
 
 /* A string of the characters that the zero-terminated cStr spells in encoding; a byte order mark in
- * front of UTF-8 is none of them. NULL for bytes that are nothing in the encoding, and for an encoding
- * not named above. A NULL cStr halts. */
+ * front of UTF-8 is none of them. NULL for bytes that are nothing in the encoding, and for an
+ * encoding not named above. A NULL cStr halts. */
 CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
                                       CFStringEncoding encoding);
 
 /* Writes the characters and a zero byte, in encoding, to buffer of bufferSize bytes. False when
- * they do not fit, and when the encoding cannot hold one of them or is not named above: the buffer then
- * holds an empty text (if bufferSize is at least 1), and what was written before the failure stands
- * behind its zero byte. A NULL string halts. */
+ * they do not fit, and when the encoding cannot hold one of them or is not named above: the buffer
+ * then holds an empty text (if bufferSize is at least 1), and what was written before the failure
+ * stands behind its zero byte. A NULL string halts. */
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
 

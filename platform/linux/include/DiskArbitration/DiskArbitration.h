@@ -39,8 +39,8 @@ enum {
     kDAReturnUnsupported = err_local | err_local_diskarbitration | 0x0C
 };
 
-/* What a mount ends with that failed for an error of the system, unless one of the codes above says it:
- * the error's number in the low bits. */
+/* What a mount ends with that failed for an error of the system, unless one of the codes above says
+ * it: the error's number in the low bits. */
 #define unix_err(number) (0xC000 | (number))
 
 /* Bits of DADiskSetOptions. A new disk has kDADiskOptionMountAutomatic set; nobody reads it. */
@@ -76,14 +76,14 @@ void DASessionUnscheduleFromRunLoop(DASessionRef session, CFRunLoopRef runLoop,
                                     CFStringRef runLoopMode);
 
 /* Registers callback for each disk that arrives from now on and has every entry of `match` in its
- * description, compared with CFEqual; NULL matches every disk. `match` is copied. Callbacks are called in ascending
- * `order`, equal ones in the order of their registration. When memory runs out nothing is
- * registered. */
+ * description, compared with CFEqual; NULL matches every disk. `match` is copied. Callbacks are
+ * called in ascending `order`, equal ones in the order of their registration. When memory runs out
+ * nothing is registered. */
 void DARegisterDiskPeekCallback(DASessionRef session, CFDictionaryRef match, CFIndex order,
                                 DADiskPeekCallback callback, void *context);
 
-/* What is known of the disk, the caller's: its label and its device's name, each unless it is no valid
- * UTF-8. NULL for NULL. */
+/* What is known of the disk, the caller's: its label and its device's name, each unless it is no
+ * valid UTF-8. NULL for NULL. */
 CFDictionaryRef DADiskCopyDescription(DADiskRef disk);
 
 /* The option bits that are set; 0 for NULL. */
