@@ -86,10 +86,14 @@ bool RecordThisSystem(const PlayOptions &options)
     (void)signal(SIGTERM, End);
     PassOverLog(&player);
     player.recorder.midway = true;
-    for (int look = 0; g_ended == 0; ++look) {
+    // What was there when the signal came is seen, and at the look after it what that meant.
+    for (int look = 0, last = 0; last < 2; ++look) {
+        last += g_ended;
         FollowDaemon(&player);
         LookAround(&player);
         LookOnce(&player, look % kAskEvery == 0);
+        if (look == 0)
+            (void)fprintf(stderr, "kestrun-bench: recording; Ctrl-C ends it\n");
         (void)usleep(kLookEvery);
     }
     FinishRecording(&player.recorder);
