@@ -5,7 +5,9 @@
 
 #include <doctest/doctest.h>
 
+#include "tests/support/descriptors.h"
 #include "tests/tools/check_support.h"
+#include "tools/check/readers.h"
 
 namespace
 {
@@ -120,6 +122,7 @@ const ValueRow kValueRows[] = {
     {"a tab before the value", "name", "\tA", "FAIL name:2"},
     {"a tab behind the value", "name", "A\t", "FAIL name:2"},
     {"a percent sign in a name", "name", "50%", "WARN percent:2"},
+    {"a percent sign in the line that ends the section", "name", "[5]%", "WARN brackets:2 WARN percent:2 WARN one-reader:2"},
     {"a path of 502 bytes", "path1", kPath502, "FAIL path1:2"},
     {"an empty path", "path1", "", "FAIL path1:2"},
     {"a path that is no full one", "path1", "Orvanta", "WARN path1:2"},
@@ -151,5 +154,29 @@ TEST_CASE("each value is returned as it stands, with its findings")
         CHECK(ValuesOf(report) ==
               (row.key == "name" ? row.value + "|-|-" : "-|" + row.value + "|-"));
         CHECK(FindingsOf(report) == row.findings);
+    }
+}
+
+TEST_CASE("no reader leaves a file open, whatever it finds there")
+{
+    const std::string kTexts[] = {
+        "", "[Volumes]\n", "[Volumes]\nname=A\ndisable_cdrom=true\n",
+        "[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP=yes\n",
+        "[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP=yes\nSD_THIRD_FILE_PATH=/a\nSD_THIRD_FILE_NAME=b.dmg\n"
+        "SD_RUN_THIRD_FILE_ONCE=yes\n"};
+    const int next = NextDescriptor();
+    for (const std::string &text : kTexts) {
+        CAPTURE(text);
+        const TemporaryFile file(text);
+        for (const std::string &path : {file.path, file.path + ".none"}) {
+            (void)kcheck::ReadIni(path, "Volumes", "name");
+            (void)kcheck::FindIniSection(path, "Volumes");
+            (void)kcheck::ReadKey(path, "Volumes", "disable_cdrom");
+            (void)kcheck::IsSwitchOn(path, "Volumes", "disable_cdrom");
+            (void)kcheck::FindKeySection(path, "Volumes");
+            (void)kcheck::ReadSetup(path);
+            (void)tools::ReadWholeFile(path);
+            CHECK(NextDescriptor() == next);
+        }
     }
 }

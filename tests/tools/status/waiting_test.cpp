@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <regex>
@@ -104,6 +105,21 @@ TEST_CASE("only the last run counts")
           "port: for the modem's serial port, look 0 of 10");
     CHECK(Waits("", Activity::Unknown) ==
           "busy: for nothing: it works, and its next lines will tell at what");
+}
+
+TEST_CASE("an arrival knows nothing of the setup package of the one before it")
+{
+    const std::string first = GoldenLog("setup-once", "finish run sd program");
+    const size_t arrival = first.find("\nline 47===");
+    const size_t wait = first.find('\n', first.find("IsVolumeExist Enter", arrival));
+    REQUIRE(wait != std::string::npos);
+    std::string second = first.substr(arrival + 1, wait - arrival);
+    for (size_t at = 0; at < second.size(); at = second.find('\n', at) + 1)
+        second.insert(at + strlen("line "), "10");  // the numbers go on rising
+    const char kWaits[] =
+        "setup volume: for the setup package's volume, for 5 s so far, at most 180 s";
+    CHECK(Waits(second, Activity::Pauses) == kWaits);
+    CHECK(Waits(first + second, Activity::Pauses) == kWaits);
 }
 
 // A system in which all is well: the modem is plugged in, mounted and opened.
