@@ -21,7 +21,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-constexpr int kBadParameterResult = -2;
+static constexpr int kBadParameterResult = -2;
 
 // ---- Literal text ----
 

@@ -31,7 +31,7 @@ enum Outcome { kDone, kNoMatch, kInputEnd, kBadParameter };
 
 enum IntegerSize : unsigned char { kIntSize, kCharSize, kShortSize, kLongSize, k64BitSize };
 
-// The members of a "%[" set, as they stand in the format.
+// The members of a "%[" set, as they are written in the format.
 template <class Char>
 struct Set {
     const Char *begin;
@@ -63,7 +63,7 @@ struct Letter {
     bool isSigned;
 };
 
-constexpr int64_t kAnyWidth = INT64_MAX;  // wider than any field
+static constexpr int64_t kAnyWidth = INT64_MAX;  // wider than any field
 
 // What follows one '%'.
 struct Directive {

@@ -3,7 +3,7 @@
 
 #include <errno.h>
 
-constexpr size_t kLargestHeapText = MAX_BUFFER_SIZE;  // in bytes
+static constexpr size_t kLargestHeapText = MAX_BUFFER_SIZE;  // in bytes
 
 int __check_float_string(size_t used, size_t *size, char **buffer, char *localBuffer, int *onHeap)
 {

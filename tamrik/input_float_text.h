@@ -9,8 +9,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-constexpr size_t kFloatTextSize = 350;
-constexpr size_t kCacheLineSize = 64;
+static constexpr size_t kFloatTextSize = 350;
+static constexpr size_t kCacheLineSize = 64;
 
 // Through a volatile pointer the compiler cannot know that this is a store nobody reads.
 static inline void Wipe(char *text, size_t size)

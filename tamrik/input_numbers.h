@@ -24,7 +24,7 @@ struct Integer {
     bool hasDigits;
 };
 
-constexpr unsigned int kNoDigit = UCHAR_MAX;
+static constexpr unsigned int kNoDigit = UCHAR_MAX;
 
 struct DigitTable {
     unsigned char values[UCHAR_MAX + 1];

@@ -17,9 +17,9 @@
 
 // A character of the input, or one of the three values below. It holds each wchar_t beside them.
 using Unit = int64_t;
-constexpr Unit kEnd = EOF;
-constexpr Unit kFieldEnd = -2;     // the field ends here: by its width, or by its set
-constexpr Unit kNoCharacter = -3;  // the bytes are no character of the locale's encoding
+static constexpr Unit kEnd = EOF;
+static constexpr Unit kFieldEnd = -2;     // the field ends here: by its width, or by its set
+static constexpr Unit kNoCharacter = -3;  // the bytes are no character of the locale's encoding
 
 // ---- The reader: bytes and characters of a source ----
 
@@ -46,7 +46,7 @@ static int TakeWaiting(Reader *reader)
     return byte;
 }
 
-// At the end of a string, or from a source that is none.
+// At the end of a string, or from a file or standard input.
 [[gnu::noinline]] static int ReadByteOfStream(Reader *reader)
 {
     if (IsPlainString(reader->source))

@@ -13,10 +13,10 @@
 #include <string.h>
 #include <wchar.h>
 
-constexpr size_t kFileBlockSize = 1024;     // bytes that are read from a file at once
-constexpr int kMostConsumed = INT_MAX / 2;  // where the count of a file's bytes begins anew
-constexpr char kByteOrderMark[] = {'\xEF', '\xBB', '\xBF'};
-constexpr size_t kMarkSize = sizeof kByteOrderMark;
+static constexpr size_t kFileBlockSize = 1024;     // bytes that are read from a file at once
+static constexpr int kMostConsumed = INT_MAX / 2;  // beyond it consumed starts again
+static constexpr char kByteOrderMark[] = {'\xEF', '\xBB', '\xBF'};
+static constexpr size_t kMarkSize = sizeof kByteOrderMark;
 
 // ---- Reading ----
 
@@ -33,8 +33,8 @@ static size_t ReadFirstSingly(InputSource *source)
     return got;
 }
 
-// Fills the buffer of a file source anew. A stream that cannot tell its position cannot be set back
-// to it either: of such a one no more is taken than can be given back with ungetc. A byte-order
+// Fills the buffer of a file source again. A stream that cannot tell its position cannot be set
+// back to it either: from such a stream no more is taken than ungetc can give back. A byte-order
 // mark is one at the beginning alone: at position 0, or where a stream without a position is read
 // first.
 static bool LoadBlock(InputSource *source)
@@ -170,7 +170,7 @@ static void UngetBytes(const char *bytes, int count, FILE *stream)
 }
 
 // Gives the bytes that were read ahead back to the file, and frees the buffer. The fields that tell
-// what was read stay; the next scan from the source begins anew at the file's position.
+// what was read stay; the next scan from the source begins at the file's position.
 static void LeaveFile(InputSource *source, const char *waiting, int count)
 {
     if (source->kind & kLoaded) {

@@ -15,8 +15,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-constexpr unsigned int kLargestNarrowSize = MAX_BUFFER_SIZE;
-constexpr unsigned int kLargestWideSize = 0x1FFFFFFF;
+static constexpr unsigned int kLargestNarrowSize = MAX_BUFFER_SIZE;
+static constexpr unsigned int kLargestWideSize = 0x1FFFFFFF;
 
 // ---- Sets ----
 

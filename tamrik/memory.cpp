@@ -1,8 +1,8 @@
 // The checked memory functions: fills, copies, moves, and the library's version.
 //
-// Each function first tests, all at once, whether everything is in order, and then does its work.
-// Whatever is not in order goes to a function of its own that finds out what to report and what to
-// leave behind. The Opt variants fill up to 32 and copy up to 64 bytes without calling the C
+// Each function first tests, all at once, whether its arguments are good, and then does its work. A
+// call with a bad one goes to a function of its own that finds out what to report and how to reset
+// the destination. The Opt variants fill up to 32 and copy up to 64 bytes without calling the C
 // library; the plain functions always call it. There is no state.
 #include "tamrik/tamrik.h"
 
@@ -10,8 +10,8 @@
 
 #include <string.h>
 
-constexpr char kVersionBanner[] = "Qarvel Tamrik V100R001C01SCP004B001";
-constexpr unsigned short kVersionNumber = 0x0504;
+static constexpr char kVersionBanner[] = "Qarvel Tamrik V100R001C01SCP004B001";
+static constexpr unsigned short kVersionNumber = 0x0504;
 
 // All ones, for the wide stores of the small fills.
 const unsigned char myStrAllFF[32] = {
@@ -58,8 +58,8 @@ static int ClearAll(void *dest, size_t destMax, int code)
     return RESULT_OK;
 }
 
-// A fill that is not small: one that is none, one for the C library, or one that is not in order.
-// With hasLimit, a destMax above the limit is not in order.
+// A fill that is not small: an empty one, one for the C library, or one with a bad argument. With
+// hasLimit, a destMax above the limit is one.
 template <bool hasLimit>
 [[gnu::noinline]] static int FillOther(void *dest, size_t destMax, int c, size_t count)
 {
@@ -70,7 +70,7 @@ template <bool hasLimit>
     return RESULT_OK;
 }
 
-// The fill of the Opt variants: what is small and in order is done here, without a call.
+// The fill of the Opt variants: a small one with good arguments is done here, without a call.
 template <bool hasLimit>
 static inline int Fill(void *dest, size_t destMax, int c, size_t count)
 {
@@ -86,7 +86,7 @@ static inline int Fill(void *dest, size_t destMax, int c, size_t count)
     return RESULT_OK;
 }
 
-// A copy that is not small: one for the C library, or one that is not in order.
+// A copy that is not small: one for the C library, or one with a bad argument.
 template <bool hasLimit>
 [[gnu::noinline]] static int CopyOther(void *dest, size_t destMax, const void *src, size_t count)
 {
@@ -97,7 +97,7 @@ template <bool hasLimit>
     return RESULT_OK;
 }
 
-// The copy of the Opt variants: what is small and in order is done here, without a call.
+// The copy of the Opt variants: a small one with good arguments is done here, without a call.
 template <bool hasLimit>
 static inline int Copy(void *dest, size_t destMax, const void *src, size_t count)
 {
@@ -111,7 +111,7 @@ static inline int Copy(void *dest, size_t destMax, const void *src, size_t count
 
 int memset_s(void *dest, size_t destMax, int c, size_t count)
 {
-    // Intended: a size of 0 is in order here when count is 0 too; FillError would call it ERANGE.
+    // Intended: a size of 0 is good here when count is 0 too; FillError would call it ERANGE.
     if (destMax <= MAX_BUFFER_SIZE && dest != nullptr && count <= destMax) [[likely]] {
         memset(dest, c, count);
         return RESULT_OK;

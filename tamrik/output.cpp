@@ -19,7 +19,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-constexpr int kDoesNotFit = -2;  // vsnprintf_helper: the output is longer than the room
+static constexpr int kDoesNotFit = -2;  // vsnprintf_helper: the output is longer than the room
 
 // ---- The engine ----
 
@@ -208,7 +208,7 @@ int indirectSprintf(char *buffer, const char *format, ...)
     va_list argList;
     va_start(argList, format);
 #pragma GCC diagnostic push
-// Some platforms warn of any vsprintf; the size of this buffer is reckoned from the sub-format.
+// Some platforms warn of any vsprintf; the size of this buffer is computed from the sub-format.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     const int result = vsprintf(buffer, format, argList);
 #pragma GCC diagnostic pop

@@ -16,16 +16,16 @@
 
 // ---- Constants ----
 
-constexpr int kIntegerPrecision = 512;  // the most that an integer is filled up to
-constexpr int kLongDoubleExtra = 4972;  // what a long double may need beside its precision
-constexpr int kSubFormatSize = 16;      // a longer directive is copied to the heap
-constexpr int kNumberSize = 10;         // the digits of the largest int
-constexpr int kPrefixSize = 2;
-constexpr int kOctal = 3;             // as bitsPerDigit
-constexpr int kHexPrefixLetter = 16;  // where the digit tables hold 'x' or 'X'
+static constexpr int kIntegerPrecision = 512;  // the most that an integer is filled up to
+static constexpr int kLongDoubleExtra = 4972;  // what a long double may need beside its precision
+static constexpr int kSubFormatSize = 16;      // a longer directive is copied to the heap
+static constexpr int kNumberSize = 10;         // the digits of the largest int
+static constexpr int kPrefixSize = 2;
+static constexpr int kOctal = 3;             // as bitsPerDigit
+static constexpr int kHexPrefixLetter = 16;  // where the digit tables hold 'x' or 'X'
 
-constexpr wchar_t WSTR_NULL_STRING[] = L"(null)";
-constexpr char kNilText[] = "(nil)";
+static constexpr wchar_t WSTR_NULL_STRING[] = L"(null)";
+static constexpr char kNilText[] = "(nil)";
 
 // What stands before a number: a sign, or "0x".
 struct Prefix {
@@ -173,7 +173,7 @@ static void WriteText(Call<wchar_t> *call, NarrowText text)
 template <class Char>
 static void WriteText(Call<Char> *call, NumberText number)
 {
-    char text[kTextSize];
+    char text[kTextSize] = {};
     Put(text, number);
     WriteText(call, PlainText{text, number.length});
 }
@@ -379,7 +379,7 @@ static void ConvertString(Call<Char> *call, const Directive<Char> &directive, bo
 
 // ---- Floating conversions ----
 
-// A width or a precision as it stands in the format: "*", digits, or digits after a '*'.
+// A width or a precision as it is written in the format: "*", digits, or digits after a '*'.
 template <class Char>
 struct WrittenNumber {
     const Char *text;
@@ -478,7 +478,7 @@ static bool CallPlatform(const Call<Char> &call, const Directive<Char> &directiv
     if (subFormat == nullptr)
         return false;
 
-    // Intended: the markers decide what is passed, and they may stem from an earlier directive.
+    // Intended: the markers decide what is passed, and an earlier directive may have set them.
     // So a ".*" without a '*' width of its own may find the stale width, 0, as its precision.
     int numbers[2] = {0, 0};
     int passed = 0;

@@ -30,9 +30,9 @@ enum : unsigned {
     kIntMax = 0x40000,       // 'j'
 };
 
-constexpr int kNoPrecision = -1;
+static constexpr int kNoPrecision = -1;
 
-// Begins anew at every '%'.
+// What the machine has read since a '%'.
 template <class Char>
 struct Directive {
     const Char *start = nullptr;  // its '%'

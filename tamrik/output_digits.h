@@ -10,15 +10,15 @@
 #include <stdint.h>
 #include <string.h>
 
-constexpr int kDecimal = 0;  // as bitsPerDigit; it has no whole number of them
-constexpr int kHexadecimal = 4;
+static constexpr int kDecimal = 0;  // as bitsPerDigit; it has no whole number of them
+static constexpr int kHexadecimal = 4;
 
-constexpr char _itoa_upper_digits[] = "0123456789ABCDEFX";
-constexpr char _itoa_lower_digits[] = "0123456789abcdefx";
-constexpr char kDigitPairs[] = "00010203040506070809101112131415161718192021222324"
-                               "25262728293031323334353637383940414243444546474849"
-                               "50515253545556575859606162636465666768697071727374"
-                               "75767778798081828384858687888990919293949596979899";
+static constexpr char _itoa_upper_digits[] = "0123456789ABCDEFX";
+static constexpr char _itoa_lower_digits[] = "0123456789abcdefx";
+static constexpr char kDigitPairs[] = "00010203040506070809101112131415161718192021222324"
+                                      "25262728293031323334353637383940414243444546474849"
+                                      "50515253545556575859606162636465666768697071727374"
+                                      "75767778798081828384858687888990919293949596979899";
 
 // A number whose digits are not made yet.
 struct NumberText {

@@ -8,7 +8,7 @@
 
 #include <limits.h>
 
-constexpr int kNumberLimit = 21474836;  // a width or precision above it takes no more digits
+static constexpr int kNumberLimit = 21474836;  // a width or precision above it takes no more digits
 
 // ---- The machine's steps ----
 

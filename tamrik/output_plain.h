@@ -26,7 +26,7 @@ struct Place {
     char *to;
 };
 
-constexpr Place kNotPlain = {nullptr, nullptr};  // nothing was put, no argument taken
+static constexpr Place kNotPlain = {nullptr, nullptr};  // nothing was put, no argument taken
 
 // Where the plain pieces stop, and why.
 struct Stop {
@@ -36,9 +36,9 @@ struct Stop {
     bool isDone = false;         // the format ends there, and a terminator has room
 };
 
-constexpr int kShortRun = 6;    // so many literal characters move one by one
-constexpr int kPlainRoom = 32;  // more than such a run and a number without a field may need
-constexpr int kFloatRoom = kFloatPrecision + kDoubleExtra;  // what a "%f" may need
+static constexpr int kShortRun = 6;    // so many literal characters move one by one
+static constexpr int kPlainRoom = 32;  // more than such a run and a number without a field may need
+static constexpr int kFloatRoom = kFloatPrecision + kDoubleExtra;  // what a "%f" may need
 
 // ---- Numbers ----
 

@@ -4,11 +4,11 @@
 // tamrik__lookuptable_s.
 #include "tamrik/output_states.h"
 
-constexpr int kClasses = 9;
-constexpr int kReadStates = 7 + 1;  // all but Invalid, which nothing follows
+static constexpr int kClasses = 9;
+static constexpr int kReadStates = 7 + 1;  // all but Invalid, which nothing follows
 
 // The members of each class. Every character outside ' ' to 'z' is Other too.
-constexpr const char *kClassMembers[kClasses] = {
+static constexpr const char *kClassMembers[kClasses] = {
     "",                   // Other: whatever no other class has
     "%",                  // Percent
     ".",                  // Dot

@@ -6,9 +6,9 @@
 
 enum class State { Normal, Percent, Flag, Width, Dot, Precision, Size, Type, Invalid };
 
-constexpr int kStates = 9;
-constexpr unsigned kFirstChar = ' ';
-constexpr unsigned kTableSize = 'z' - kFirstChar + 1;
+static constexpr int kStates = 9;
+static constexpr unsigned kFirstChar = ' ';
+static constexpr unsigned kTableSize = 'z' - kFirstChar + 1;
 
 // The state after a character. A character outside of the table is of the class Other, 0.
 template <class Char>

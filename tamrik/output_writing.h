@@ -13,10 +13,10 @@
 #include <stddef.h>
 #include <string.h>
 
-constexpr int kTextSize = 512;      // the buffer that conversions are built in
-constexpr int kFloatPrecision = 6;  // where none is given
-constexpr int kDoubleExtra = 349;   // what a double may need beside its precision
-constexpr char STR_NULL_STRING[] = "(null)";
+static constexpr int kTextSize = 512;      // the buffer that conversions are built in
+static constexpr int kFloatPrecision = 6;  // where none is given
+static constexpr int kDoubleExtra = 349;   // what a double may need beside its precision
+static constexpr char STR_NULL_STRING[] = "(null)";
 
 // The arguments not taken yet. A va_list may be an array; in a struct it can be handed on.
 struct Arguments {

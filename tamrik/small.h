@@ -10,8 +10,8 @@
 #include <stdint.h>
 #include <string.h>
 
-constexpr size_t kSmallFill = 32;  // the largest block that FillSmall fills, in bytes
-constexpr size_t kSmallCopy = 64;  // the largest block that CopySmall copies, in bytes
+static constexpr size_t kSmallFill = 32;  // the largest block that FillSmall fills, in bytes
+static constexpr size_t kSmallCopy = 64;  // the largest block that CopySmall copies, in bytes
 
 // Sixteen bytes that travel in one register.
 typedef uint64_t TwoWords __attribute__((vector_size(16)));

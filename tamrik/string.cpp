@@ -1,5 +1,5 @@
 // The checked string functions: copy, bounded copy, bounded append, and what the copies report when
-// their arguments are not in order.
+// their arguments are bad.
 //
 // Measuring comes first and is bounded: no source is read past its terminator or past what can
 // matter, no destination past its size. What is measured is then moved as one block. To clear a

@@ -63,7 +63,7 @@ extern "C" {
  *                       (both may be 0)
  *   ERANGE              destMax is 0 or above MAX_BUFFER_SIZE          not written
  *   EINVAL              dest is null
- *   ERANGE_CLEARED      count is above destMax                         all destMax bytes filled with c
+ *   ERANGE_CLEARED      count is above destMax                         all destMax bytes filled
  *
  * memset_sOptAsm is the same and fills up to 32 bytes without calling the C library. memset_sOptTc
  * is memset_sOptAsm without the upper limit of destMax in the first row: any size that holds count
@@ -87,7 +87,7 @@ int memset_sOptTc(void *dest, size_t destMax, int c, size_t count);
  *   RESULT_OK           else                                           count bytes copied
  *
  * memcpy_sOptAsm is the same and copies up to 64 bytes without calling the C library. memcpy_sOptTc
- * is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise in order and
+ * is memcpy_sOptAsm without the upper limit of destMax for a copy that is otherwise good and
  * not empty. A call that fails, copies nothing or has dest equal to src reports ERANGE for such a
  * size all the same.
  */
@@ -207,8 +207,7 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  * z, j; 32 bits without one. It is filled with zeros up to a precision of 512. A null pointer
  * prints "(nil)" and a null string "(null)". With 'l' or 'w' strings and characters are wide; 'S'
  * and 'C' are wide unless 'h' is given. Widths and precisions of strings count the units of the
- * argument's own text. An 'I' that is no size drops its directive: it and what follows are
- * text.
+ * argument's own text. An 'I' that is no size drops its directive: it and what follows are text.
  *
  * "%n", 'a', 'A' and every other character or order make the format invalid; nothing is ever stored
  * through an argument.
@@ -216,12 +215,12 @@ int strncat_s(char *dest, size_t destMax, const char *src, size_t count);
  * A string is read no further than its terminating zero or its precision. What is printed for an
  * 'e', 'f' or 'g' is the text of the value passed, a double or with L or q a long double, whatever
  * other size letters stand there. A floating conversion prints nothing, and the rest goes on, when
- * there is no memory for it, when the precision is too large to reckon a buffer from (above
+ * there is no memory for it, when the precision is too large to compute a buffer size from (above
  * 2147483298 for double, 2147478675 for long double) or when the platform's text is longer than
- * reckoned; its argument is taken all the same. So does a single wide character that the locale
+ * computed; its argument is taken all the same. So does a single wide character that the locale
  * does not have; in a wide string it fails the call.
  *
- * Only floating conversions allocate: those with a width or a precision of some hundred (a long
+ * Only floating conversions allocate: those with a width or a precision of a few hundred (a long
  * double always) and those that are written with more than 15 characters; freed before the next
  * character of the format. No argument may overlap the destination. The functions of this section
  * may be called from several threads at once as far as the platform's wctomb, mbtowc and vsprintf
@@ -316,7 +315,7 @@ extern const unsigned char tamrik__lookuptable_s[91];
  * The same source can be scanned again and again; each scan goes on where the one before ended.
  *
  *   kind  what is read                             what the caller sets
- *   ----  ---------------------------------------  -------------------------------------------------
+ *   ----  ---------------------------------------  -----------------------------------------------
  *   0x1   a string, which is never written; a      cur: its first character; count: its length in
  *         zero in it is a character like others    bytes (for tamrik_winput_s, whose strings are of
  *                                                  wchar_t, sizeof(wchar_t) times the characters)
@@ -356,17 +355,18 @@ typedef struct InputSource {
  *
  *   result           when
  *   0 or more        the fields stored ("%*" and "%n" are none). The scan ends at the end of the
- *                    format; at the first conversion or literal that the input does not match; after a
- *                    conversion that met the end of the input, unless "%n" follows it directly; at a
- *                    field that does not fit; at bytes that are no character of the locale; and at a
- *                    directive that makes no sense: an unknown conversion or 'I' followed by
- *                    none of its own, "%{", a "%[" without its ']', a width of 0
- *   EOF (-1)         the input ended before the first conversion, suppressed ones included, was done
- *   -2               a parameter is wrong: source or format is null; the source is of no kind, a file
- *                    without stream, or a string without cur; the pointer to a destination is null; the
- *                    size of a destination is 0 (a terminator is stored all the same) or too large
- *                    (nothing is stored): above 0x7FFFFFFF, for wide text above 0x1FFFFFFF. Fields in
- *                    front of it have been stored
+ *                    format; at the first conversion or literal that the input does not match;
+ *                    after a conversion that met the end of the input, unless "%n" follows it
+ *                    directly; at a field that does not fit; at bytes that are no character of the
+ *                    locale; and at a directive that makes no sense: an unknown conversion, an 'I'
+ *                    that is no size, "%{", a "%[" without its ']', a width of 0
+ *   EOF (-1)         the input ended before the first conversion, a suppressed one included, was
+ *                    done
+ *   -2               a parameter is wrong: source or format is null; the source is of no kind, a
+ *                    file without stream, or a string without cur; the pointer to a destination is
+ *                    null; the size of a destination is 0 (a terminator is stored all the same) or
+ *                    too large (nothing is stored): above 0x7FFFFFFF, for wide text above
+ *                    0x1FFFFFFF. Fields before it have been stored
  *
  * Destinations. "%s", "%c" and "%[" take two arguments: the pointer and, as unsigned int, the size
  * of the destination in its own characters (char or wchar_t), the terminator included. Nothing is
