@@ -7,7 +7,6 @@
 #include <cstring>
 #include <ctime>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include <sys/prctl.h>
@@ -38,7 +37,9 @@ static std::string GoldenLog(const std::string &name, const std::string &last)
     std::istringstream lines(log);
     std::string text;
     for (std::string line; std::getline(lines, line);) {
-        text += std::regex_replace(line, std::regex("<time>"), "2026-11-20 9:5:3") + "\n";
+        if (const size_t time = line.find("<time>"); time != std::string::npos)
+            line.replace(time, strlen("<time>"), "2026-11-20 9:5:3");
+        text += line + "\n";
         if (line.find(last) != std::string::npos)
             return text;
     }
