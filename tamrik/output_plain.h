@@ -260,6 +260,8 @@ static inline size_t LengthOfLiterals(const char *text)
                 break;
             to = PutCharacters(to, next, length);
             next += length;
+            if (*next == '\0')
+                break;
         } else if (next[1] == 'd') {
             to = PutInt(to, va_arg(arguments->list, int));
             next += 2;
