@@ -171,7 +171,7 @@ static __CFString *StringOfMacRoman(const char *bytes)
 
 const char *StringText(CFStringRef string)
 {
-    return string == nullptr ? nullptr : string->text;
+    return string->text;
 }
 
 CFStringRef CreateString(const char *utf8)

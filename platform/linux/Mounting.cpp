@@ -369,8 +369,6 @@ uint64_t FirstCompletion()
 void DeliverCompletion()
 {
     MountRequest **first = FirstDone();
-    if (first == nullptr)
-        return;
     MountRequest *request = *first;
     *first = request->next;
     CompleteMount(request->disk, request->callback, request->context, request->status);

@@ -19,7 +19,8 @@ void CompleteMount(DADiskRef disk, DADiskMountCallback callback, void *context, 
 void ProceedWithMounts();
 
 // Of the requests that are done and whose callbacks have not been called, the number that the first
-// has among what has happened; 0 if there are none. DeliverCompletion calls that one's.
+// has among what has happened; 0 if there are none. DeliverCompletion, which needs one, calls that
+// one's.
 uint64_t FirstCompletion();
 void DeliverCompletion();
 

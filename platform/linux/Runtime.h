@@ -45,7 +45,7 @@ struct __CFString {  // NOLINT(bugprone-reserved-identifier, cert-dcl37-c, cert-
 };
 extern const ObjectType kStringType;
 
-// The string's characters in UTF-8, zero-terminated, valid as long as the string; null for null.
+// The string's characters in UTF-8, zero-terminated, valid as long as the string.
 const char *StringText(CFStringRef string);
 
 // A string of UTF-8, the caller's; null for invalid UTF-8 and when memory runs out.

@@ -20,8 +20,14 @@ using Events = std::vector<std::string>;
 
 // ---- Functions of the C library that fail when they are told to ----
 
-static int g_forksLeft = -1;    // so many calls of fork succeed; -1: all
-static bool g_noPidfd = false;  // pidfd_open fails
+static int g_forksLeft = -1;     // so many calls of fork succeed; -1: all
+static bool g_noPidfd = false;   // pidfd_open fails
+static bool g_orphaned = false;  // a child's parent has ended before it could ask for it
+
+extern "C" pid_t getppid() noexcept
+{
+    return g_orphaned ? 1 : static_cast<pid_t>(::syscall(SYS_getppid));
+}
 
 template <typename Function>
 static Function Next(const char *name)
@@ -144,6 +150,11 @@ TEST_CASE("a program's end is told as a shell tells it")
     CHECK(StatusOf("#!/bin/sh\nexit 32\n") == 32);
     CHECK(StatusOf("#!/bin/sh\nkill -9 $$\n") == 128 + 9);
     CHECK(StatusOf("#!/no/such/shell\n") == 127);
+    // The program does not run when the process that has made it has ended meanwhile.
+    g_orphaned = true;
+    CHECK(StatusOf("#!/bin/sh\n: > /run/ran\n") == 127);
+    g_orphaned = false;
+    CHECK(!Exists("/run/ran"));
 }
 
 // True once no process of that number runs; one that nobody has waited for yet does not run.

@@ -245,6 +245,7 @@ TEST_CASE("objects are equal to themselves, strings to strings of the same chara
     CHECK(!CFEqual(one, longer));
     CHECK(!CFEqual(one, CFRunLoopGetCurrent()));
     CHECK(CFEqual(CFRunLoopGetCurrent(), CFRunLoopGetCurrent()));
+    CHECK(CFHash(CFRunLoopGetCurrent()) == CFHash(CFRunLoopGetCurrent()));
     CFRelease(one);
     CFRelease(same);
     CFRelease(longer);

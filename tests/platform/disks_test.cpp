@@ -8,6 +8,7 @@
 #include <ctime>
 #include <filesystem>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
@@ -56,6 +57,17 @@ extern "C" void *reallocarray(void *memory, size_t count, size_t size) noexcept
         return nullptr;
     }
     return std::realloc(memory, count * size);
+}
+
+static int g_readError = 0;  // readdir fails with this, once
+
+extern "C" dirent *readdir(DIR *folder)
+{
+    if (g_readError == 0)
+        return reinterpret_cast<dirent *>(readdir64(folder));
+    errno = g_readError;
+    g_readError = 0;
+    return nullptr;
 }
 
 // A session on the loop, without a callback.
@@ -559,6 +571,25 @@ TEST_CASE("when memory runs out in a look the next one makes up for it")
     CHECK(g_events.size() == 1);
     g_secondsAhead++;
     CHECK(Await(3) == Events{"peek first", "peek a", "peek b"});
+    Forget(session);
+}
+
+TEST_CASE("a look that cannot read the folder to its end is repeated")
+{
+    if (!EnterWorld())
+        return;
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    Plug("Orvanta", NewFolder());
+    CHECK(Await(2).size() == 2);
+    const std::string other = NewFolder();
+    fs::create_symlink(other, kLabels + "other");
+    g_readError = EIO;
+    Drain();
+    CHECK(g_readError == 0);
+    CHECK(g_events.size() == 2);
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    g_secondsAhead++;
+    CHECK(Await(4) == Events{"peek Orvanta", "mounted Orvanta", "peek other", "mounted other"});
     Forget(session);
 }
 

@@ -91,6 +91,14 @@ TEST_CASE("a loop device is one of its number alone")
     CHECK(!ReadLoopFile("/nothing", &file));
     CHECK(!ReadLoopFile("/dev/null", &file));
     CHECK(!ReadLoopFile("/", &file));
+    // Any other block device is one by its number in the kernel alone. Only root can make one.
+    if (!EnterWorld() || mknod("/disks/ram", S_IFBLK | 0600, makedev(1, 0)) != 0)
+        return;
+    const EmptySysfs sysfs;
+    fs::create_directories(std::string(kDevices) + "/1:0");
+    Identity ram = {};
+    CHECK(ReadIdentity("/disks/ram", &ram));
+    CHECK(SameIdentity(ram, {DiskKind::Block, makedev(1, 0), 0}));
 }
 
 TEST_CASE("a block device has the kernel's number, a partition that of its whole disk")

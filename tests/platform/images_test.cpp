@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 using Events = std::vector<std::string>;
@@ -51,6 +52,26 @@ TEST_CASE("an image is mounted through a loop device, which goes with it")
         CHECK(g_events.size() == 3);
         CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
     }
+    SUBCASE("while umount runs, when the link is no arrival either")
+    {
+        UseProgram("umount", "#!/bin/sh\n" + kHold + "exec /bin/umount \"$@\"\n");
+        Unplug("Orvanta");
+        CHECK(AwaitReached());
+        Plug("other", device);
+        Drain();
+        CHECK(g_events.size() == 3);
+        Release();
+        Settle();
+        Unplug("other");
+        Plug("Orvanta", "/nowhere");
+    }
+    SUBCASE("and after the watch began anew")
+    {
+        DASessionUnscheduleFromRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+        DASessionScheduleWithRunLoop(session, CFRunLoopGetCurrent(), kCFRunLoopDefaultMode);
+        Settle();
+        CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    }
     SUBCASE("and the image stays busy")
     {
     }
@@ -90,6 +111,40 @@ TEST_CASE("an image whose file system is none for such media is refused, unread 
     CHECK(Await(2) == Events{"peek Orvanta", "refused Orvanta unsupported"});
     CHECK(errors.Text() == "DADiskMountWithArguments: " + image +
                                " is not mounted: it holds no file system that blkid knows\n");
+    Forget(session);
+}
+
+TEST_CASE(
+    "the link of the loop device is no arrival while mount runs, nor is the device's own mount stale")
+{
+    if (!EnterWorld() || !CanMountImages())
+        return;
+    UseProgram("mount", "#!/bin/sh\n/bin/mount \"$@\"\n" + kHold);
+    DASessionRef session = Watch(nullptr, RecordAndMount);
+    const std::string image = NewImage("Orvanta");
+    Plug("Orvanta", image);
+    CHECK(AwaitReached());
+    const std::string device = Output("losetup -nO NAME -j " + image);
+    Plug("again", device);
+    Drain();
+    CHECK(g_events == Events{"peek Orvanta"});
+    Release();
+    CHECK(Await(2) == Events{"peek Orvanta", "mounted Orvanta"});
+    Unplug("again");
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Forget(session);
+    // A device that is mounted as the layer does it, and whose link is there, keeps its mount.
+    const std::string kept = Output("losetup -f --show " + image);
+    Plug("Orvanta", kept);
+    REQUIRE(mkdir("/Volumes/Orvanta", 01755) == 0);
+    REQUIRE(mount(kept.c_str(), "/Volumes/Orvanta", "ext4", MS_NOSUID | MS_NODEV, nullptr) == 0);
+    session = Watch(nullptr, RecordPeek);
+    Settle();
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
+    Unplug("Orvanta");
+    CHECK(RunUntil([] { return NamesIn("/Volumes").empty(); }));
+    Output("losetup -d " + kept + " 2>&1");
     Forget(session);
 }
 

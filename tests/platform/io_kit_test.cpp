@@ -8,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include <sys/resource.h>
+
 namespace fs = std::filesystem;
 using Paths = std::vector<std::string>;
 
@@ -108,6 +110,30 @@ TEST_CASE("a query for anything but serial ports gives no service")
     CHECK(Query(CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
                                           &kCFTypeDictionaryValueCallBacks))
               .empty());
+}
+
+TEST_CASE("ports that cannot be listed make the query fail, a file in their folder's place none")
+{
+    if (!EnterWorld())
+        return;
+    rlimit before = {};
+    REQUIRE(getrlimit(RLIMIT_NOFILE, &before) == 0);
+    const rlimit none = {0, before.rlim_max};
+    fs::create_directories(kFolder);
+    CFMutableDictionaryRef matching = SerialPorts();
+    io_iterator_t iterator = 77;
+    setrlimit(RLIMIT_NOFILE, &none);
+    const kern_return_t result = IOServiceGetMatchingServices(0, matching, &iterator);
+    setrlimit(RLIMIT_NOFILE, &before);
+    CHECK(result == kIOReturnNoResources);
+    CHECK(iterator == IO_OBJECT_NULL);
+    fs::remove(kFolder);
+    WriteFile(kFolder, "");
+    CHECK(Query(SerialPorts()).empty());
+    fs::remove_all("/dev/serial");
+    WriteFile("/dev/serial", "");
+    CHECK(Query(SerialPorts()).empty());
+    fs::remove("/dev/serial");
 }
 
 TEST_CASE("a query consumes its dictionary, whatever comes of it")

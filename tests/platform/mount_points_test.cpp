@@ -9,6 +9,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include <dlfcn.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -96,6 +98,86 @@ TEST_CASE("/Volumes is made when it is missing, and nothing when it is no folder
     CHECK(Take("Orvanta") == std::strerror(ENOTDIR));
     fs::remove("/Volumes");
     fs::create_directory("/Volumes");
+}
+
+TEST_CASE("what keeps a folder from being made is told")
+{
+    if (!EnterWorld())
+        return;
+    CHECK(Take(std::string(300, 'x')) == std::strerror(ENAMETOOLONG));
+    fs::remove("/Volumes");
+    REQUIRE(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0);
+    CHECK(Take("Orvanta") == std::strerror(EROFS));
+    RemoveStalePlaces();
+    CHECK(IsMounted({DiskKind::Folder, 1, 2}) == Found::No);
+    REQUIRE(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0);
+    fs::create_directory("/Volumes");
+}
+
+// What stands in place of mountinfo: a file, or none to be had.
+static const char *g_mountInfo = nullptr;
+static const char *g_mountInfoMode = "re";
+
+extern "C" FILE *fopen(const char *path, const char *mode)
+{
+    const bool instead = g_mountInfo != nullptr && std::strcmp(path, "/proc/self/mountinfo") == 0;
+    static FILE *(*const next)(const char *, const char *) =
+        reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
+    return instead ? next(g_mountInfo, g_mountInfoMode) : next(path, mode);
+}
+
+TEST_CASE("without mountinfo nobody knows what is mounted")
+{
+    if (!EnterWorld())
+        return;
+    WriteFile("/run/mountinfo", "1 2 0:25 / / rw - tmpfs none rw\n");
+    char place[kPlaceSize] = "x";
+    const auto unknown = [&] {
+        CHECK(IsMounted({DiskKind::Folder, 1, 2}) == Found::Unknown);
+        CHECK(IsMountPoint("/Volumes/Orvanta") == Found::Unknown);
+        CHECK(FindPlaceOf({DiskKind::Folder, 1, 2}, true, place, sizeof place) == Found::Unknown);
+        CHECK(place[0] == '\0');
+        CHECK(!ForEachLeftover(nullptr, nullptr));
+    };
+    g_mountInfo = "/run/no-such-file";
+    unknown();
+    CHECK(errno == ENOENT);
+    g_mountInfo = "/run/mountinfo";
+    g_mountInfoMode = "ae";  // cannot be read
+    unknown();
+    g_mountInfoMode = "re";
+    CHECK(IsMounted({DiskKind::Folder, 1, 2}) == Found::No);
+    g_mountInfo = nullptr;
+}
+
+TEST_CASE("a file system of many devices is known by the one that is its source")
+{
+    if (!EnterWorld())
+        return;
+    struct stat status = {};
+    if (stat("/dev/loop0", &status) != 0) {
+        MESSAGE("skipped: no loop devices here");
+        return;
+    }
+    g_mountInfo = "/run/mountinfo";
+    const Identity disk = {DiskKind::Block, status.st_rdev, 1};
+    struct Row {
+        const char *device;
+        const char *source;
+        Found found;
+    };
+    const Row rows[] = {
+        {"7:0", "/dev/loop0", Found::Yes}, {"0:40", "/dev/loop0", Found::Yes},
+        {"0:40", "/dev/null", Found::No},  {"0:40", "/dev/gone", Found::No},
+        {"0:40", "/devloop0", Found::No},  {"8:1", "/dev/loop0", Found::No},
+    };
+    for (const Row &row : rows) {
+        CAPTURE(row.source);
+        WriteFile("/run/mountinfo", "36 35 " + std::string(row.device) + " / /run/x rw - btrfs " +
+                                        row.source + " rw\n");
+        CHECK(IsMounted(disk) == row.found);
+    }
+    g_mountInfo = nullptr;
 }
 
 TEST_CASE("a line of mountinfo is taken apart")

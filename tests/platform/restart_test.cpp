@@ -6,6 +6,7 @@
 #include <doctest/doctest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +23,16 @@ namespace fs = std::filesystem;
 using Events = std::vector<std::string>;
 
 static constexpr unsigned long kOwnFlags = MS_NOSUID | MS_NODEV;
+
+static bool g_noTree = false;  // open_tree fails
+
+extern "C" int open_tree(int folder, const char *path, unsigned int flags) noexcept
+{
+    if (!g_noTree)
+        return static_cast<int>(syscall(SYS_open_tree, folder, path, flags));
+    errno = EPERM;
+    return -1;
+}
 
 static bool NothingIsLeft()
 {
@@ -48,6 +60,40 @@ TEST_CASE("a disk that is still there keeps its mount until it goes")
     CHECK(MountPoints() == Events{"/Volumes/Orvanta"});
     Unplug("Orvanta");
     CHECK(RunUntil(NothingIsLeft));
+    Forget(session);
+}
+
+TEST_CASE("a disk that stands at two places goes from both")
+{
+    if (!EnterWorld())
+        return;
+    const std::string folder = NewFolder();
+    Plug("Orvanta", folder);
+    LeaveMounted(folder, "/Volumes/Orvanta");
+    LeaveMounted(folder, "/Volumes/Orvanta 1");
+    DASessionRef session = Watch(nullptr, RecordPeek);
+    Settle();
+    CHECK(MountPoints() == Events{"/Volumes/Orvanta", "/Volumes/Orvanta 1"});
+    Unplug("Orvanta");
+    Settle();
+    CHECK(NothingIsLeft());
+    Forget(session);
+}
+
+TEST_CASE(
+    "where the folder under a mount cannot be seen the layer's mounts are known by their options")
+{
+    if (!EnterWorld())
+        return;
+    fs::create_directory("/Volumes/bound");
+    REQUIRE(mount(NewFolder().c_str(), "/Volumes/bound", nullptr, MS_BIND, nullptr) == 0);
+    LeaveMounted(NewFolder(), "/Volumes/Orvanta");
+    g_noTree = true;
+    DASessionRef session = Watch(nullptr, RecordPeek);
+    Settle();
+    g_noTree = false;
+    CHECK(MountPoints() == Events{"/Volumes/bound"});
+    CHECK(NamesIn("/Volumes") == Events{"bound"});
     Forget(session);
 }
 

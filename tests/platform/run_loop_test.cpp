@@ -5,6 +5,8 @@
 
 #include <doctest/doctest.h>
 
+#include <cerrno>
+
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -117,11 +119,17 @@ TEST_CASE("more sources than the loop began with are all heard")
     CHECK(CFRunLoopRunInMode(kMode, 1, false) == kCFRunLoopRunFinished);
 }
 
-static int g_sleeps = 0;  // how often the loop went to sleep for ever
+static int g_sleeps = 0;     // how often the loop went to sleep for ever
+static int g_pollError = 0;  // poll fails with this, once
 
 // The end of time: a sleep that nothing ends stops the loop.
 extern "C" int poll(pollfd *fds, nfds_t count, int timeout)
 {
+    if (g_pollError != 0) {
+        errno = g_pollError;
+        g_pollError = 0;
+        return -1;
+    }
     const bool forEver = timeout == -1;
     const timespec none = {0, 0};
     const timespec some = {timeout / 1000, timeout % 1000 * 1000000L};
@@ -131,6 +139,23 @@ extern "C" int poll(pollfd *fds, nfds_t count, int timeout)
         CFRunLoopStop(CFRunLoopGetCurrent());
     }
     return static_cast<int>(ready);
+}
+
+TEST_CASE("a poll that fails is tried again")
+{
+    for (const int error : {EINTR, ENOMEM}) {
+        TestSource test;
+        test.OpenPipe();
+        REQUIRE(write(test.pipe[1], "x", 1) == 1);
+        REQUIRE(RunLoopAddSource(&test.source));
+        g_pollError = error;
+        CHECK(CFRunLoopRunInMode(kMode, 1e300, false) == kCFRunLoopRunStopped);
+        CHECK(g_pollError == 0);
+        CHECK(test.calls == 1);
+        RunLoopRemoveSource(&test.source);
+        close(test.pipe[0]);
+        close(test.pipe[1]);
+    }
 }
 
 TEST_CASE("an idle loop sleeps without an end, and nothing wakes it")

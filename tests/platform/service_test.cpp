@@ -271,11 +271,11 @@ TEST_CASE("of several disks that are new at once the newest is considered first"
     if (!EnterWorld())
         return;
     Events byAge;
-    Events byName{"peek a", "peek b", "peek c"};
+    Events byName{"peek a", "peek aa", "peek b", "peek c"};
     SUBCASE("where the layer stands for the service")
     {
         StandForService();
-        byAge = {"peek b", "peek c", "peek a"};
+        byAge = {"peek b", "peek c", "peek aa", "peek a"};
     }
     SUBCASE("and otherwise the first by its name")
     {
@@ -284,6 +284,12 @@ TEST_CASE("of several disks that are new at once the newest is considered first"
     PlugAged("a", 3);
     PlugAged("b", 1);
     PlugAged("c", 2);
+    // Of one age with the first: the names decide.
+    Plug("aa", NewFolder());
+    struct stat first = {};
+    REQUIRE(lstat((kLabels + "a").c_str(), &first) == 0);
+    const timespec times[] = {first.st_mtim, first.st_mtim};
+    REQUIRE(utimensat(AT_FDCWD, (kLabels + "aa").c_str(), times, AT_SYMLINK_NOFOLLOW) == 0);
     Settle();
     CHECK(g_events == (byAge.empty() ? byName : byAge));
     Forget(session);
