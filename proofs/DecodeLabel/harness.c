@@ -10,7 +10,7 @@
 // takes: platform/linux/Encodings.cpp kEnd kSurrogatesBegin kSurrogatesEnd LengthByFirstByte Utf8Character
 // takes: platform/linux/Labels.cpp kEscape kHexDigits HexValue IsPlain ReadEscape Decode DecodeLabel
 // with: --unwindset strchr.0:18
-// proves: AnyName LENGTH=4 LENGTH=7: every name of up to LENGTH bytes, every size of the buffer up to that
+// proves: AnyName LENGTH=3 LENGTH=6: every name of up to LENGTH bytes, every size of the buffer up to that
 #include "arena.h"
 #include "libc.h"
 #include <string.h>

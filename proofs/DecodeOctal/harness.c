@@ -5,7 +5,7 @@
 //          all else stays; nothing outside of the text is read or written.
 //
 // takes: platform/linux/MountPoints.cpp DecodeOctal
-// proves: AnyText LENGTH=6 LENGTH=10: every text of up to LENGTH characters
+// proves: AnyText LENGTH=5 LENGTH=8: every text of up to LENGTH characters
 #include "arena.h"
 #include "product.h"
 

@@ -8,7 +8,7 @@
 //
 // takes: Common/Log.cpp InterpretLine
 // takes: tamrik/memory.cpp IsBadSize ClearAll memmove_s
-// proves: AnyLine LENGTH=4 LENGTH=14: every line of up to LENGTH characters
+// proves: AnyLine LENGTH=3 LENGTH=7: every line of up to LENGTH characters
 #include "tamrik/tamrik.h"
 #include "arena.h"
 #include "libc.h"

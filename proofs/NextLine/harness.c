@@ -7,7 +7,7 @@
 // takes: Common/INI.cpp g_linetext g_current_line_offset g_last_line_offset Scan CollectLine NextLine
 // takes: tamrik/memory.cpp IsBadSize FillError memset_s
 // adds: g_linetext: [1024] => [4]
-// proves: AnyFile LENGTH=2 LENGTH=5: every file of up to LENGTH bytes, lines of up to 3
+// proves: AnyFile LENGTH=2 LENGTH=4: every file of up to LENGTH bytes, lines of up to 3
 #include "tamrik/tamrik.h"
 #include "arena.h"
 #include <stdio.h>

@@ -5,7 +5,7 @@
 //
 // takes: src/ActiveVolumeProgram.cpp TrimKey
 // takes: tamrik/memory.cpp IsBadSize ClearAll memmove_s
-// proves: AnyText LENGTH=5 LENGTH=12: every text of up to LENGTH characters
+// proves: AnyText LENGTH=3 LENGTH=7: every text of up to LENGTH characters
 #include "tamrik/tamrik.h"
 #include "arena.h"
 #include "libc.h"

@@ -7,7 +7,7 @@
 //
 // takes: tamrik/memory.cpp
 // proves: Apart: what is not small (CopyOther): every count, blocks up to 2 GiB, any content
-// proves: Anywhere ARENA=4 ARENA=14: any place and overlap within ARENA bytes, any size and count
+// proves: Anywhere ARENA=3 ARENA=12: any place and overlap within ARENA bytes, any size and count
 #define FUNCTION    memcpy_sOptAsm
 #define LARGE       CopyOther_true
 #define HAS_LIMIT   1

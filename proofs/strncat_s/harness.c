@@ -5,7 +5,7 @@
 // or written.
 //
 // takes: tamrik/string.cpp
-// proves: Anywhere ARENA=3 ARENA=6: every content, place, overlap and size in ARENA bytes, every count
+// proves: Anywhere ARENA=2 ARENA=6: every content, place, overlap and size in ARENA bytes, every count
 #include "product.h"
 #include "text.h"
 
