@@ -8,7 +8,7 @@
 //
 // takes: tamrik/memory.cpp
 // proves: Apart: what is not small (CopyOther): every count, blocks up to 2 GiB, any content
-// proves: Anywhere ARENA=3 ARENA=12: any place and overlap within ARENA bytes, any size and count
+// proves: Anywhere ARENA=3 ARENA=10: any place and overlap within ARENA bytes, any size and count
 #define FUNCTION    memcpy_sOptTc
 #define LARGE       CopyOther_false
 #define HAS_LIMIT   0

@@ -6,7 +6,7 @@
 //
 // takes: tamrik/memory.cpp
 // proves: Apart: every count, blocks up to 2 GiB, any content
-// proves: Anywhere ARENA=4 ARENA=16: any place and overlap within ARENA bytes, any size and count
+// proves: Anywhere ARENA=4 ARENA=14: any place and overlap within ARENA bytes, any size and count
 #define FUNCTION    memmove_s
 #define LARGE       memmove_s
 #define HAS_LIMIT   1

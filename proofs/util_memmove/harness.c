@@ -4,7 +4,7 @@
 // Shows:   dest receives what src held; no other byte is read or written.
 //
 // takes: tamrik/memory.cpp util_memmove
-// proves: Anywhere ARENA=4 ARENA=16: any place, overlap and count within ARENA bytes
+// proves: Anywhere ARENA=4 ARENA=14: any place, overlap and count within ARENA bytes
 #include "arena.h"
 #include <string.h>
 #include "product.h"
