@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string>
 
-#include "tools/common/program.h"
+#include "observe/names.h"
 #include "tools/log/follow.h"
 #include "tools/log/render.h"
 
@@ -45,7 +45,7 @@ static void CheckStory(const klog::LogText &log, const klog::Story &story)
 static void CheckUtf8(std::string_view text)
 {
     while (!text.empty()) {
-        const size_t length = tools::Utf8Length(text);
+        const size_t length = observe::Utf8Length(text);
         FUZZ_CHECK(length > 0);
         text.remove_prefix(length);
     }

@@ -2,14 +2,13 @@
 // print. A program is run again until it says what is expected or the time is over, as every
 // expectation is looked at again.
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "modem/children.h"
 #include "modem/masking.h"
 #include "modem/player.h"
 
@@ -29,10 +28,7 @@ struct Ran {
 
 [[noreturn]] void BecomeCommand(const World &world, const std::string &command, int output)
 {
-    const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)dup2(in, STDIN_FILENO);
-    (void)dup2(output, STDOUT_FILENO);
-    (void)dup2(output, STDERR_FILENO);
+    Redirect(output);
     SetWorldEnvironment(world);
     (void)execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char *>(nullptr));
     _exit(127);
@@ -52,10 +48,7 @@ Ran RunInWorld(const World &world, const std::string &command)
     for (ssize_t got = 0; (got = read(ends[0], buffer, sizeof buffer)) > 0;)
         ran.output.append(buffer, static_cast<size_t>(got));
     (void)close(ends[0]);
-    int status = 0;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    ran.status = child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ran.status = ExitStatusOf(child);
     return ran;
 }
 

@@ -12,14 +12,17 @@
 
 #include <fcntl.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "modem/children.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/names.h"
 
 namespace modem
 {
 
 const char kModemPort[] = "usb-QARVEL_QARVELMobile_QARVELMobile-Pcui-if00-port0";
-const char kDefaultLabel[] = "Orvanta";
 const char kByLabel[] = "/dev/disk/by-label";
 const char kById[] = "/dev/serial/by-id";
 
@@ -31,28 +34,6 @@ namespace fs = std::filesystem;
 // What lies between the end of a device and the end of its link, in microseconds.
 const useconds_t kPullGap = 2000;
 
-bool IsPlainInName(char c)
-{
-    return isalnum(static_cast<unsigned char>(c)) != 0 || (c != '\0' && strchr("#+-.:=@_", c));
-}
-
-// The length of the UTF-8 character of two bytes or more at `at`, 0 when there is none.
-size_t WideUtf8(const std::string &text, size_t at)
-{
-    const auto first = static_cast<unsigned char>(text[at]);
-    const size_t length = first >= 0xC2 && first <= 0xDF   ? 2
-                          : (first & 0xF0) == 0xE0         ? 3
-                          : first >= 0xF0 && first <= 0xF4 ? 4
-                                                           : 0;
-    if (length == 0 || at + length > text.size())
-        return 0;
-    for (size_t i = 1; i < length; ++i) {
-        if ((static_cast<unsigned char>(text[at + i]) & 0xC0) != 0x80)
-            return 0;
-    }
-    return length;
-}
-
 // Makes or renews a link as udev does.
 void MakeLink(Hardware *hardware, const std::string &folder, const std::string &name,
               const std::string &target)
@@ -63,7 +44,7 @@ void MakeLink(Hardware *hardware, const std::string &folder, const std::string &
     // no use in a name that nobody is to read.
     const std::string shown = name.substr(0, NAME_MAX - strlen(".#") - strlen(serial));
     const std::string aside = folder + "/.#" + shown + serial;
-    (void)MakeFolders(folder);
+    (void)observe::MakeFolders(folder);
     (void)symlink(target.c_str(), aside.c_str());
     (void)rename(aside.c_str(), (folder + "/" + name).c_str());
 }
@@ -93,9 +74,9 @@ std::string LinkTarget(const std::string &device)
 // The software on the modem's disk, as far as anyone looks at it.
 bool FillMedium(const std::string &folder)
 {
-    return MakeFolders(folder + "/Orvanta.app/Contents/MacOS") &&
-           WriteFile(folder + "/Orvanta.app/Contents/MacOS/Orvanta", "#!/bin/sh\n") &&
-           WriteFile(folder + "/ThirdPartySetup.dmg", "a disk image\n");
+    return observe::MakeFolders(folder + "/Orvanta.app/Contents/MacOS") &&
+           observe::WriteFile(folder + "/Orvanta.app/Contents/MacOS/Orvanta", "#!/bin/sh\n") &&
+           observe::WriteFile(folder + "/ThirdPartySetup.dmg", "a disk image\n");
 }
 
 bool RunQuietly(const std::vector<std::string> &words)
@@ -107,16 +88,11 @@ bool RunQuietly(const std::vector<std::string> &words)
         for (const std::string &word : words)
             argv.push_back(const_cast<char *>(word.c_str()));
         argv.push_back(nullptr);
-        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-        (void)dup2(nowhere, STDOUT_FILENO);
-        (void)dup2(nowhere, STDERR_FILENO);
+        Silence();
         (void)execvp(argv[0], argv.data());
         _exit(127);
     }
-    int status = 1;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && status == 0;
+    return WaitForEnd(child) == 0;
 }
 
 // A disk image with the medium's content. mke2fs keeps 16 bytes of a label, which nobody reads: the
@@ -175,7 +151,8 @@ bool BindFolder(const World &world, const std::string &folder, const std::string
     std::error_code error;
     fs::copy(folder, place, fs::copy_options::recursive, error);
     const std::string table = world.stateDir + "/mounted";
-    return !error && WriteFile(table, ReadFile(table) + place + std::string(1, '\0'));
+    return !error &&
+           observe::WriteFile(table, observe::ReadFile(table) + place + std::string(1, '\0'));
 }
 
 // The system unmounts what it mounted itself when the disk is pulled.
@@ -195,39 +172,21 @@ void NameNewest(Hardware *hardware, const std::string &label)
 {
     const std::string newest = LinkedDisk(*hardware, label);
     if (newest.empty()) {
-        RemoveLink(kByLabel, EscapeLabel(label));
+        RemoveLink(kByLabel, observe::EscapeLabel(label));
     } else {
-        MakeLink(hardware, kByLabel, EscapeLabel(label),
+        MakeLink(hardware, kByLabel, observe::EscapeLabel(label),
                  LinkTarget(hardware->disks[newest].device));
     }
 }
 
 }  // namespace
 
-std::string EscapeLabel(const std::string &label)
-{
-    std::string name;
-    for (size_t at = 0; at < label.size();) {
-        const size_t wide = WideUtf8(label, at);
-        if (wide > 0) {
-            name += label.substr(at, wide);
-            at += wide;
-        } else if (IsPlainInName(label[at])) {
-            name += label[at++];
-        } else {
-            char hex[8];
-            (void)snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned char>(label[at++]));
-            name += hex;
-        }
-    }
-    return name;
-}
-
 bool SystemMount(Hardware *hardware, const std::string &name, std::string *why)
 {
     Disk &disk = hardware->disks[name];
-    const std::string place = "/Volumes/" + disk.label;
-    if (disk.image || !MakeFolders(place) || !BindFolder(*hardware->world, disk.device, place)) {
+    const std::string place = observe::kVolumesDir + disk.label;
+    if (disk.image || !observe::MakeFolders(place) ||
+        !BindFolder(*hardware->world, disk.device, place)) {
         *why = "the system could not mount " + disk.device + " at " + place;
         return false;
     }

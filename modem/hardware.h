@@ -31,13 +31,9 @@ struct Hardware {
     unsigned long linksMade = 0;
 };
 
-extern const char kModemPort[];     // the by-id name of the modem's port
-extern const char kDefaultLabel[];  // "Orvanta"
-extern const char kByLabel[];       // the folder of the links to disks, by their escaped labels
-extern const char kById[];          // the folder of the links to serial ports
-
-// udev's way of writing a label as a file name: all but 0-9A-Za-z#+-.:=@_ and valid UTF-8 is \xNN.
-std::string EscapeLabel(const std::string &label);
+extern const char kModemPort[];  // the by-id name of the modem's port
+extern const char kByLabel[];    // the folder of the links to disks, by their escaped labels
+extern const char kById[];       // the folder of the links to serial ports
 
 // What lies in a drive: a folder, or an image of a file system, whole or damaged.
 enum class Medium { Folder, Image, BrokenImage };

@@ -7,6 +7,10 @@
 #include <sys/stat.h>
 
 #include "modem/masking.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
 
 namespace modem
 {
@@ -52,17 +56,18 @@ Finding JudgeLog(const Step &step, const Observed &observed)
 Finding JudgeNoLog(const Step &step, const Observed &observed)
 {
     const long line = FindInLog(observed.log, step.strings[0], 0);
-    return line < 0 ? True()
-                    : Finding{Verdict::Never,
-                              "the log says: " +
-                                  Printable(observed.log.lines[static_cast<size_t>(line)].text),
-                              -1};
+    return line < 0
+               ? True()
+               : Finding{Verdict::Never,
+                         "the log says: " +
+                             observe::Printable(observed.log.lines[static_cast<size_t>(line)].text),
+                         -1};
 }
 
-const Mounted *FindMounted(const Observed &observed, const std::string &place)
+const observe::Mounted *FindMounted(const Observed &observed, const std::string &place)
 {
-    const Mounted *found = nullptr;
-    for (const Mounted &mounted : observed.mounts) {
+    const observe::Mounted *found = nullptr;
+    for (const observe::Mounted &mounted : observed.mounts) {
         if (mounted.place == place)
             found = &mounted;
     }
@@ -70,7 +75,7 @@ const Mounted *FindMounted(const Observed &observed, const std::string &place)
 }
 
 // The options of what is mounted there: the kernel's, and those that mount was called with last.
-std::string OptionsOf(const Mounted &mounted, const Observed &observed)
+std::string OptionsOf(const observe::Mounted &mounted, const Observed &observed)
 {
     std::string asked;
     for (const Call &call : observed.calls) {
@@ -82,22 +87,17 @@ std::string OptionsOf(const Mounted &mounted, const Observed &observed)
     return mounted.options + (asked.empty() ? "" : "," + asked);
 }
 
-bool HasOption(const std::string &options, const std::string &wanted)
-{
-    return ("," + options + ",").find("," + wanted + ",") != std::string::npos;
-}
-
 std::string MountedPlaces(const Observed &observed)
 {
     std::string places;
-    for (const Mounted &mounted : observed.mounts)
-        places += (places.empty() ? "" : ", ") + Printable(mounted.place);
+    for (const observe::Mounted &mounted : observed.mounts)
+        places += (places.empty() ? "" : ", ") + observe::Printable(mounted.place);
     return places.empty() ? "nothing is mounted" : "mounted: " + places;
 }
 
 Finding JudgeMounted(const Step &step, const Observed &observed)
 {
-    const Mounted *mounted = FindMounted(observed, step.strings[0]);
+    const observe::Mounted *mounted = FindMounted(observed, step.strings[0]);
     if (mounted == nullptr)
         return NotYet(MountedPlaces(observed));
     if (step.strings.size() < 2)
@@ -105,8 +105,8 @@ Finding JudgeMounted(const Step &step, const Observed &observed)
     const std::string options = OptionsOf(*mounted, observed);
     std::istringstream wanted(step.strings[1]);
     for (std::string option; std::getline(wanted, option, ',');) {
-        if (!HasOption(options, option))
-            return NotYet("it is mounted with " + Printable(options));
+        if (!observe::HasOption(options, option))
+            return NotYet("it is mounted with " + observe::Printable(options));
     }
     return True();
 }
@@ -132,7 +132,8 @@ std::string OpenedTargets(const Observed &observed)
     std::string targets;
     for (const Call &call : observed.calls) {
         if (call.program == "open")
-            targets += "\n    " + Printable(CallText(call)) + (call.status == 0 ? "" : " (failed)");
+            targets += "\n    " + observe::Printable(CallText(call)) +
+                       (call.status == 0 ? "" : " (failed)");
     }
     return targets.empty() ? "open was not called" : "open was called so:" + targets;
 }
@@ -147,25 +148,19 @@ Finding JudgeOpened(const Step &step, const Observed &observed)
     return finding;
 }
 
-bool IsFolder(const std::string &path)
-{
-    struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 Finding JudgeFile(const Step &step)
 {
-    const std::string content = ReadFile(step.strings[0]);
+    const std::string content = observe::ReadFile(step.strings[0]);
     if (content.find(step.strings[1]) != std::string::npos)
         return True();
     return NotYet(content.empty() ? "there is no such file, or it is empty"
-                                  : "it holds: " + Printable(content));
+                                  : "it holds: " + observe::Printable(content));
 }
 
 Finding JudgeLogSize(const Step &step)
 {
     struct stat status;
-    if (stat(kLogPath, &status) != 0)
+    if (stat(observe::kLogFile, &status) != 0)
         return NotYet("there is no log");
     return static_cast<double>(status.st_size) < step.numbers[0]
                ? True()
@@ -241,9 +236,9 @@ Finding Judge(const Step &step, const Observed &observed)
                    ? True()
                    : Finding{Verdict::Never, OpenedTargets(observed), -1};
     case Act::ExpectFolder:
-        return IsFolder(step.strings[0]) ? True() : NotYet("there is no such folder");
+        return observe::IsFolder(step.strings[0]) ? True() : NotYet("there is no such folder");
     case Act::ExpectNoFolder:
-        return IsFolder(step.strings[0]) ? NotYet("the folder is there") : True();
+        return observe::IsFolder(step.strings[0]) ? NotYet("the folder is there") : True();
     case Act::ExpectFile: return JudgeFile(step);
     case Act::ExpectLogSize: return JudgeLogSize(step);
     default: return {Verdict::Never, "this is no expectation", -1};

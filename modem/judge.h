@@ -8,6 +8,7 @@
 #include "modem/logbook.h"
 #include "modem/scenario.h"
 #include "modem/world.h"
+#include "observe/mounts.h"
 
 namespace modem
 {
@@ -23,7 +24,7 @@ struct Observed {
     LogBook log;
     size_t logFrom = 0;  // expected lines of the log stand at or behind this one
     std::vector<Call> calls;
-    std::vector<Mounted> mounts;  // under /Volumes
+    std::vector<observe::Mounted> mounts;  // under /Volumes
 };
 
 enum class Verdict {

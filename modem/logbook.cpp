@@ -8,15 +8,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "observe/daemon.h"
+
 namespace modem
 {
-
-const char kLogPath[] = "/usr/local/Tarnwell/Kestrun.log";
 
 void SkipLog(LogBook *book)
 {
     struct stat status;
-    book->offset = stat(kLogPath, &status) == 0 ? static_cast<long>(status.st_size) : 0;
+    book->offset = stat(observe::kLogFile, &status) == 0 ? static_cast<long>(status.st_size) : 0;
 }
 
 void TakeText(LogBook *book, const std::string &added, bool emptied)
@@ -43,7 +43,7 @@ void TakeText(LogBook *book, const std::string &added, bool emptied)
 
 bool FollowLog(LogBook *book)
 {
-    const int file = open(kLogPath, O_RDONLY | O_CLOEXEC);
+    const int file = open(observe::kLogFile, O_RDONLY | O_CLOEXEC);
     if (file < 0)
         return false;
     struct stat status;

@@ -5,10 +5,9 @@
 #include <string>
 #include <vector>
 
+
 namespace modem
 {
-
-extern const char kLogPath[];
 
 // A line of the log, without its line end.
 struct LogLine {

@@ -5,20 +5,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <getopt.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "modem/children.h"
 #include "modem/player.h"
 #include "modem/scenario.h"
-#include "tools/common/json.h"
-#include "tools/common/program.h"
+#include "observe/files.h"
+#include "observe/json.h"
+#include "observe/program.h"
 
 namespace
 {
@@ -59,13 +58,9 @@ struct Arguments {
 void PrintPlanInJson(const std::vector<modem::Step> &steps)
 {
     for (const modem::Step &step : steps) {
-        tools::JsonWriter json(tools::JsonWriter::Form::OneLine);
-        json.BeginObject()
-            .Member("line", step.place.line)
-            .Member("statement", step.text)
-            .Member("meaning", modem::StepMeaning(step))
-            .End();
-        std::cout << json.Text();
+        std::cout << observe::JsonLine({{"line", step.place.line},
+                                        {"statement", step.text},
+                                        {"meaning", modem::StepMeaning(step)}});
     }
 }
 
@@ -181,15 +176,13 @@ void FindBuild(modem::PlayOptions *play)
 
 bool ReadScenario(const std::string &path, modem::Scenario *scenario)
 {
-    const std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file || text.fail()) {
+    const auto text = observe::ReadWholeFile(path);
+    if (!text) {
         std::cerr << "kestrun-bench: " << path << ": " << strerror(errno) << "\n";
         return false;
     }
     modem::Mistake mistake;
-    if (!modem::ParseScenario(text.str(), scenario, &mistake)) {
+    if (!modem::ParseScenario(*text, scenario, &mistake)) {
         std::cerr << path << ":" << mistake.place.line << ":" << mistake.place.column << ": "
                   << mistake.message << "\n";
         return false;
@@ -250,10 +243,8 @@ int PlayApart(const modem::Scenario &scenario, const modem::PlayOptions &play)
         (void)fflush(stdout);
         _exit(result);
     }
-    int status = 0;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : kExitFailed;
+    const int status = modem::ExitStatusOf(child);
+    return status != -1 ? status : kExitFailed;
 }
 
 int Run(Arguments arguments, const std::vector<std::string> &files)
@@ -301,7 +292,7 @@ int main(int argc, char **argv)
         if (option == kHelp)
             return Usage(kExitPassed);
         if (option == kVersion)
-            return tools::SayVersion("kestrun-bench");
+            return observe::SayVersion("kestrun-bench");
         if (!TakeOption(option, &arguments)) {
             const char *values = ValuesOf(option);
             if (values == nullptr)

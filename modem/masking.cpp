@@ -9,6 +9,8 @@
 #include <cstring>
 #include <vector>
 
+#include "observe/names.h"
+
 namespace modem
 {
 namespace
@@ -92,33 +94,14 @@ std::vector<std::string> LinesOf(const std::string &text)
     return lines;
 }
 
-// The number of bytes of the UTF-8 character at `at`; 0 when none stands there.
-size_t Utf8Length(const std::string &text, size_t at)
-{
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(at);
-    const size_t length = first < 0x80                     ? 1
-                          : first >= 0xC2 && first <= 0xDF ? 2
-                          : (first & 0xF0) == 0xE0         ? 3
-                          : first >= 0xF0 && first <= 0xF4 ? 4
-                                                           : 0;
-    if (length == 0 || at + length > text.size())
-        return 0;
-    for (size_t i = 1; i < length; ++i) {
-        if ((byte(at + i) & 0xC0) != 0x80)
-            return 0;
-    }
-    return length;
-}
-
 std::string Shown(const std::vector<std::string> &lines, size_t which)
 {
     if (which >= lines.size())
         return "(the log ends here)";
     const std::string &line = lines[which];
     if (!line.empty() && line.back() == '\n')
-        return Printable(line.substr(0, line.size() - 1));
-    return Printable(line) + " (no line end)";
+        return observe::Printable(line.substr(0, line.size() - 1));
+    return observe::Printable(line) + " (no line end)";
 }
 
 }  // namespace
@@ -153,29 +136,6 @@ std::string DescribeDifference(const std::string &expected, const std::string &a
     text += "    expected  " + Shown(wanted, at) + "\n";
     text += "    came      " + Shown(got, at) + "\n";
     return text;
-}
-
-std::string Printable(const std::string &text)
-{
-    std::string shown;
-    for (size_t at = 0; at < text.size();) {
-        const size_t length = Utf8Length(text, at);
-        const auto byte = static_cast<unsigned char>(text[at]);
-        // The characters U+0080 to U+009F are control characters too.
-        const bool control =
-            byte < 0x20 || byte == 0x7F ||
-            (byte == 0xC2 && length == 2 && static_cast<unsigned char>(text[at + 1]) < 0xA0);
-        if (length == 0 || control) {
-            char hex[8];
-            (void)snprintf(hex, sizeof hex, "\\x%02x", byte);
-            shown += hex;
-            ++at;
-        } else {
-            shown += text.substr(at, length);
-            at += length;
-        }
-    }
-    return shown;
 }
 
 }  // namespace modem

@@ -16,10 +16,6 @@ std::string MaskLog(const std::string &log);
 // three lines before it. Bytes that no terminal shows are written as \xNN.
 std::string DescribeDifference(const std::string &expected, const std::string &actual);
 
-// The text with control characters and bytes that are not part of valid UTF-8 written as \xNN, so
-// that what a device calls itself cannot steer a terminal.
-std::string Printable(const std::string &text);
-
 }  // namespace modem
 
 #endif

@@ -17,6 +17,12 @@
 #include <unistd.h>
 
 #include "modem/masking.h"
+#include "modem/children.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
+#include "observe/process.h"
 
 namespace modem
 {
@@ -24,8 +30,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-const char kVolumes[] = "/Volumes";
 
 const useconds_t kLookEvery = 2000;  // microseconds
 const double kDefaultWithin = 120;   // seconds of the daemon
@@ -70,7 +74,7 @@ void ShowCall(Player *player, const Call &call)
     Say(&player->timeLine, Kind::Mount, text);
     if (call.program != "mount" || call.status != 0)
         return;
-    for (const Mounted &mounted : player->observed.mounts) {
+    for (const observe::Mounted &mounted : player->observed.mounts) {
         if (!call.arguments.empty() && mounted.place == call.arguments.back() &&
             !mounted.options.empty()) {
             Say(&player->timeLine, Kind::Mount,
@@ -81,7 +85,7 @@ void ShowCall(Player *player, const Call &call)
 
 void TakeNewCalls(Player *player)
 {
-    const std::string record = ReadFile(player->world.stateDir + "/calls");
+    const std::string record = observe::ReadFile(player->world.stateDir + "/calls");
     for (const Call &call : TakeCalls(record, &player->callsRead)) {
         player->observed.calls.push_back(call);
         ShowCall(player, call);
@@ -99,10 +103,12 @@ void SeekUnwrittenLine(Player *player)
         player->soughtTimes = 0;
     }
     const bool known = !log.lines.empty() && log.lines.back().unwritten;
-    if (known || player->soughtTimes >= player->soughtLimit || !IsAsleep(player->daemon))
+    if (known || player->soughtTimes >= player->soughtLimit ||
+        !observe::IsAsleep(player->daemon.pid))
         return;
     ++player->soughtTimes;
-    const std::string line = UnwrittenLine(&player->daemon, number, log.unfinished, log.offset);
+    const std::string line = observe::UnwrittenLine(player->daemon.pid, &player->daemon.bufferPage,
+                                                    number, log.unfinished, log.offset);
     // The log may have been written between the look at the file and the look at the memory.
     if (!line.empty() && !FollowLog(&log))
         AddUnwritten(&log, line);
@@ -124,7 +130,7 @@ void RecordNow(Player *player)
 void LookAround(Player *player)
 {
     // The calls first: the log speaks of them when they are over.
-    player->observed.mounts = MountsUnder(player->world, kVolumes);
+    player->observed.mounts = MountsUnder(player->world, observe::kVolumesDir);
     TakeNewCalls(player);
     (void)FollowLog(&player->observed.log);
     CheckProcess(&player->daemon);
@@ -147,7 +153,7 @@ bool WaitFor(Player *player, const std::string &what, double within, bool stopWh
         if (player->daemon.ended || SecondsFrom(start) > within / player->options->speed + kGrace)
             return false;
         const bool wasIdle = idle;
-        idle = stopWhenIdle && IsIdle(player->daemon);
+        idle = stopWhenIdle && observe::IsIdle(player->daemon.pid);
         if (idle && !wasIdle)
             idleSince = Clock::now();
         if (idle && SecondsFrom(idleSince) > kIdleFor) {
@@ -183,7 +189,7 @@ bool DaemonIsWell(Player *player)
     if (!player->daemon.ended)
         return true;
     FailScenario(player, "the daemon " + EndOf(player->daemon) + "; its last words:\n" +
-                             ReadFile(player->daemon.errorFile));
+                             observe::ReadFile(player->daemon.errorFile));
     return false;
 }
 
@@ -194,7 +200,7 @@ std::string LogLines(const Player &player, size_t first, size_t last)
     for (size_t i = first; i < last; ++i) {
         const LogLine &line = player.observed.log.lines[i];
         text += "\n" + std::string(i < player.observed.logFrom ? "    " : "  > ") +
-                Printable(line.text) + (line.unwritten ? "   (not in the file yet)" : "");
+                observe::Printable(line.text) + (line.unwritten ? "   (not in the file yet)" : "");
     }
     return text;
 }
@@ -247,8 +253,9 @@ void PlayWait(Player *player, double seconds)
 
 void PlayWaitIdle(Player *player)
 {
-    const bool idle = WaitFor(player, "waiting until the daemon has nothing to do",
-                              kDefaultWithin * 3, false, [&] { return IsIdle(player->daemon); });
+    const bool idle =
+        WaitFor(player, "waiting until the daemon has nothing to do", kDefaultWithin * 3, false,
+                [&] { return observe::IsIdle(player->daemon.pid); });
     if (!idle && DaemonIsWell(player)) {
         FailScenario(player, "the daemon does not come to rest; the log's last lines:" +
                                  LogAround(*player));
@@ -259,7 +266,7 @@ void PlayWaitIdle(Player *player)
 // Files of the world.
 void PutFile(Player *player, const std::string &path, const std::string &content)
 {
-    if (!MakeFolders(fs::path(path).parent_path()) || !WriteFile(path, content))
+    if (!observe::MakeFolders(fs::path(path).parent_path()) || !observe::WriteFile(path, content))
         FailScenario(player, "could not write " + path + ": " + strerror(errno));
 }
 
@@ -284,7 +291,7 @@ void MakeReadOnly(Player *player, const char *path)
 
 std::string LogFolder()
 {
-    return fs::path(kLogPath).parent_path();
+    return fs::path(observe::kLogFile).parent_path();
 }
 
 // What uses up the room of the log folder's disk.
@@ -323,7 +330,7 @@ void PlayLogFolderFull(Player *player)
 // Its own memory is many times what a limit leaves of addresses.
 bool IsSanitized(const std::string &program)
 {
-    return ReadFile(program).find("__asan_init") != std::string::npos;
+    return observe::ReadFile(program).find("__asan_init") != std::string::npos;
 }
 
 void PlayDaemonMemory(Player *player, double mebibytes)
@@ -347,7 +354,7 @@ void PlayFillLog(Player *player, double bytes)
         content[at] = '\n';
     if (!content.empty())
         content.back() = '\n';
-    PutFile(player, kLogPath, content);
+    PutFile(player, observe::kLogFile, content);
     SkipLog(&player->observed.log);
     LookAround(player);  // before the daemon cuts it
 }
@@ -355,7 +362,7 @@ void PlayFillLog(Player *player, double bytes)
 void PlayPlug(Player *player, const Step &step)
 {
     const bool modem = step.act == Act::PlugModem;
-    const std::string label = step.strings.empty() ? kDefaultLabel : step.strings[0];
+    const std::string label = step.strings.empty() ? observe::kDefaultVolumeName : step.strings[0];
     std::string why;
     if (modem) {
         Outside(player, std::string("the modem is plugged in; its port: ") + kModemPort);
@@ -452,7 +459,7 @@ void PlayGolden(Player *player)
         Outside(player, "the golden log is written anew");
         return;
     }
-    const std::string difference = DescribeDifference(ReadFile(path), log);
+    const std::string difference = DescribeDifference(observe::ReadFile(path), log);
     if (!difference.empty()) {
         FailScenario(player,
                      "the log is not that of " + path.filename().string() + "; " + difference);
@@ -481,11 +488,11 @@ bool PlayArrangement(Player *player, const Step &step)
 {
     const std::string text = step.strings.empty() ? "" : step.strings[0];
     switch (step.act) {
-    case Act::NoConfig: (void)unlink(kConfigPath); return true;
-    case Act::Config: PutFile(player, kConfigPath, step.block); return true;
-    case Act::NoSysConfig: (void)unlink(kSysConfigPath); return true;
-    case Act::SysConfig: PutFile(player, kSysConfigPath, step.block); return true;
-    case Act::SysConfigReadOnly: MakeReadOnly(player, kSysConfigPath); return true;
+    case Act::NoConfig: (void)unlink(observe::kConfigFile); return true;
+    case Act::Config: PutFile(player, observe::kConfigFile, step.block); return true;
+    case Act::NoSysConfig: (void)unlink(observe::kSysConfigFile); return true;
+    case Act::SysConfig: PutFile(player, observe::kSysConfigFile, step.block); return true;
+    case Act::SysConfigReadOnly: MakeReadOnly(player, observe::kSysConfigFile); return true;
     case Act::DaemonUser: SetState(player->world, "daemon-user", text + "\n"); return true;
     case Act::Login: Arrange(player, "console-user", text + "\n", text + " logs in"); return true;
     case Act::Logout:
@@ -506,7 +513,7 @@ bool PlayArrangement(Player *player, const Step &step)
         return true;
     case Act::MakeFolder:
         Outside(player, step.text);
-        (void)MakeFolders(text);
+        (void)observe::MakeFolders(text);
         return true;
     case Act::RemoveFolder:
         Outside(player, step.text);
@@ -628,12 +635,13 @@ void Keep(Player *player)
     if (mkdtemp(folder) == nullptr)
         return;
     const std::string to = folder;
-    (void)WriteFile(to + "/Kestrun.log", ReadFile(kLogPath));
-    (void)WriteFile(to + "/config", ReadFile(kConfigPath));
-    (void)WriteFile(to + "/SysConfig.dat", ReadFile(kSysConfigPath));
-    (void)WriteFile(to + "/mountinfo", ReadFile("/proc/self/mountinfo"));
-    (void)WriteFile(to + "/calls", ReadFile(player->world.stateDir + "/calls"));
-    (void)WriteFile(to + "/daemon-errors", ReadFile(player->world.stateDir + "/daemon-errors"));
+    (void)observe::WriteFile(to + "/Kestrun.log", observe::ReadFile(observe::kLogFile));
+    (void)observe::WriteFile(to + "/config", observe::ReadFile(observe::kConfigFile));
+    (void)observe::WriteFile(to + "/SysConfig.dat", observe::ReadFile(observe::kSysConfigFile));
+    (void)observe::WriteFile(to + "/mountinfo", observe::ReadFile("/proc/self/mountinfo"));
+    (void)observe::WriteFile(to + "/calls", observe::ReadFile(player->world.stateDir + "/calls"));
+    (void)observe::WriteFile(to + "/daemon-errors",
+                             observe::ReadFile(player->world.stateDir + "/daemon-errors"));
     Say(&player->timeLine, Kind::Note, "kept in " + to);
 }
 
@@ -647,11 +655,9 @@ void GuardRealPaths(const World &world)
         return;
     (void)signal(SIGINT, SIG_IGN);
     (void)signal(SIGTERM, SIG_IGN);
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    const int status = ExitStatusOf(child);
     PutBack(world);
-    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+    _exit(status != -1 ? status : 1);
 }
 
 void SaveRecording(Player *player)
@@ -662,7 +668,7 @@ void SaveRecording(Player *player)
     LookAround(player);
     LookAround(player);  // what the look before it meant
     FinishRecording(&player->recorder);
-    if (!WriteFile(file, player->recorder.text))
+    if (!observe::WriteFile(file, player->recorder.text))
         FailScenario(player, "could not write " + file + ": " + strerror(errno));
 }
 

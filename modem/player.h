@@ -8,7 +8,7 @@
 
 #include "modem/judge.h"
 #include "modem/hardware.h"
-#include "modem/process.h"
+#include "modem/daemon.h"
 #include "modem/recorder.h"
 #include "modem/scenario.h"
 #include "modem/timeline.h"

@@ -10,6 +10,8 @@
 
 #include <strings.h>
 
+#include "observe/daemon.h"
+
 namespace modem
 {
 namespace
@@ -17,7 +19,6 @@ namespace
 
 const char *const kNoPersons[] = {"root", "nobody", "Shared"};
 const char *const kHomes[] = {"/Users/", "/home/"};
-const char kModemPart[] = "QARVELMobile-Pcui";
 const size_t kSerialLength = 6;
 const long kSerialDigits = 4;
 const char kNameKey[] = "name";
@@ -165,7 +166,7 @@ std::string MaskPort(Privacy *privacy, const std::string &name)
     const size_t interface = name.rfind("-if");
     const size_t serial = name.rfind('_', interface);
     if (name.compare(0, 4, "usb-") != 0 || interface == std::string::npos ||
-        serial == std::string::npos || name.find(kModemPart, serial) != std::string::npos) {
+        serial == std::string::npos || name.find(observe::kPortName, serial) != std::string::npos) {
         return MaskText(privacy, name);
     }
     const std::string number = name.substr(serial + 1, interface - serial - 1);

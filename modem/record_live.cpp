@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include "modem/player.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/process.h"
 
 namespace modem
 {
@@ -41,12 +44,12 @@ long LastNumber(const std::string &log)
 void PassOverLog(Player *player)
 {
     SkipLog(&player->observed.log);
-    player->observed.log.lastNumber = LastNumber(ReadFile(kLogPath));
+    player->observed.log.lastNumber = LastNumber(observe::ReadFile(observe::kLogFile));
 }
 
 void FollowDaemon(Player *player)
 {
-    const std::vector<long> daemons = FindDaemons();
+    const std::vector<long> daemons = observe::FindDaemons();
     const long pid = daemons.empty() ? 0 : daemons.front();
     if (pid == player->daemon.pid)
         return;
@@ -97,7 +100,7 @@ bool RecordThisSystem(const PlayOptions &options)
         (void)usleep(kLookEvery);
     }
     FinishRecording(&player.recorder);
-    if (WriteFile(options.recordFile, player.recorder.text))
+    if (observe::WriteFile(options.recordFile, player.recorder.text))
         return true;
     (void)fprintf(stderr, "kestrun-bench: %s: %s\n", options.recordFile.c_str(), strerror(errno));
     return false;

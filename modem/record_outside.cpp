@@ -5,6 +5,7 @@
 #include "modem/hardware.h"
 #include "modem/recorder.h"
 #include "modem/scenario.h"
+#include "observe/daemon.h"
 
 namespace modem
 {
@@ -12,8 +13,6 @@ namespace
 {
 
 const char kModemName[] = "modem";
-const char kLogFolder[] = "/usr/local/Tarnwell";
-const char kVolumes[] = "/Volumes/";
 const long kNearCap = 9000000;  // bytes of a log that may be cut before the recording is over
 
 void CompareDaemon(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
@@ -36,8 +35,8 @@ void CompareFile(const std::optional<std::string> &before, const std::optional<s
 void CompareFiles(const Sighting &before, const Sighting &now, std::vector<Change> *changes)
 {
     if (before.logFolder != now.logFolder) {
-        changes->push_back(
-            {now.logFolder ? Happened::MakeLogFolder : Happened::RemoveLogFolder, kLogFolder, ""});
+        changes->push_back({now.logFolder ? Happened::MakeLogFolder : Happened::RemoveLogFolder,
+                            observe::kLogFolder, ""});
     }
     if (now.logDisk != 0 && before.logDisk != now.logDisk)
         changes->push_back({Happened::LogDisk, std::to_string(now.logDisk), ""});
@@ -113,7 +112,7 @@ void CompareSystemMounts(const Sighting &before, const Sighting &now, std::vecto
                OwnerOf(found->second.options, false) == Owner::System;
     };
     for (const auto &[device, disk] : now.disks) {
-        const std::string place = kVolumes + disk.label;
+        const std::string place = observe::kVolumesDir + disk.label;
         if (isSystems(now, place) && !isSystems(before, place))
             changes->push_back({Happened::SystemMounts, place, device});
     }
@@ -134,7 +133,8 @@ bool IsPlug(const Change &change)
 // Whether a disk of this label can be the modem's: the configuration speaks of it.
 bool IsModemLabel(const Sighting &now, const std::string &label)
 {
-    return label == kDefaultLabel || (now.config && now.config->find(label) != std::string::npos);
+    return label == observe::kDefaultVolumeName ||
+           (now.config && now.config->find(label) != std::string::npos);
 }
 
 // The modem's device; empty when none of the disks told is its.
@@ -267,7 +267,8 @@ std::string Statement(Recorder *recorder, const Change &change)
     case Happened::PlugPort: return "plug port " + text;
     case Happened::PlugModem:
         (void)NewName(recorder, change);
-        return text == QuotedText(kDefaultLabel) ? "plug modem" : "plug modem label " + text;
+        return text == QuotedText(observe::kDefaultVolumeName) ? "plug modem"
+                                                               : "plug modem label " + text;
     case Happened::Plug: return "plug disk " + text + " as " + NewName(recorder, change);
     case Happened::PlugImage: return "plug disk image " + text + " as " + NewName(recorder, change);
     case Happened::SystemMounts: return "system mounts " + recorder->names[change.device];

@@ -12,9 +12,14 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "modem/logbook.h"
 #include "modem/hardware.h"
-#include "tools/common/commands.h"
+#include "modem/logbook.h"
+#include "observe/commands.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
+#include "observe/process.h"
 
 namespace modem
 {
@@ -22,23 +27,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-const char kVolumes[] = "/Volumes";
-
-// udev's \xNN, undone.
-std::string UnescapedLabel(const std::string &name)
-{
-    std::string label;
-    for (size_t at = 0; at < name.size();) {
-        if (name.compare(at, 2, "\\x") == 0 && at + 3 < name.size()) {
-            label += static_cast<char>(strtol(name.substr(at + 2, 2).c_str(), nullptr, 16));
-            at += 4;
-        } else {
-            label += name[at++];
-        }
-    }
-    return label;
-}
 
 std::string Numbers(const struct stat &status)
 {
@@ -57,13 +45,13 @@ std::string IdentityOf(const std::string &path)
         return Numbers(status);
     const std::string folder = "/sys/dev/block/" + std::to_string(major(status.st_rdev)) + ":" +
                                std::to_string(minor(status.st_rdev));
-    return Numbers(status) + ":" + ReadFile(folder + "/diskseq");
+    return Numbers(status) + ":" + observe::ReadFile(folder + "/diskseq");
 }
 
 std::map<std::string, SeenMount> MountsNow(const World &world)
 {
     std::map<std::string, SeenMount> mounts;
-    for (const Mounted &mounted : MountsUnder(world, kVolumes))
+    for (const observe::Mounted &mounted : MountsUnder(world, observe::kVolumesDir))
         mounts[mounted.place] = {mounted.options, IdentityOf(mounted.place)};
     return mounts;
 }
@@ -72,7 +60,7 @@ std::set<std::string> FoldersWithout(const std::map<std::string, SeenMount> &mou
 {
     std::set<std::string> folders;
     std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(kVolumes, ignored))
+    for (const auto &entry : fs::directory_iterator(observe::kVolumesDir, ignored))
         folders.insert(entry.path());
     for (const auto &[place, mounted] : mounts)
         folders.erase(place);
@@ -82,7 +70,7 @@ std::set<std::string> FoldersWithout(const std::map<std::string, SeenMount> &mou
 // The folder of the log, and the disk that it lies on.
 void LookAtLogFolder(Sighting *sighting)
 {
-    const fs::path folder = fs::path(kLogPath).parent_path();
+    const fs::path folder = fs::path(observe::kLogFile).parent_path();
     struct stat own;
     struct stat above;
     struct statvfs disk;
@@ -97,7 +85,7 @@ void LookAtLogFolder(Sighting *sighting)
 
 std::optional<std::string> ContentOf(const char *path)
 {
-    return access(path, R_OK) == 0 ? std::optional(ReadFile(path)) : std::nullopt;
+    return access(path, R_OK) == 0 ? std::optional(observe::ReadFile(path)) : std::nullopt;
 }
 
 // udev makes a link under such a name: ".#", its name and 16 hex digits.
@@ -130,8 +118,8 @@ std::map<std::string, SeenDisk> LinkedDisks()
         const std::string device = fs::canonical(link, error);
         const std::string identity = error ? "" : IdentityOf(device);
         if (!identity.empty() && lstat(link.c_str(), &status) == 0) {
-            disks[device] = {UnescapedLabel(link.filename()), identity, Numbers(status),
-                             fs::is_regular_file(device, error)};
+            disks[device] = {observe::UnescapeLabel(link.filename().string()), identity,
+                             Numbers(status), fs::is_regular_file(device, error)};
         }
     }
     return disks;
@@ -177,10 +165,10 @@ void LookAtHardware(const World &world, Sighting *sighting)
     sighting->mounts = MountsNow(world);
     sighting->folders = FoldersWithout(sighting->mounts);
     struct stat log;
-    sighting->logSize = stat(kLogPath, &log) == 0 ? static_cast<long>(log.st_size) : 0;
+    sighting->logSize = stat(observe::kLogFile, &log) == 0 ? static_cast<long>(log.st_size) : 0;
     LookAtLogFolder(sighting);
-    sighting->config = ContentOf(kConfigPath);
-    sighting->sysConfig = ContentOf(kSysConfigPath);
+    sighting->config = ContentOf(observe::kConfigFile);
+    sighting->sysConfig = ContentOf(observe::kSysConfigFile);
     sighting->disks = DisksNow(sighting->disks);
     sighting->ports.clear();
     for (const fs::path &link : LinksIn(kById))
@@ -190,25 +178,23 @@ void LookAtHardware(const World &world, Sighting *sighting)
 void LookAtDaemon(const Process &daemon, Sighting *sighting)
 {
     sighting->daemon = daemon.ended ? 0 : daemon.pid;
-    sighting->idle = IsIdle(daemon);
-    sighting->waits = SleepOf(daemon) == Sleep::Timed;
+    sighting->idle = observe::IsIdle(daemon.pid);
+    sighting->waits = observe::SleepOf(daemon.pid) == observe::Sleep::Timed;
 }
 
 void LookAtPeople(const World &world, Sighting *sighting)
 {
-    sighting->consoleUser = tools::FirstLine(ReadFile(world.stateDir + "/console-user"));
-    sighting->daemonUser = tools::FirstLine(ReadFile(world.stateDir + "/daemon-user"));
+    sighting->consoleUser = observe::FirstLine(observe::ReadFile(world.stateDir + "/console-user"));
+    sighting->daemonUser = observe::FirstLine(observe::ReadFile(world.stateDir + "/daemon-user"));
     sighting->finder = access((world.stateDir + "/finder").c_str(), F_OK) == 0;
 }
 
 void AskForPeople(long daemon, Sighting *sighting)
 {
-    sighting->consoleUser = tools::FirstLine(tools::CommandOutput("stat -f%Su /dev/console"));
-    sighting->finder = !tools::CommandOutput("ps -A | grep 'Finder[.]'").empty();
-    if (daemon > 0) {
-        sighting->daemonUser = tools::FirstLine(tools::CommandOutput(
-            "ps aux | awk -v PID=" + std::to_string(daemon) + " '$2 == PID { print $1 }'"));
-    }
+    sighting->consoleUser = observe::OwnerOfConsole();
+    sighting->finder = observe::FinderRuns();
+    if (daemon > 0)
+        sighting->daemonUser = observe::OwnerOfProcess(daemon);
 }
 
 }  // namespace modem

@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "modem/process.h"
+#include "modem/daemon.h"
 #include "modem/world.h"
 
 namespace modem

@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include "modem/player.h"
+#include "observe/daemon.h"
+#include "observe/mounts.h"
+#include "observe/process.h"
 
 namespace modem
 {
@@ -16,7 +19,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-const char kVolumes[] = "/Volumes";
 const size_t kMostDisks = 4;
 const char kOtherLabel[] = "Holiday Photos";
 const double kRestWithin = 600;
@@ -50,8 +52,8 @@ void PlayEvent(Player *player, long number)
     std::string why;
     switch (ChooseEvent(player)) {
     case Event::Plug:
-        (void)PlugDisk(hardware, "storm" + std::to_string(number), kDefaultLabel, Medium::Folder,
-                       &why);
+        (void)PlugDisk(hardware, "storm" + std::to_string(number), observe::kDefaultVolumeName,
+                       Medium::Folder, &why);
         break;
     case Event::PlugOther:
         (void)PlugDisk(hardware, "storm" + std::to_string(number), kOtherLabel, Medium::Folder,
@@ -81,7 +83,7 @@ std::vector<std::string> PlacesOf(const Player &player, const Disk &disk)
     std::vector<std::string> places;
     if (stat(disk.device.c_str(), &device) != 0)
         return places;
-    for (const Mounted &mounted : player.observed.mounts) {
+    for (const observe::Mounted &mounted : player.observed.mounts) {
         struct stat place;
         if (stat(mounted.place.c_str(), &place) == 0 && place.st_dev == device.st_dev &&
             place.st_ino == device.st_ino) {
@@ -97,7 +99,7 @@ void CheckMounts(Player *player)
     for (const auto &[name, disk] : player->hardware.disks) {
         const size_t count = PlacesOf(*player, disk).size();
         const bool linked = LinkedDisk(player->hardware, disk.label) == name;
-        const bool ours = disk.label == kDefaultLabel;
+        const bool ours = disk.label == observe::kDefaultVolumeName;
         accounted += count;
         if (ours && linked && count != 1) {
             FailScenario(player, "the disk " + name + " (" + disk.device +
@@ -110,7 +112,7 @@ void CheckMounts(Player *player)
     }
     if (accounted != player->observed.mounts.size()) {
         std::string places;
-        for (const Mounted &mounted : player->observed.mounts)
+        for (const observe::Mounted &mounted : player->observed.mounts)
             places += "\n  " + mounted.place + " from " + mounted.source;
         FailScenario(player, "something is mounted of a disk that is gone:" + places);
     }
@@ -118,11 +120,11 @@ void CheckMounts(Player *player)
 
 void CheckFolders(Player *player)
 {
-    for (const auto &entry : fs::directory_iterator(kVolumes)) {
+    for (const auto &entry : fs::directory_iterator(observe::kVolumesDir)) {
         const std::string path = entry.path();
         const bool mounted =
             std::any_of(player->observed.mounts.begin(), player->observed.mounts.end(),
-                        [&](const Mounted &mount) { return mount.place == path; });
+                        [&](const observe::Mounted &mount) { return mount.place == path; });
         if (!mounted)
             FailScenario(player, "the folder " + path + " is left over");
     }
@@ -131,7 +133,7 @@ void CheckFolders(Player *player)
 bool ComeToRest(Player *player)
 {
     const bool idle = WaitFor(player, "waiting until the daemon has worked it all off", kRestWithin,
-                              false, [&] { return IsIdle(player->daemon); });
+                              false, [&] { return observe::IsIdle(player->daemon.pid); });
     LookAround(player);  // what came between the last look and the rest
     return idle;
 }
@@ -144,8 +146,9 @@ struct Held {
 
 Held WhatItHolds(const Player &player)
 {
-    return {CountDescriptors(player.daemon), CountChildren(player.daemon),
-            ResidentKiB(player.daemon)};
+    return {observe::CountDescriptors(player.daemon.pid),
+            static_cast<int>(observe::ChildrenOf(player.daemon.pid).size()),
+            observe::ResidentKiB(player.daemon.pid)};
 }
 
 std::string HeldText(const Held &held)

@@ -7,8 +7,8 @@
 
 #include <unistd.h>
 
-#include "modem/masking.h"
-#include "tools/common/json.h"
+#include "observe/json.h"
+#include "observe/names.h"
 
 namespace modem
 {
@@ -40,13 +40,9 @@ Look LookOf(Kind kind)
 void SayInJson(const TimeLine &timeLine, Kind kind, const std::string &text)
 {
     const char *word = kind == Kind::Note ? "note" : LookOf(kind).word;
-    tools::JsonWriter json(tools::JsonWriter::Form::OneLine);
-    json.BeginObject()
-        .Member("milliseconds", static_cast<long>(SecondsSince(timeLine) * 1000))
-        .Member("kind", word)
-        .Member("text", text)
-        .End();
-    (void)fputs(json.Text().c_str(), stdout);
+    const long milliseconds = static_cast<long>(SecondsSince(timeLine) * 1000);
+    const observe::Json json = {{"milliseconds", milliseconds}, {"kind", word}, {"text", text}};
+    (void)fputs(observe::JsonLine(json).c_str(), stdout);
     (void)fflush(stdout);
 }
 
@@ -79,7 +75,7 @@ void Say(TimeLine *timeLine, Kind kind, const std::string &text)
     std::istringstream lines(text);
     bool first = true;
     for (std::string line; std::getline(lines, line); first = false) {
-        const std::string shown = Printable(line);
+        const std::string shown = observe::Printable(line);
         if (first) {
             (void)printf("%s%8.2f%s  ", colour ? kDim : "", SecondsSince(*timeLine),
                          colour ? kPlain : "");
@@ -101,7 +97,7 @@ void ShowClock(TimeLine *timeLine, const std::string &waitingFor)
     timeLine->clockAt = now;
     timeLine->clockShown = true;
     (void)printf("\r\x1b[K%s%8.1f  ... %s%s", kDim, SecondsSince(*timeLine),
-                 Printable(waitingFor).c_str(), kPlain);
+                 observe::Printable(waitingFor).c_str(), kPlain);
     (void)fflush(stdout);
 }
 

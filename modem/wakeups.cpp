@@ -1,18 +1,19 @@
 // wakeups.cpp - the claim that the daemon sleeps without waking. Two witnesses: the kernel's count
 // of context switches, and strace, where there is one, which sees every system call. strace itself
 // interrupts the call that the daemon sleeps in when it comes, so it is given time to settle first.
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "modem/children.h"
 #include "modem/player.h"
+#include "observe/files.h"
+#include "observe/process.h"
 
 namespace modem
 {
@@ -26,9 +27,7 @@ pid_t StartStrace(const Player &player, const std::string &output)
     const std::string pid = std::to_string(player.daemon.pid);
     const pid_t child = fork();
     if (child == 0) {
-        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-        (void)dup2(nowhere, STDOUT_FILENO);
-        (void)dup2(nowhere, STDERR_FILENO);
+        Silence();
         (void)execlp("strace", "strace", "-f", "-o", output.c_str(), "-p", pid.c_str(),
                      static_cast<char *>(nullptr));
         _exit(127);
@@ -39,15 +38,14 @@ pid_t StartStrace(const Player &player, const std::string &output)
 void StopStrace(pid_t strace)
 {
     (void)kill(strace, SIGINT);
-    while (waitpid(strace, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    (void)WaitForEnd(strace);
 }
 
 // The system calls that strace saw, but for the one that the daemon slept in when strace came and
 // still sleeps in when it goes.
 std::string CallsSeen(const std::string &output)
 {
-    std::istringstream lines(ReadFile(output));
+    std::istringstream lines(observe::ReadFile(output));
     std::string seen;
     bool first = true;
     for (std::string line; std::getline(lines, line); first = false) {
@@ -68,10 +66,10 @@ void ExpectNoWakeUp(Player *player, double seconds)
     const pid_t strace = StartStrace(*player, output);
     (void)usleep(kSettle);
     const bool traced = waitpid(strace, nullptr, WNOHANG) == 0;
-    const long before = CountSwitches(player->daemon);
+    const long before = observe::CountSwitches(player->daemon.pid);
     (void)usleep(static_cast<useconds_t>(seconds * 1e6));
-    const long after = CountSwitches(player->daemon);
-    const bool idle = IsIdle(player->daemon) || traced;
+    const long after = observe::CountSwitches(player->daemon.pid);
+    const bool idle = observe::IsIdle(player->daemon.pid) || traced;
     if (traced)
         StopStrace(strace);
     const std::string seen = traced ? CallsSeen(output) : "";
@@ -84,7 +82,7 @@ void ExpectNoWakeUp(Player *player, double seconds)
     char text[128];
     (void)snprintf(text, sizeof text, "no wake-up in %g s (%s), %ld KiB resident", seconds,
                    traced ? "context switches and strace" : "context switches; no strace here",
-                   ResidentKiB(player->daemon));
+                   observe::ResidentKiB(player->daemon.pid));
     Say(&player->timeLine, Kind::Good, text);
 }
 

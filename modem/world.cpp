@@ -11,9 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -21,14 +19,15 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "modem/children.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
 
 namespace modem
 {
-
-const char kConfigPath[] = "/Library/StartupItems/QVKestrun/config";
-const char kSysConfigPath[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
 
 namespace
 {
@@ -70,7 +69,7 @@ bool Show(const fs::path &from, const std::string &to)
         return symlink(fs::read_symlink(from, ignored).c_str(), to.c_str()) == 0;
     if (fs::is_directory(from, ignored))
         return mkdir(to.c_str(), 0755) == 0 && Bind(from, to);
-    return WriteFile(to, "") && Bind(from, to);
+    return observe::WriteFile(to, "") && Bind(from, to);
 }
 
 // Shows every entry of `from` in `to`, but for those named. An entry that cannot be shown is left
@@ -152,10 +151,10 @@ bool MapUser(uid_t uid, gid_t gid)
 {
     char map[64];
     (void)snprintf(map, sizeof map, "0 %u 1", uid);
-    const bool user = WriteFile("/proc/self/uid_map", map);
-    (void)WriteFile("/proc/self/setgroups", "deny");
+    const bool user = observe::WriteFile("/proc/self/uid_map", map);
+    (void)observe::WriteFile("/proc/self/setgroups", "deny");
     (void)snprintf(map, sizeof map, "0 %u 1", gid);
-    return WriteFile("/proc/self/gid_map", map) && user;
+    return observe::WriteFile("/proc/self/gid_map", map) && user;
 }
 
 bool Unshare(WorldKind kind, std::string *why)
@@ -180,7 +179,7 @@ bool Unshare(WorldKind kind, std::string *why)
 bool MakeDaemonDirs(std::string *why)
 {
     return std::all_of(std::begin(kDaemonDirs), std::end(kDaemonDirs), [&](const char *dir) {
-        const bool made = MakeFolders(dir);
+        const bool made = observe::MakeFolders(dir);
         *why = made ? *why : Failed(dir);
         return made;
     });
@@ -222,6 +221,30 @@ bool EnterReal(World *world, std::string *why)
     return MakeDaemonDirs(why);
 }
 
+// Whether this kind of world can be had, found out in a child process; else the reason in `why`.
+bool IsPossible(WorldKind kind, std::string *why)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        *why = Failed("a pipe");
+        return false;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        World world;
+        world.kind = kind;
+        const bool entered = EnterNamespaces(&world, why);
+        (void)!write(ends[1], why->data(), why->size());
+        _exit(entered ? 0 : 1);
+    }
+    (void)close(ends[1]);
+    char text[512];
+    const ssize_t length = read(ends[0], text, sizeof text);
+    (void)close(ends[0]);
+    why->assign(text, length > 0 ? static_cast<size_t>(length) : 0);
+    return WaitForEnd(child) == 0;
+}
+
 // The kind that is taken when none is asked for; `reason` says why not the ones before it.
 WorldKind FirstPossible(std::string *reason)
 {
@@ -241,32 +264,10 @@ bool EnterKind(World *world, std::string *why)
 {
     if (!(world->kind == WorldKind::Real ? EnterReal(world, why) : EnterNamespaces(world, why)))
         return false;
-    if (MakeFolders(world->stateDir + "/when-opened"))
+    if (observe::MakeFolders(world->stateDir + "/when-opened"))
         return true;
     *why = Failed(world->stateDir);
     return false;
-}
-
-// One line of mountinfo: id parent major:minor root place options [tags...] - type source more.
-bool TakeMountLine(const std::string &line, Mounted *mounted)
-{
-    std::istringstream fields(line);
-    std::string skipped;
-    std::string place;
-    std::string source;
-    fields >> skipped >> skipped >> skipped >> skipped >> place >> mounted->options;
-    while (fields >> skipped && skipped != "-") {
-    }
-    if (!(fields >> skipped >> source))
-        return false;
-    mounted->place = UnescapedField(place);
-    mounted->source = UnescapedField(source);
-    return true;
-}
-
-bool IsUnder(const std::string &path, const std::string &folder)
-{
-    return path == folder || path.compare(0, folder.size() + 1, folder + "/") == 0;
 }
 
 }  // namespace
@@ -320,14 +321,15 @@ void MakesAtRealPath(const World &world, const std::string &path)
 {
     const std::string list = world.stateDir + "/made";
     if (world.kind == WorldKind::Real)
-        (void)WriteFile(list, ReadFile(list) + path + "\n");
+        (void)observe::WriteFile(list, observe::ReadFile(list) + path + "\n");
 }
 
 void PutBack(const World &world)
 {
     std::error_code ignored;
-    std::istringstream made(world.stateDir.empty() ? "" : ReadFile(world.stateDir + "/made"));
-    for (std::string path; std::getline(made, path);)
+    const std::string made =
+        world.stateDir.empty() ? "" : observe::ReadFile(world.stateDir + "/made");
+    for (const std::string &path : observe::Split(made, '\n'))
         (void)fs::remove_all(path, ignored);
     for (const std::string &dir : world.realDirs)
         (void)fs::remove_all(dir, ignored);
@@ -337,7 +339,8 @@ void SetState(const World &world, const std::string &name, const std::string &co
 {
     // Written aside and renamed: a reader finds the old or the new, never half of it.
     const std::string path = world.stateDir + "/" + name;
-    if (!WriteFile(path + ".new", content) || rename((path + ".new").c_str(), path.c_str()) != 0)
+    if (!observe::WriteFile(path + ".new", content) ||
+        rename((path + ".new").c_str(), path.c_str()) != 0)
         (void)fprintf(stderr, "kestrun-bench: %s\n", Failed(path).c_str());
 }
 
@@ -346,64 +349,19 @@ void ClearState(const World &world, const std::string &name)
     (void)unlink((world.stateDir + "/" + name).c_str());
 }
 
-std::string UnescapedField(const std::string &text)
+std::vector<observe::Mounted> MountsUnder(const World &world, const std::string &under)
 {
-    std::string plain;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 3 < text.size()) {
-            plain += static_cast<char>(strtol(text.substr(i + 1, 3).c_str(), nullptr, 8));
-            i += 3;
-        } else {
-            plain += text[i];
-        }
-    }
-    return plain;
-}
-
-std::vector<Mounted> MountsUnder(const World &world, const std::string &under)
-{
-    std::vector<Mounted> mounts;
+    std::vector<observe::Mounted> mounts;
     if (world.kind == WorldKind::Real) {
-        std::istringstream table(ReadFile(world.stateDir + "/mounted"));
-        for (std::string place; std::getline(table, place, '\0');) {
-            if (IsUnder(place, under))
-                mounts.push_back({place, "", ""});
-        }
-        return mounts;
+        for (const std::string &place :
+             observe::Split(observe::ReadFile(world.stateDir + "/mounted"), '\0'))
+            mounts.push_back({place, "", ""});
+    } else {
+        mounts = observe::Mounts();
     }
-    std::istringstream table(ReadFile("/proc/self/mountinfo"));
-    for (std::string line; std::getline(table, line);) {
-        Mounted mounted;
-        if (TakeMountLine(line, &mounted) && IsUnder(mounted.place, under))
-            mounts.push_back(mounted);
-    }
+    std::erase_if(mounts,
+                  [&](const auto &mounted) { return !observe::IsUnder(mounted.place, under); });
     return mounts;
-}
-
-bool WriteFile(const std::string &path, const std::string &content)
-{
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (file < 0)
-        return false;
-    const bool written =
-        write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size());
-    return close(file) == 0 && written;
-}
-
-std::string ReadFile(const std::string &path)
-{
-    const std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
-
-bool MakeFolders(const std::string &path)
-{
-    std::error_code error;
-    fs::create_directories(path, error);
-    errno = error.value();
-    return !error;
 }
 
 const char *KindName(WorldKind kind)

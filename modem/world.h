@@ -6,12 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "observe/mounts.h"
+
 namespace modem
 {
-
-// The files that the daemon reads.
-extern const char kConfigPath[];
-extern const char kSysConfigPath[];
 
 enum class WorldKind {
     Automatic,  // the first of those below that the kernel allows
@@ -51,24 +49,8 @@ void PutBack(const World &world);
 void SetState(const World &world, const std::string &name, const std::string &content);
 void ClearState(const World &world, const std::string &name);
 
-// Something mounted in the world.
-struct Mounted {
-    std::string place;
-    std::string source;
-    std::string options;  // as the kernel shows them
-};
-
 // What is mounted at `under` or below it, in mountinfo's order.
-std::vector<Mounted> MountsUnder(const World &world, const std::string &under);
-
-// The kernel and libmount write blank, tab, line feed and backslash in the fields of their tables as
-// three octal digits: the field without them.
-std::string UnescapedField(const std::string &text);
-
-// Small helpers about files; each false (or empty) on failure, with errno set.
-bool WriteFile(const std::string &path, const std::string &content);
-std::string ReadFile(const std::string &path);
-bool MakeFolders(const std::string &path);
+std::vector<observe::Mounted> MountsUnder(const World &world, const std::string &under);
 
 // A plain word for a kind.
 const char *KindName(WorldKind kind);

@@ -77,10 +77,10 @@ with open(sys.argv[1], encoding="utf-8") as file:
 sys.exit(not any(entry.get("kind") == sys.argv[2] and sys.argv[3] in entry["text"] for entry in entries))
 END
 }
-check 0 '"kind": "true"' run "$here/named" --speed 50 --daemon "$daemon" --json
+check 0 '"kind":"true"' run "$here/named" --speed 50 --daemon "$daemon" --json
 said_in_json log 'Kestrun started'
 said_in_json true 'expect log "Kestrun started"'
-check 0 '{"line": 2, "statement": "start daemon", "meaning": "' run "$here/named" --dry-run --json
+check 0 '{"line":2,"statement":"start daemon","meaning":"' run "$here/named" --dry-run --json
 
 # Several are played one after the other; what is worst decides. A mistake in one is told before any is played.
 printf 'title "First"\nstart daemon\nexpect log "Kestrun started"\n' >"$here/first"

@@ -706,7 +706,8 @@ TEST_CASE("what can only be told at the beginning, or from the log, is told in i
     system.sighting.logSize = 20;
     system.sighting.daemon = 100;
     Look(&system);
-    Say(&system,
+    Say(
+        &system,
         "ActiveVolumeProgram:RunSDProgram --- open file [x] failed, RunSDProgram exit false");
     Look(&system);
     system.sighting.logFolder = false;

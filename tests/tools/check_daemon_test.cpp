@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include "Common/INI.h"
+#include "observe/files.h"
+#include "observe/names.h"
 #include "src/ActiveVolumeProgram.h"
 #include "tests/support/random.h"
 #include "tests/tools/check_support.h"
@@ -150,13 +152,13 @@ TEST_CASE("the values of a configuration are those that the daemon reads")
             const std::string value = ReadString("Volumes", key, "(none)");
             found += value != "(none)";
             if (ValueOf(report, key) != value) {
-                INFO(tools::Printable(content));
+                INFO(observe::Printable(content));
                 REQUIRE(ValueOf(report, key) == value);
             }
         }
         const bool on = IsKeyValueCaseEqual(file.path.c_str(), "Volumes", "disable_cdrom", "true");
         if (Says(report, "disable_cdrom", "nobrowse") != on) {
-            INFO(tools::Printable(content));
+            INFO(observe::Printable(content));
             REQUIRE(Says(report, "disable_cdrom", "nobrowse") == on);
         }
     }
@@ -198,15 +200,15 @@ TEST_CASE("a run gives the commands that were announced and changes the bytes th
         const bool change = asked && request.once && Says(report, "rewrite", "become 4E 6F 00");
         if (change)
             content.replace(request.run->offset, 3, std::string("No\0", 3));
-        const std::string after = tools::ReadWholeFile(file.path).value();
+        const std::string after = observe::ReadWholeFile(file.path).value();
         if (g_commands != commands || after != content) {
-            INFO(tools::Printable(content));
+            INFO(observe::Printable(content));
             REQUIRE(g_commands == commands);
             REQUIRE(after == content);
         }
         const bool complete = asked && request.once && !request.name->value.empty();
         if (ran != complete) {
-            INFO(tools::Printable(content));
+            INFO(observe::Printable(content));
             REQUIRE(ran == complete);
         }
     }

@@ -10,9 +10,9 @@
 
 #include <doctest/doctest.h>
 
+#include "observe/files.h"
 #include "tools/check/report.h"
 #include "tools/check/rules.h"
-#include "tools/common/program.h"
 
 // A file that goes with the variable, in memory where the system has a folder for that.
 struct TemporaryFile {
@@ -24,7 +24,7 @@ struct TemporaryFile {
         const int file = mkstemp(path.data());
         REQUIRE(file != -1);
         close(file);
-        REQUIRE(tools::WriteWholeFile(path, content));
+        REQUIRE(observe::WriteFile(path, content));
     }
     TemporaryFile(const TemporaryFile &) = delete;
     TemporaryFile &operator=(const TemporaryFile &) = delete;

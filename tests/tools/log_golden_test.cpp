@@ -8,8 +8,8 @@
 
 #include <doctest/doctest.h>
 
+#include "observe/files.h"
 #include "tests/tools/log_builder.h"
-#include "tools/common/program.h"
 #include "tools/log/follow.h"
 #include "tools/log/render.h"
 
@@ -24,8 +24,8 @@ void CheckGolden(const fs::path &path, const std::string &text)
 {
     CAPTURE(path.filename().string());
     if (getenv("KESTRUN_UPDATE_GOLDEN"))
-        REQUIRE(tools::WriteWholeFile(path.string(), text));
-    CHECK(tools::ReadWholeFile(path.string()).value_or("no such file") == text);
+        REQUIRE(observe::WriteFile(path.string(), text));
+    CHECK(observe::ReadWholeFile(path.string()).value_or("no such file") == text);
 }
 
 struct Told {
@@ -36,7 +36,7 @@ struct Told {
 
 void Tell(const fs::path &path, Told &told)
 {
-    told.content = tools::ReadWholeFile(path.string()).value();
+    told.content = observe::ReadWholeFile(path.string()).value();
     told.log = klog::ParseLog(told.content);
     told.story = klog::TellStory(told.log);
 }
@@ -123,7 +123,7 @@ TEST_CASE("10 MB are explained in less than a second of processor time")
 {
     std::string one;
     for (const fs::path &path : Logs())
-        one += tools::ReadWholeFile(path.string()).value();
+        one += observe::ReadWholeFile(path.string()).value();
     std::string all;
     while (all.size() < 10000000)
         all += one;

@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "Common/INI.h"
+#include "observe/names.h"
 #include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
-#include "tools/common/program.h"
 
 namespace kcheck
 {
@@ -198,7 +198,7 @@ static bool HasComment(const std::string &value)
 // What can be wrong with either text. Returns whether it is fit.
 static bool CheckText(Config &config, const char *key, const std::string &value, size_t line)
 {
-    const std::string shown = tools::Quoted(value);
+    const std::string shown = observe::Quoted(value);
     const auto fail = [&](const std::string &why, const std::string &effect) {
         Add(config, Verdict::Fail, key, line, shown + ": " + why, effect);
         return false;
@@ -231,7 +231,7 @@ static void CheckName(Config &config, const std::string &value, size_t line)
 {
     if (!CheckText(config, "name", value, line))
         return;
-    const std::string shown = tools::Quoted(value);
+    const std::string shown = observe::Quoted(value);
     const bool ascii =
         std::all_of(value.begin(), value.end(), [](char ch) { return ch >= ' ' && ch < 0x7F; });
     if (value.size() > kNameMax) {
@@ -256,18 +256,19 @@ static void CheckPath(Config &config, const std::string &value, size_t line)
 {
     if (!CheckText(config, "path1", value, line))
         return;
-    const std::string command = "runs " + tools::Printable(OpenCommand(value));
+    const std::string command = "runs " + observe::Printable(OpenCommand(value));
     if (value.size() > kPathMax) {
         Add(config, Verdict::Fail, "path1", line, std::to_string(value.size()) + " bytes",
             "the command is cut at 511 bytes and lacks its closing quote: it fails");
     } else if (value.find_first_of("\"$`\\") != std::string::npos) {
         Add(config, Verdict::Warn, "path1", line,
-            tools::Quoted(value) + ": a character of the shell's",
+            observe::Quoted(value) + ": a character of the shell's",
             command + ", in which the shell replaces it");
     } else if (value[0] != '/') {
-        Add(config, Verdict::Warn, "path1", line, tools::Quoted(value) + ": no full path", command);
+        Add(config, Verdict::Warn, "path1", line, observe::Quoted(value) + ": no full path",
+            command);
     } else {
-        Add(config, Verdict::Pass, "path1", line, tools::Quoted(value), command);
+        Add(config, Verdict::Pass, "path1", line, observe::Quoted(value), command);
     }
 }
 
@@ -312,7 +313,7 @@ static void CheckSwitch(Config &config)
     const bool on = IsSwitchOn(config.path, kSection, kKey);
     const bool plain = on || lower == "false" || lower == "no" || lower == "0" || lower == "off";
     Add(config, plain ? Verdict::Pass : Verdict::Warn, kKey, line,
-        tools::Quoted(value->value) + (plain ? "" : ": neither true nor false"),
+        observe::Quoted(value->value) + (plain ? "" : ": neither true nor false"),
         on ? "the volume is mounted with nobrowse" : "the volume is mounted with rdonly");
 }
 

@@ -1,23 +1,23 @@
 // machine_rules.cpp - modes of files and folders, and what stands under /Volumes/.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "observe/files.h"
+#include "observe/daemon.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
-#include "tools/common/program.h"
 
 namespace kcheck
 {
 
-static const char kLogFolder[] = "/usr/local/Tarnwell";
-static const size_t kNameMax = 63;
+static const size_t kNameMax = observe::kVolumeNameSize - 1;
 
 static std::string ModeText(mode_t mode)
 {
@@ -47,28 +47,6 @@ void CheckModes(Report &report, const std::string &file, const std::string &path
     }
 }
 
-static bool IsFolder(const std::string &path)
-{
-    struct stat info = {};
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-// `path` as the system's list of mounts has it: links and dots followed, blanks and the like as octal
-// numbers. Empty when there is none.
-static std::string MountField(const std::string &path)
-{
-    char *whole = realpath(path.c_str(), nullptr);
-    std::string field;
-    for (const char *at = whole; at && *at != '\0'; at++) {
-        char escape[8];
-        const bool plain = !strchr(" \t\n\\", *at);
-        snprintf(escape, sizeof escape, plain ? "%c" : "\\%03o", static_cast<unsigned char>(*at));
-        field += escape;
-    }
-    free(whole);
-    return field;
-}
-
 // Whether something is mounted at `path`: another device than its parent's, or, where the system
 // lists its mounts in a file, one of these.
 static bool IsMountPoint(const std::string &path, const std::string &parent)
@@ -79,28 +57,21 @@ static bool IsMountPoint(const std::string &path, const std::string &parent)
         return false;
     if (info.st_dev != above.st_dev)
         return true;
-    const std::string wanted = MountField(path);
-    std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string line; std::getline(mounts, line);) {
-        std::istringstream fields(line);
-        std::string place;
-        // Its number, its parent's, the device, the folder there, and the place.
-        for (int i = 0; i < 5; i++)
-            fields >> place;
-        if (place == wanted)
-            return true;
-    }
-    return false;
+    char *whole = realpath(path.c_str(), nullptr);
+    const std::string place = whole ? whole : "";
+    free(whole);
+    return std::ranges::any_of(observe::Mounts(),
+                               [&](const auto &mounted) { return mounted.place == place; });
 }
 
 static void CheckLogFolder(Report &report, const std::string &root)
 {
-    const std::string folder = root + kLogFolder;
+    const std::string folder = root + observe::kLogFolder;
     const auto add = [&](Verdict verdict, const std::string &found, const std::string &effect) {
         report.findings.push_back(
-            {verdict, "machine", "log-folder", 0, kLogFolder + found, effect});
+            {verdict, "machine", "log-folder", 0, observe::kLogFolder + found, effect});
     };
-    if (!IsFolder(folder))
+    if (!observe::IsFolder(folder))
         add(Verdict::Fail, " is missing",
             "nothing is logged, the Finder is never seen and nothing is opened");
     else if (access(folder.c_str(), W_OK) != 0)
@@ -113,11 +84,11 @@ static void CheckLogFolder(Report &report, const std::string &root)
 static void CheckVolume(Report &report, const std::string &root, const std::string &name)
 {
     const std::string volumes = root + "/Volumes";
-    const std::string shown = "/Volumes/" + tools::Printable(name);
+    const std::string shown = "/Volumes/" + observe::Printable(name);
     const auto add = [&](Verdict verdict, const std::string &found, const std::string &effect) {
         report.findings.push_back({verdict, "machine", "volume", 0, shown + found, effect});
     };
-    if (!IsFolder(volumes + "/" + name))
+    if (!observe::IsFolder(volumes + "/" + name))
         add(Verdict::Warn, " is not there",
             "with a modem's port present a start waits up to 300 s for it");
     else if (!IsMountPoint(volumes + "/" + name, volumes))
@@ -130,8 +101,8 @@ static void CheckVolume(Report &report, const std::string &root, const std::stri
 void CheckMachine(Report &report, const std::string &root, const std::string &configPath)
 {
     CheckLogFolder(report, root);
-    const auto name = ReadIni(configPath, "Volumes", "name");
-    CheckVolume(report, root, name ? name->value.substr(0, kNameMax) : "Orvanta");
+    const auto name = ReadIni(configPath, observe::kConfigSection, "name");
+    CheckVolume(report, root, name ? name->value.substr(0, kNameMax) : observe::kDefaultVolumeName);
 }
 
 }  // namespace kcheck

@@ -9,10 +9,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "observe/files.h"
+#include "observe/program.h"
 #include "tools/check/readers.h"
 #include "tools/check/render.h"
 #include "tools/check/rules.h"
-#include "tools/common/program.h"
 
 static const char kProgram[] = "kestrun-check";
 static const char kConfig[] = "/Library/StartupItems/QVKestrun/config";
@@ -59,12 +60,12 @@ static bool CheckFile(kcheck::Report &report, const char *file, const std::strin
     const bool stands = stat(path.c_str(), &status) == 0;
     // A pipe can be read once: the daemon's readers would find it empty.
     if (stands && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
-        tools::CouldNot(kProgram, path + ": Not a regular file");
+        observe::CouldNot(kProgram, path + ": Not a regular file");
         return false;
     }
-    const auto content = stands ? tools::ReadWholeFile(path) : std::nullopt;
+    const auto content = stands ? observe::ReadWholeFile(path) : std::nullopt;
     if (!content && (named || errno != ENOENT)) {
-        tools::CouldNot(kProgram, path + ": " + strerror(errno));
+        observe::CouldNot(kProgram, path + ": " + strerror(errno));
         return false;
     }
     if (!content) {
@@ -86,23 +87,23 @@ static int Run(const Arguments &arguments)
     const bool named = arguments.config.has_value();
     const std::string root = arguments.root.value_or("");
     if (!root.empty() && access((root + "/.").c_str(), F_OK) != 0)
-        return tools::CouldNot(kProgram, root + ": " + strerror(errno));
+        return observe::CouldNot(kProgram, root + ": " + strerror(errno));
     const std::string config = named ? FileAt(*arguments.config) : root + kConfig;
     if (!kcheck::IsPathKept(config))
-        return tools::CouldNot(kProgram, config + ": " + strerror(ENAMETOOLONG));
+        return observe::CouldNot(kProgram, config + ": " + strerror(ENAMETOOLONG));
     if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
-        return tools::kExitCouldNot;
+        return observe::kExitCouldNot;
     const bool sysNamed = arguments.sysConfig.has_value();
     const std::string sysConfig = sysNamed ? FileAt(*arguments.sysConfig) : root + kSysConfig;
     if ((sysNamed || !named) &&
         !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
-        return tools::kExitCouldNot;
+        return observe::kExitCouldNot;
     if (!named)
         kcheck::CheckMachine(report, root, config);
     const std::string text =
         arguments.json ? kcheck::RenderJson(report) : kcheck::RenderText(report);
     const bool fine = kcheck::Worst(report) == kcheck::Verdict::Pass;
-    return tools::Say(kProgram, text, fine ? tools::kExitFine : tools::kExitFound);
+    return observe::Say(kProgram, text, fine ? observe::kExitFine : observe::kExitFound);
 }
 
 // Takes the options. Returns an exit status when there is nothing more to do, else -1.
@@ -118,16 +119,16 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
     int letter = 0;
     while ((letter = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
         switch (letter) {
-        case 'h': return tools::Say(kProgram, kUsage, tools::kExitFine);
+        case 'h': return observe::Say(kProgram, kUsage, observe::kExitFine);
         case 'j': arguments.json = true; break;
         case 'r': arguments.root = optarg; break;
-        case 'v': return tools::SayVersion(kProgram);
-        default: fputs(kUsage, stderr); return tools::kExitCouldNot;
+        case 'v': return observe::SayVersion(kProgram);
+        default: fputs(kUsage, stderr); return observe::kExitCouldNot;
         }
     }
     if (argc - optind > 2 || (optind < argc && arguments.root)) {
         fputs(kUsage, stderr);
-        return tools::kExitCouldNot;
+        return observe::kExitCouldNot;
     }
     if (optind < argc)
         arguments.config = argv[optind];

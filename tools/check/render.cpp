@@ -1,8 +1,8 @@
 // render.cpp - see render.h.
 #include "tools/check/render.h"
 
+#include "observe/json.h"
 #include "tools/check/lines.h"
-#include "tools/common/json.h"
 
 namespace kcheck
 {
@@ -20,31 +20,26 @@ std::string RenderText(const Report &report)
 
 std::string RenderJson(const Report &report)
 {
-    tools::JsonWriter json;
-    json.BeginObject().Member("verdict", VerdictName(Worst(report)));
-    json.Key("findings").BeginArray();
+    observe::Json findings = observe::Json::array();
     for (const Finding &finding : report.findings) {
-        json.BeginObject()
-            .Member("verdict", VerdictName(finding.verdict))
-            .Member("file", finding.file)
-            .Member("about", finding.about)
-            .Member("line", finding.line)
-            .Member("found", finding.found)
-            .Member("effect", finding.effect)
-            .End();
+        findings.push_back({{"verdict", VerdictName(finding.verdict)},
+                            {"file", finding.file},
+                            {"about", finding.about},
+                            {"line", finding.line},
+                            {"found", finding.found},
+                            {"effect", finding.effect}});
     }
-    json.End().Key("values").BeginArray();
+    observe::Json values = observe::Json::array();
     for (const Setting &setting : report.settings) {
-        json.BeginObject()
-            .Member("file", setting.file)
-            .Member("key", setting.key)
-            .Member("value", setting.value)
-            .Member("bytes", setting.value ? std::optional(Hex(*setting.value)) : std::nullopt)
-            .Member("line", setting.line)
-            .End();
+        const auto bytes = setting.value ? std::optional(Hex(*setting.value)) : std::nullopt;
+        values.push_back({{"file", setting.file},
+                          {"key", setting.key},
+                          {"value", observe::OrNull(setting.value)},
+                          {"bytes", observe::OrNull(bytes)},
+                          {"line", setting.line}});
     }
-    json.End().End();
-    return json.Text();
+    return observe::JsonText(
+        {{"verdict", VerdictName(Worst(report))}, {"findings", findings}, {"values", values}});
 }
 
 }  // namespace kcheck

@@ -1,10 +1,10 @@
 // sysconfig_rules.cpp - the request for a setup package, and what a run would change in the file.
 #include <unistd.h>
 
+#include "observe/names.h"
 #include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
-#include "tools/common/program.h"
 
 namespace kcheck
 {
@@ -91,7 +91,7 @@ static void CheckRepeated(SysConfig &file, const char *key, size_t counts)
 static void CheckTab(SysConfig &file, const char *key, const std::string &value, size_t line)
 {
     if (value.find('\t') != std::string::npos)
-        Add(file, Verdict::Fail, key, line, tools::Quoted(value) + ": a tab",
+        Add(file, Verdict::Fail, key, line, observe::Quoted(value) + ": a tab",
             "it stays in the value");
 }
 
@@ -128,12 +128,13 @@ static bool CheckRun(SysConfig &file)
     CheckRepeated(file, kKey, line);
     const std::string lower = Lower(run->value);
     if (lower == "yes") {
-        Add(file, Verdict::Pass, kKey, line, tools::Quoted(run->value), "the setup package is run");
+        Add(file, Verdict::Pass, kKey, line, observe::Quoted(run->value),
+            "the setup package is run");
         return true;
     }
     const bool meantOff = lower == "no" || lower == "false" || lower == "0" || lower == "off";
     Add(file, meantOff ? Verdict::Pass : Verdict::Warn, kKey, line,
-        tools::Quoted(run->value) + (meantOff ? "" : ": not yes"), "no setup package is run");
+        observe::Quoted(run->value) + (meantOff ? "" : ": not yes"), "no setup package is run");
     return false;
 }
 
@@ -148,13 +149,14 @@ static bool CheckPath(SysConfig &file)
     const std::string &value = file.request.path->value;
     CheckRepeated(file, kKey, line);
     CheckTab(file, kKey, value, line);
-    const std::string effect = "waits up to 180 s for /Volumes/" + tools::Printable(value);
+    const std::string effect = "waits up to 180 s for /Volumes/" + observe::Printable(value);
     if (value.empty())
         Add(file, Verdict::Warn, kKey, line, "empty", "the file is looked for in /Volumes/ itself");
     else if (value.front() == '/' || value.back() == '/')
-        Add(file, Verdict::Warn, kKey, line, tools::Quoted(value) + ": a slash at an end", effect);
+        Add(file, Verdict::Warn, kKey, line, observe::Quoted(value) + ": a slash at an end",
+            effect);
     else
-        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value), effect);
+        Add(file, Verdict::Pass, kKey, line, observe::Quoted(value), effect);
     return true;
 }
 
@@ -200,12 +202,13 @@ static bool CheckName(SysConfig &file)
             "the package's volume has a path of " + std::to_string(volume.size()) + " bytes",
             "more than 1017 are too many: the package is not opened");
     } else {
-        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value),
-            "it is opened; then up to 30 s for " + tools::Printable(volume));
+        Add(file, Verdict::Pass, kKey, line, observe::Quoted(value),
+            "it is opened; then up to 30 s for " + observe::Printable(volume));
     }
-    CheckCommands(
-        file, "open \"/Volumes/" + tools::Printable(file.request.path->value + "/" + value) + "\"",
-        "open \"" + tools::Printable(volume + "/" + package) + ".pkg\"", line);
+    CheckCommands(file,
+                  "open \"/Volumes/" + observe::Printable(file.request.path->value + "/" + value) +
+                      "\"",
+                  "open \"" + observe::Printable(volume + "/" + package) + ".pkg\"", line);
     return true;
 }
 
@@ -240,13 +243,14 @@ static void CheckOnce(SysConfig &file)
     CheckRepeated(file, kKey, line);
     const std::string &value = file.request.once->value;
     if (Lower(value) == "yes") {
-        Add(file, Verdict::Pass, kKey, line, tools::Quoted(value),
+        Add(file, Verdict::Pass, kKey, line, observe::Quoted(value),
             "the request is switched off after a run");
         CheckRewrite(file);
     } else {
         const bool meant = Lower(value) == "no";
         Add(file, meant ? Verdict::Pass : Verdict::Warn, kKey, line,
-            tools::Quoted(value) + (meant ? "" : ": not yes"), "the package is run at every mount");
+            observe::Quoted(value) + (meant ? "" : ": not yes"),
+            "the package is run at every mount");
     }
 }
 

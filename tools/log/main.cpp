@@ -11,7 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tools/common/program.h"
+#include "observe/files.h"
+#include "observe/program.h"
 #include "tools/log/follow.h"
 #include "tools/log/render.h"
 
@@ -48,7 +49,7 @@ struct Arguments {
 
 static int CouldNotRead(const Arguments &arguments)
 {
-    return tools::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
+    return observe::CouldNot(kProgram, arguments.log + ": " + strerror(errno));
 }
 
 // Whether the picture would take the place of the log that it shows.
@@ -62,11 +63,11 @@ static bool IsTheLog(const Arguments &arguments)
 
 static int Explain(const Arguments &arguments)
 {
-    auto content = tools::ReadWholeFile(arguments.log);
+    auto content = observe::ReadWholeFile(arguments.log);
     if (!content)
         return CouldNotRead(arguments);
     if (arguments.svg && IsTheLog(arguments))
-        return tools::CouldNot(kProgram, *arguments.svg + ": that is the log itself");
+        return observe::CouldNot(kProgram, *arguments.svg + ": that is the log itself");
     const std::vector<std::string> notes = klog::UndoConversions(*content);
     klog::LogText log = klog::ParseLog(*content);
     klog::Untangle(log);
@@ -74,10 +75,10 @@ static int Explain(const Arguments &arguments)
     story.notes.insert(story.notes.begin(), notes.begin(), notes.end());
     const std::string text = arguments.json ? klog::RenderJson(log, story)
                                             : klog::RenderText(log, story, arguments.text);
-    if (arguments.svg && !tools::WriteWholeFile(*arguments.svg, klog::RenderSvg(log, story)))
-        return tools::CouldNot(kProgram, *arguments.svg + ": " + strerror(errno));
-    return tools::Say(kProgram, text,
-                      klog::HasFindings(story) ? tools::kExitFound : tools::kExitFine);
+    if (arguments.svg && !observe::WriteFile(*arguments.svg, klog::RenderSvg(log, story)))
+        return observe::CouldNot(kProgram, *arguments.svg + ": " + strerror(errno));
+    return observe::Say(kProgram, text,
+                        klog::HasFindings(story) ? observe::kExitFound : observe::kExitFine);
 }
 
 // Returns when the file cannot be read, or nobody takes the output any more. One that is not there is
@@ -98,7 +99,7 @@ static int Follow(const Arguments &arguments)
         if (old && now.st_size == before.st_size && now.st_ino == before.st_ino &&
             now.st_mtime == before.st_mtime)
             continue;
-        const auto content = tools::ReadWholeFile(arguments.log);
+        const auto content = observe::ReadWholeFile(arguments.log);
         if (!content && errno == ENOENT)
             continue;
         if (!content)
@@ -107,8 +108,8 @@ static int Follow(const Arguments &arguments)
             shown = {};
         before = now;
         const std::string text = klog::ShowNews(shown, *content);
-        if (tools::Say(kProgram, text, tools::kExitFine) != tools::kExitFine)
-            return tools::kExitCouldNot;
+        if (observe::Say(kProgram, text, observe::kExitFine) != observe::kExitFine)
+            return observe::kExitCouldNot;
     }
 }
 
@@ -129,11 +130,11 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
         switch (letter) {
         case 'c': arguments.text.calls = true; break;
         case 'f': arguments.follow = true; break;
-        case 'h': return tools::Say(kProgram, kUsage, tools::kExitFine);
+        case 'h': return observe::Say(kProgram, kUsage, observe::kExitFine);
         case 'j': arguments.json = true; break;
         case 's': arguments.svg = optarg; break;
-        case 'v': return tools::SayVersion(kProgram);
-        default: fputs(kUsage, stderr); return tools::kExitCouldNot;
+        case 'v': return observe::SayVersion(kProgram);
+        default: fputs(kUsage, stderr); return observe::kExitCouldNot;
         }
     }
     if (optind < argc)
@@ -142,7 +143,7 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
                                             arguments.svg || arguments.log == "-");
     if (argc - optind > 1 || mixed) {
         fputs(kUsage, stderr);
-        return tools::kExitCouldNot;
+        return observe::kExitCouldNot;
     }
     return -1;
 }

@@ -1,11 +1,11 @@
 // render_json.cpp - the story for programs.
-#include "tools/common/json.h"
+#include "observe/json.h"
 #include "tools/log/render.h"
 
 namespace klog
 {
 
-using tools::JsonWriter;
+using observe::Json;
 
 const char *OutcomeName(Outcome outcome)
 {
@@ -22,102 +22,80 @@ const char *OutcomeName(Outcome outcome)
     return "";
 }
 
-static void Place(JsonWriter &json, const LogText &log, size_t first, size_t last)
+// `json` with the place in the log of what it tells.
+static Json Placed(Json json, const LogText &log, size_t first, size_t last)
 {
-    json.Member("from", Sortable(log.records[first].stamp))
-        .Member("to", Sortable(log.records[last].stamp))
-        .Member("seconds", Duration(log, first, last))
-        .Member("first_line", log.records[first].number)
-        .Member("last_line", log.records[last].number)
-        .Member("text_line", log.records[first].textLine);
+    json["from"] = Sortable(log.records[first].stamp);
+    json["to"] = Sortable(log.records[last].stamp);
+    json["seconds"] = observe::OrNull(Duration(log, first, last));
+    json["first_line"] = log.records[first].number;
+    json["last_line"] = log.records[last].number;
+    json["text_line"] = log.records[first].textLine;
+    return json;
 }
 
-static void Texts(JsonWriter &json, const char *key, const std::vector<std::string> &texts)
+static Json ArrivalJson(const LogText &log, const Arrival &arrival)
 {
-    json.Key(key).BeginArray();
-    for (const std::string &text : texts)
-        json.Value(text);
-    json.End();
-}
-
-static void WriteArrival(JsonWriter &json, const LogText &log, const Arrival &arrival)
-{
-    json.BeginObject()
-        .Member("at_start", arrival.atStart)
-        .Member("outcome", OutcomeName(arrival.outcome))
-        .Member("sentence", arrival.sentence)
-        .Member("setup_failed", arrival.setupFailed);
-    json.Key("steps").BeginArray();
+    Json steps = Json::array();
     for (const Step &step : arrival.steps) {
-        json.BeginObject().Member("name", step.name).Member("ended", step.ended);
-        json.Member("detail", step.detail);
-        Place(json, log, step.first, step.last);
-        json.End();
+        const Json json = {{"name", step.name}, {"ended", step.ended}, {"detail", step.detail}};
+        steps.push_back(Placed(json, log, step.first, step.last));
     }
-    json.End();
-    Texts(json, "notes", arrival.notes);
-    json.End();
+    return {{"at_start", arrival.atStart},
+            {"outcome", OutcomeName(arrival.outcome)},
+            {"sentence", arrival.sentence},
+            {"setup_failed", arrival.setupFailed},
+            {"steps", steps},
+            {"notes", arrival.notes}};
 }
 
-static void WriteCalls(JsonWriter &json, const LogText &log, const Run &run)
+static Json CallsJson(const LogText &log, const Run &run)
 {
     static const char *const kEndings[] = {"exit", "silent", "open"};
-    json.Key("calls").BeginArray();
+    Json calls = Json::array();
     for (const Call &call : run.calls.calls) {
-        json.BeginObject()
-            .Member("function", call.source)
-            .Member("depth", call.depth)
-            .Member("ending", kEndings[static_cast<size_t>(call.ending)]);
-        Place(json, log, call.first, call.last);
-        json.End();
+        const Json json = {{"function", call.source},
+                           {"depth", call.depth},
+                           {"ending", kEndings[static_cast<size_t>(call.ending)]}};
+        calls.push_back(Placed(json, log, call.first, call.last));
     }
-    json.End();
+    return calls;
 }
 
-static void WriteRun(JsonWriter &json, const LogText &log, const Run &run)
+static Json RunJson(const LogText &log, const Run &run)
 {
-    json.BeginObject().Member("version", run.version).Member("last_run", run.isLast);
-    Place(json, log, run.first, run.last);
-    json.Key("missing").BeginArray();
+    Json json =
+        Placed({{"version", run.version}, {"last_run", run.isLast}}, log, run.first, run.last);
+    json["missing"] = Json::array();
     for (const Gap &gap : run.gaps) {
-        json.BeginObject()
-            .Member("first_line", gap.from)
-            .Member("last_line", gap.to)
-            .Member("why", GapText(gap))
-            .End();
+        json["missing"].push_back(
+            {{"first_line", gap.from}, {"last_line", gap.to}, {"why", GapText(gap)}});
     }
-    json.End();
-    Texts(json, "notes", run.notes);
-    json.Key("arrivals").BeginArray();
+    json["notes"] = run.notes;
+    json["arrivals"] = Json::array();
     for (const Arrival &arrival : run.arrivals)
-        WriteArrival(json, log, arrival);
-    json.End();
-    WriteCalls(json, log, run);
-    json.End();
+        json["arrivals"].push_back(ArrivalJson(log, arrival));
+    json["calls"] = CallsJson(log, run);
+    return json;
 }
 
 std::string RenderJson(const LogText &log, const Story &story)
 {
-    JsonWriter json;
-    json.BeginObject().Member("findings", HasFindings(story));
-    json.Key("runs").BeginArray();
+    Json runs = Json::array();
     for (const Run &run : story.runs)
-        WriteRun(json, log, run);
-    json.End();
-    json.Key("unknown").BeginArray();
-    for (const Unknown &unknown : story.unknown) {
-        const Record &record = log.records[unknown.record];
-        json.BeginObject()
-            .Member("line", record.number)
-            .Member("text_line", record.textLine)
-            .Member("source", record.source)
-            .Member("message", record.message)
-            .End();
+        runs.push_back(RunJson(log, run));
+    Json unknown = Json::array();
+    for (const Unknown &text : story.unknown) {
+        const Record &record = log.records[text.record];
+        unknown.push_back({{"line", record.number},
+                           {"text_line", record.textLine},
+                           {"source", record.source},
+                           {"message", record.message}});
     }
-    json.End();
-    Texts(json, "notes", story.notes);
-    json.End();
-    return json.Text();
+    return observe::JsonText({{"findings", HasFindings(story)},
+                              {"runs", runs},
+                              {"unknown", unknown},
+                              {"notes", story.notes}});
 }
 
 }  // namespace klog

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tools/common/program.h"
+#include "observe/names.h"
 #include "tools/log/render.h"
 
 namespace klog
@@ -20,7 +20,7 @@ static const int kTop = 30;
 static std::string Escaped(const std::string &text)
 {
     std::string escaped;
-    for (const char ch : tools::Printable(text)) {
+    for (const char ch : observe::Printable(text)) {
         switch (ch) {
         case '&': escaped += "&amp;"; break;
         case '<': escaped += "&lt;"; break;

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tools/common/program.h"
+#include "observe/names.h"
 #include "tools/log/render.h"
 #include "tools/log/sentences.h"
 
@@ -65,7 +65,7 @@ std::string RenderArrival(const LogText &log, const Arrival &arrival, size_t num
                 Lines(log, step.first, step.last) + "\n";
     }
     for (const std::string &note : arrival.notes)
-        text += "    note: " + tools::Printable(note) + "\n";
+        text += "    note: " + observe::Printable(note) + "\n";
     return text + "    => " + arrival.sentence + "\n";
 }
 
@@ -154,7 +154,8 @@ std::string RenderText(const LogText &log, const Story &story, const TextOptions
     for (const Unknown &unknown : story.unknown) {
         const Record &record = log.records[unknown.record];
         text += "unknown text, line " + std::to_string(record.number) + ": " +
-                tools::Printable(record.source) + " --- " + tools::Printable(record.message) + "\n";
+                observe::Printable(record.source) + " --- " + observe::Printable(record.message) +
+                "\n";
     }
     if (story.runs.empty())
         text += "no line of the daemon in this file\n";
@@ -168,7 +169,7 @@ std::string RenderRecord(const Record &record)
     const Found found = FindMessage(record.source, record.message, record.cut);
     std::string text = Sortable(record.stamp) + "  " + Padded(std::to_string(record.number), 6) +
                        " " + Padded(Name(record.source), 20) + " " +
-                       tools::Printable(record.message);
+                       observe::Printable(record.message);
     text += found.message ? "\n    " + found.message->meaning : "\n    (unknown text)";
     return text + "\n";
 }

@@ -1,7 +1,7 @@
 // sentences.cpp - see sentences.h.
 #include "tools/log/sentences.h"
 
-#include "tools/common/program.h"
+#include "observe/names.h"
 
 namespace klog
 {
@@ -41,7 +41,7 @@ std::string StatusText(long status)
 
 static std::string Quoted(const std::string &command)
 {
-    return "`" + tools::Printable(command) + "`";
+    return "`" + observe::Printable(command) + "`";
 }
 
 // The last record of the step `name`; the arrival's first record when it has none.

@@ -12,12 +12,13 @@
 #include <unistd.h>
 
 #include "Common/INI.h"
+#include "observe/commands.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/names.h"
 #include "src/ActiveVolumeProgram.h"
 #include "src/Kestrun.h"
 #include "tamrik/tamrik.h"
-#include "tools/common/commands.h"
-#include "tools/common/program.h"
-#include "tools/status/daemon.h"
 
 namespace kstatus
 {
@@ -41,8 +42,8 @@ static std::string ProblemOf(const char *path)
 
 void ReadConfiguration(Facts *facts, const char *path)
 {
-    char name[kVolumeNameSize] = "";
-    const char *configured = kDefaultVolumeName;
+    char name[observe::kVolumeNameSize] = "";
+    const char *configured = observe::kDefaultVolumeName;
     facts->configProblem = ProblemOf(path);
     if (!facts->configProblem.empty()) {
         facts->unknown.push_back("what the configuration says: " + facts->configProblem);
@@ -50,25 +51,23 @@ void ReadConfiguration(Facts *facts, const char *path)
     }
     facts->configured = SetIniFileName(path);
     if (facts->configured)
-        configured = ReadString(kConfigSection, "name", kDefaultVolumeName);
+        configured = ReadString(observe::kConfigSection, "name", observe::kDefaultVolumeName);
     strncpy_s(name, sizeof name, configured, sizeof name - 1);
     facts->volumeName = name;
-    facts->hidden = IsKeyValueCaseEqual(path, kConfigSection, "disable_cdrom", "true");
+    facts->hidden = IsKeyValueCaseEqual(path, observe::kConfigSection, "disable_cdrom", "true");
 }
 
 static void GatherPort(Facts *facts)
 {
     char path[kPathSize] = "";
-    if (FindCommPort(kPortName, path, sizeof path) == 0)
+    if (FindCommPort(observe::kPortName, path, sizeof path) == 0)
         facts->port = path;
 }
 
 static void GatherPeople(Facts *facts)
 {
     for (Daemon &daemon : facts->daemons) {
-        const std::string pid = std::to_string(daemon.pid);
-        daemon.user = tools::FirstLine(
-            tools::CommandOutput("ps aux | awk -v PID=" + pid + " '$2 == PID { print $1 }'"));
+        daemon.user = observe::OwnerOfProcess(daemon.pid);
         if (daemon.user.empty())
             facts->unknown.emplace_back("the daemon's user");
     }
@@ -77,11 +76,11 @@ static void GatherPeople(Facts *facts)
     });
     if (same && !facts->daemons.empty())
         facts->daemonUser = facts->daemons[0].user;
-    facts->consoleUser = tools::FirstLine(tools::CommandOutput(kConsoleCommand));
+    facts->consoleUser = observe::OwnerOfConsole();
     if (facts->consoleUser.empty())
         facts->unknown.emplace_back("the console's owner");
-    facts->finder = !tools::CommandOutput(kFinderCommand).empty();
-    if (!*facts->finder && tools::CommandOutput("ps -A").empty()) {
+    facts->finder = observe::FinderRuns();
+    if (!*facts->finder && observe::CommandOutput("ps -A").empty()) {
         facts->finder.reset();
         facts->unknown.emplace_back("whether the Finder runs");
     }
@@ -90,8 +89,8 @@ static void GatherPeople(Facts *facts)
 // Whether `place` is that of the volume or of a duplicate of it ("Orvanta 1").
 static bool IsPlaceOf(const std::string &place, const std::string &name)
 {
-    std::string path = kVolumesDir + name;
-    for (size_t at = strlen(kVolumesDir); at < path.size(); ++at)
+    std::string path = observe::kVolumesDir + name;
+    for (size_t at = strlen(observe::kVolumesDir); at < path.size(); ++at)
         path[at] = path[at] == '/' ? ':' : path[at];
     if (place == path)
         return true;
@@ -116,7 +115,7 @@ std::optional<std::string> ReadLog(Facts *facts, const char *path)
     log.problem = ProblemOf(path);
     std::optional<std::string> text;
     if (log.problem.empty()) {
-        text = tools::ReadWholeFile(path);
+        text = observe::ReadWholeFile(path);
         log.missing = !text && errno == ENOENT;
         if (!text)
             log.problem = strerror(errno);
@@ -129,12 +128,13 @@ std::optional<std::string> ReadLog(Facts *facts, const char *path)
 static void GatherLog(Facts *facts)
 {
     LogFacts &log = facts->log;
-    const std::optional<std::string> text = ReadLog(facts, kLogFile);
+    const std::optional<std::string> text = ReadLog(facts, observe::kLogFile);
     const klog::LogText parsed = klog::ParseLog(text ? std::string_view(*text) : "");
     if (!parsed.records.empty()) {
         const klog::Record &last = parsed.records.back();
         log.number = last.number;
-        log.text = tools::FirstLine(std::string(last.source) + " --- " + std::string(last.message));
+        log.text =
+            observe::FirstLine(std::string(last.source) + " --- " + std::string(last.message));
         const std::optional<int64_t> at = TimeOf(last.stamp);
         if (at)
             log.age = facts->now - *at;
@@ -160,7 +160,7 @@ Facts GatherFacts()
         facts.unknown.emplace_back("the processes");
     GatherLog(&facts);
     GatherPeople(&facts);
-    ReadConfiguration(&facts, kConfigFile);
+    ReadConfiguration(&facts, observe::kConfigFile);
     GatherPort(&facts);
     GatherVolumes(&facts);
     return facts;

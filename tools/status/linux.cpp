@@ -6,8 +6,11 @@
 
 #include <unistd.h>
 
-#include "modem/process.h"
-#include "modem/world.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
+#include "observe/names.h"
+#include "observe/process.h"
 #include "tools/status/system.h"
 
 namespace kstatus
@@ -37,68 +40,32 @@ void PrepareCommands()
     (void)setenv("PATH", path.c_str(), 1);
 }
 
-static std::string FirstLine(const std::string &path)
+static Activity ActivityOf(long pid)
 {
-    const std::string text = modem::ReadFile(path);
-    return text.substr(0, text.find('\n'));
-}
-
-static Activity ActivityOf(const modem::Process &process)
-{
-    switch (modem::SleepOf(process)) {
-    case modem::Sleep::Unknown: return Activity::Unknown;
-    case modem::Sleep::Awake: return Activity::Works;
-    case modem::Sleep::Timed: return Activity::Pauses;
-    case modem::Sleep::Endless: return Activity::AwaitsEvents;
+    switch (observe::SleepOf(pid)) {
+    case observe::Sleep::Unknown: return Activity::Unknown;
+    case observe::Sleep::Awake: return Activity::Works;
+    case observe::Sleep::Timed: return Activity::Pauses;
+    case observe::Sleep::Endless: return Activity::AwaitsEvents;
     }
     return Activity::Unknown;
 }
 
-static std::vector<std::string> ChildrenOf(const std::string &folder, long pid)
-{
-    std::vector<std::string> names;
-    std::istringstream children(
-        modem::ReadFile(folder + "/task/" + std::to_string(pid) + "/children"));
-    for (std::string child; children >> child;)
-        names.push_back(FirstLine("/proc/" + child + "/comm"));
-    return names;
-}
-
-// Seconds since the process was started.
-static std::optional<long> AgeOf(long pid)
-{
-    const modem::NamedProcess process = modem::LookAtNamed(pid);
-    const std::string uptime = modem::ReadFile("/proc/uptime");
-    if (process.parent < 0 || uptime.empty())
-        return std::nullopt;
-    const long started = static_cast<long>(process.started) / sysconf(_SC_CLK_TCK);
-    return strtol(uptime.c_str(), nullptr, 10) - started;
-}
-
 bool FindDaemons(std::vector<Daemon> *daemons)
 {
-    for (const long pid : modem::FindDaemons()) {
-        const std::string folder = "/proc/" + std::to_string(pid);
-        modem::Process process;
-        process.pid = static_cast<pid_t>(pid);
-        daemons->push_back({pid, ActivityOf(process), ChildrenOf(folder, pid), AgeOf(pid)});
+    for (const long pid : observe::FindDaemons()) {
+        Daemon daemon{pid, ActivityOf(pid), {}, observe::AgeOf(pid)};
+        for (const long child : observe::ChildrenOf(pid))
+            daemon.children.push_back(observe::NameOf(child));
+        daemons->push_back(daemon);
     }
     return access("/proc/self/stat", R_OK) == 0;
-}
-
-static std::vector<std::string> Split(const std::string &text)
-{
-    std::vector<std::string> words;
-    std::istringstream stream(text);
-    for (std::string word; std::getline(stream, word, ',');)
-        words.push_back(word);
-    return words;
 }
 
 // The options that libmount noted for a place; none when it noted nothing.
 static std::string NotedOptions(const std::string &place)
 {
-    std::istringstream table(modem::ReadFile(kMountTable));
+    std::istringstream table(observe::ReadFile(kMountTable));
     std::string options;
     for (std::string line; std::getline(table, line);) {
         std::istringstream fields(line);
@@ -106,7 +73,7 @@ static std::string NotedOptions(const std::string &place)
         std::string noted;
         for (std::string field; fields >> field;) {
             if (field.compare(0, 7, "TARGET=") == 0)
-                target = modem::UnescapedField(field.substr(7));
+                target = observe::UnescapeField(field.substr(7));
             if (field.compare(0, 5, "OPTS=") == 0)
                 noted = field.substr(5);
         }
@@ -116,31 +83,26 @@ static std::string NotedOptions(const std::string &place)
     return options;
 }
 
-static bool Has(const std::vector<std::string> &options, const char *option)
-{
-    return std::find(options.begin(), options.end(), option) != options.end();
-}
-
 // The kernel does not know who asked: the daemon's own mounts are known by their options.
-static std::string MountedBy(const std::vector<std::string> &options)
+static std::string MountedBy(const std::string &options)
 {
-    const bool daemons = Has(options, "nosuid") && Has(options, "nodev") &&
-                         (Has(options, "ro") || Has(options, "x-gvfs-hide"));
-    return daemons ? "Kestrun" : "another program";
+    const bool shown =
+        observe::HasOption(options, "ro") || observe::HasOption(options, "x-gvfs-hide");
+    return observe::IsDaemons(options) && shown ? "Kestrun" : "another program";
 }
 
 bool ListVolumes(std::vector<Volume> *volumes)
 {
-    if (modem::ReadFile("/proc/self/mountinfo").empty())
-        return false;
-    modem::World world;
-    world.kind = modem::WorldKind::Root;
-    for (const modem::Mounted &mounted : modem::MountsUnder(world, "/Volumes")) {
+    const auto mounts = observe::Mounts();
+    for (const observe::Mounted &mounted : mounts) {
+        if (!observe::IsUnder(mounted.place, observe::kVolumesDir))
+            continue;
         const std::string noted = NotedOptions(mounted.place);
-        const auto options = Split(mounted.options + (noted.empty() ? "" : "," + noted));
-        volumes->push_back({mounted.place, mounted.source, MountedBy(options), options});
+        const std::string options = mounted.options + (noted.empty() ? "" : "," + noted);
+        volumes->push_back(
+            {mounted.place, mounted.source, MountedBy(options), observe::Split(options, ',')});
     }
-    return true;
+    return !mounts.empty();
 }
 
 const char *ShownOption(bool hidden)

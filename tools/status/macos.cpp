@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "tools/common/commands.h"
+#include "observe/commands.h"
+#include "observe/daemon.h"
 #include "tools/status/system.h"
 
 namespace kstatus
@@ -53,7 +54,7 @@ static std::optional<long> SecondsOf(const std::string &age)
 
 bool FindDaemons(std::vector<Daemon> *daemons)
 {
-    std::istringstream lines(tools::CommandOutput("ps -A -o pid=,ppid=,etime=,comm="));
+    std::istringstream lines(observe::CommandOutput("ps -A -o pid=,ppid=,etime=,comm="));
     std::vector<ProcessLine> processes;
     ProcessLine process;
     for (std::string line; std::getline(lines, line);) {
@@ -95,13 +96,12 @@ static bool TakeMountLine(const std::string &line, Volume *volume)
 
 bool ListVolumes(std::vector<Volume> *volumes)
 {
-    const char kVolumes[] = "/Volumes/";
-    std::istringstream lines(tools::CommandOutput("mount"));
+    std::istringstream lines(observe::CommandOutput("mount"));
     bool listed = false;
     Volume volume;
     for (std::string line; std::getline(lines, line);) {
         listed = TakeMountLine(line, &volume) || listed;
-        if (volume.place.compare(0, sizeof kVolumes - 1, kVolumes) == 0)
+        if (volume.place.starts_with(observe::kVolumesDir))
             volumes->push_back(volume);
         volume = Volume();
     }

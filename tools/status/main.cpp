@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "tools/common/program.h"
+#include "observe/program.h"
 #include "tools/status/report.h"
 
 static const char kProgram[] = "kestrun-status";
@@ -20,10 +20,10 @@ static int Tell(bool json)
 {
     const kstatus::Facts facts = kstatus::GatherFacts();
     const std::string text = json ? kstatus::ReportJson(facts) : kstatus::ReportText(facts);
-    const int status = !facts.unknown.empty()               ? tools::kExitCouldNot
-                       : kstatus::FindWrongs(facts).empty() ? tools::kExitFine
-                                                            : tools::kExitFound;
-    return tools::Say(kProgram, text, status);
+    const int status = !facts.unknown.empty()               ? observe::kExitCouldNot
+                       : kstatus::FindWrongs(facts).empty() ? observe::kExitFine
+                                                            : observe::kExitFound;
+    return observe::Say(kProgram, text, status);
 }
 
 int main(int argc, char **argv)
@@ -31,12 +31,12 @@ int main(int argc, char **argv)
     bool json = false;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--help") == 0)
-            return tools::Say(kProgram, kUsage, tools::kExitFine);
+            return observe::Say(kProgram, kUsage, observe::kExitFine);
         if (strcmp(argv[i], "--version") == 0)
-            return tools::SayVersion(kProgram);
+            return observe::SayVersion(kProgram);
         if (strcmp(argv[i], "--json") != 0) {
             (void)fputs(kUsage, stderr);
-            return tools::kExitCouldNot;
+            return observe::kExitCouldNot;
         }
         json = true;
     }

@@ -3,18 +3,20 @@
 
 #include <cstdio>
 
-#include "tools/common/json.h"
-#include "tools/common/program.h"
-#include "tools/status/daemon.h"
+#include "observe/daemon.h"
+#include "observe/json.h"
+#include "observe/names.h"
 
 namespace kstatus
 {
+
+using observe::Json;
 
 static std::string Line(const char *name, const std::string &text)
 {
     char head[16];
     (void)snprintf(head, sizeof head, "%-9s", name);
-    return head + tools::Printable(text) + "\n";
+    return head + observe::Printable(text) + "\n";
 }
 
 static std::string Joined(const std::vector<std::string> &words)
@@ -59,9 +61,9 @@ static std::string VolumeText(const Facts &facts)
 static std::string LogText(const LogFacts &log)
 {
     if (!log.problem.empty())
-        return Line("log", std::string(kLogFile) + ": " + log.problem);
+        return Line("log", std::string(observe::kLogFile) + ": " + log.problem);
     if (log.number == 0)
-        return Line("log", std::string(kLogFile) + " holds no line");
+        return Line("log", std::string(observe::kLogFile) + " holds no line");
     std::string age = "of unknown age";
     if (log.age && *log.age >= 0)
         age = std::to_string(*log.age) + " s old";
@@ -78,7 +80,7 @@ static const char *Option(const Facts &facts)
 static std::string ConfigText(const Facts &facts)
 {
     if (!facts.configProblem.empty())
-        return Line("config", std::string(kConfigFile) + ": " + facts.configProblem);
+        return Line("config", std::string(observe::kConfigFile) + ": " + facts.configProblem);
     return Line("config", "volume \"" + facts.volumeName + "\", mounted " + Option(facts) +
                               (facts.configured ? "" : "; there is no file, the defaults hold"));
 }
@@ -103,78 +105,74 @@ std::string ReportText(const Facts &facts)
     return text;
 }
 
-static void AddTexts(tools::JsonWriter *json, const char *key,
-                     const std::vector<std::string> &texts)
+static Json Maybe(const std::string &text)
 {
-    json->Key(key).BeginArray();
-    for (const std::string &text : texts)
-        json->Value(text);
-    json->End();
+    return text.empty() ? Json() : Json(text);
 }
 
-static std::optional<std::string> Maybe(const std::string &text)
+static Json DaemonJson(const Facts &facts)
 {
-    return text.empty() ? std::nullopt : std::optional(text);
-}
-
-static void AddDaemon(tools::JsonWriter *json, const Facts &facts)
-{
-    json->Key("daemon").BeginObject().Member("running", !facts.daemons.empty());
-    json->Member("user", Maybe(facts.daemonUser)).Key("processes").BeginArray();
+    Json processes = Json::array();
     for (const Daemon &daemon : facts.daemons)
-        json->Value(static_cast<int64_t>(daemon.pid));
-    json->End().End();
+        processes.push_back(daemon.pid);
+    return {{"running", !facts.daemons.empty()},
+            {"user", Maybe(facts.daemonUser)},
+            {"processes", processes}};
 }
 
-static void AddVolumes(tools::JsonWriter *json, const Facts &facts)
+static Json ConfigJson(const Facts &facts)
 {
-    json->Key("volumes").BeginArray();
+    const bool known = facts.configProblem.empty();
+    return {{"file", facts.configured || !known},
+            {"name", known ? Json(facts.volumeName) : Json()},
+            {"option", known ? Json(Option(facts)) : Json()}};
+}
+
+static Json VolumesJson(const Facts &facts)
+{
+    Json volumes = Json::array();
     for (const Volume &volume : facts.volumes) {
-        json->BeginObject().Member("place", volume.place).Member("source", volume.source);
-        json->Member("by", volume.by);
-        AddTexts(json, "options", volume.options);
-        json->End();
+        volumes.push_back({{"place", volume.place},
+                           {"source", volume.source},
+                           {"by", volume.by},
+                           {"options", volume.options}});
     }
-    json->End();
+    return volumes;
 }
 
-static void AddLog(tools::JsonWriter *json, const LogFacts &log)
+static Json LogJson(const LogFacts &log)
 {
-    json->Key("log").BeginObject().Member("path", kLogFile);
-    json->Member("problem", Maybe(log.problem)).Member("line", log.number);
-    json->Member("seconds", log.age).Member("text", Maybe(log.text)).End();
+    return {{"path", observe::kLogFile},
+            {"problem", Maybe(log.problem)},
+            {"line", log.number},
+            {"seconds", observe::OrNull(log.age)},
+            {"text", Maybe(log.text)}};
 }
 
-static void AddWaiting(tools::JsonWriter *json, const Facts &facts)
+static Json WaitingJson(const Facts &facts)
 {
     const Waiting &waiting = facts.waiting;
-    const std::optional<int64_t> seconds =
-        waiting.since ? std::optional(facts.now - *waiting.since) : std::nullopt;
-    json->Key("waits").BeginObject().Member("for", PhaseWord(waiting.phase));
-    json->Member("text", DescribeWaiting(waiting, facts.now)).Member("seconds", seconds);
-    json->Member("tries", waiting.tries).Member("limit", waiting.limit).End();
+    if (facts.daemons.empty())
+        return {};
+    return {{"for", PhaseWord(waiting.phase)},
+            {"text", DescribeWaiting(waiting, facts.now)},
+            {"seconds", waiting.since ? Json(facts.now - *waiting.since) : Json()},
+            {"tries", waiting.tries},
+            {"limit", waiting.limit}};
 }
 
 std::string ReportJson(const Facts &facts)
 {
-    tools::JsonWriter json;
-    json.BeginObject();
-    AddDaemon(&json, facts);
-    json.Member("console", Maybe(facts.consoleUser)).Member("finder", facts.finder);
-    const bool known = facts.configProblem.empty();
-    json.Key("configuration").BeginObject().Member("file", facts.configured || !known);
-    json.Member("name", known ? std::optional(facts.volumeName) : std::nullopt);
-    json.Member("option", known ? std::optional(std::string(Option(facts))) : std::nullopt);
-    json.End().Member("port", Maybe(facts.port));
-    AddVolumes(&json, facts);
-    AddLog(&json, facts.log);
-    if (facts.daemons.empty())
-        json.Key("waits").Null();
-    else
-        AddWaiting(&json, facts);
-    AddTexts(&json, "wrong", FindWrongs(facts));
-    AddTexts(&json, "unknown", facts.unknown);
-    return json.End().Text();
+    return observe::JsonText({{"daemon", DaemonJson(facts)},
+                              {"console", Maybe(facts.consoleUser)},
+                              {"finder", observe::OrNull(facts.finder)},
+                              {"configuration", ConfigJson(facts)},
+                              {"port", Maybe(facts.port)},
+                              {"volumes", VolumesJson(facts)},
+                              {"log", LogJson(facts.log)},
+                              {"waits", WaitingJson(facts)},
+                              {"wrong", FindWrongs(facts)},
+                              {"unknown", facts.unknown}});
 }
 
 }  // namespace kstatus

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "tools/status/daemon.h"
+#include "observe/daemon.h"
 
 namespace kstatus
 {
@@ -78,11 +78,11 @@ static void BeginPhase(RunReading *run, Phase phase, const klog::Record &record)
     run->waiting.phase = phase;
     run->waiting.since = TimeOf(record.stamp);
     if (phase == Phase::Port)
-        run->waiting.limit = kPortTries;
+        run->waiting.limit = observe::kPortTries;
     if (phase == Phase::Volume)
-        run->waiting.limit = kStartWait;
+        run->waiting.limit = observe::kStartWait;
     if (phase == Phase::Application)
-        run->waiting.limit = kOpenTries;
+        run->waiting.limit = observe::kOpenTries;
 }
 
 // A wait for a volume, at the start or for the setup package.
@@ -92,7 +92,7 @@ static void TakeVolumeWait(RunReading *run, const klog::Record &record)
         run->waiting.phase == Phase::Setup || run->waiting.phase == Phase::SetupVolume;
     if (Begins(record, "ActiveVolumeProgram:IsVolumeExist", "IsVolumeExist Enter") && setup) {
         BeginPhase(run, Phase::SetupVolume, record);
-        run->waiting.limit = run->package ? kPackageWait : kSetupWait;
+        run->waiting.limit = run->package ? observe::kPackageWait : observe::kSetupWait;
     } else if (Begins(record, "ActiveVolumeProgram:IsVolumeExist", " ")) {
         const std::string path = Between(record.message, "open (", ") failed, open again");
         run->waiting.path = path == "(null)" ? "" : path;
@@ -113,7 +113,7 @@ static void TakeTry(RunReading *run, const klog::Record &record)
     const bool opens = waiting.phase == Phase::Application || waiting.phase == Phase::Setup;
     if (opens && Begins(record, "Process:RunShellProgram", "RunShellProgram Enter")) {
         waiting.tries = 0;
-        waiting.limit = kOpenTries;
+        waiting.limit = observe::kOpenTries;
     }
     if (opens && Begins(record, "Process:RunShellProgram", "system failed ")) {
         ++waiting.tries;

@@ -14,8 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tools/common/program.h"
-#include "tools/status/daemon.h"
+#include "observe/daemon.h"
+#include "observe/files.h"
 #include "tools/status/facts.h"
 #include "tools/status/report.h"
 
@@ -231,7 +231,7 @@ TEST_CASE("a configuration that cannot be read is not taken for none")
         kstatus::ReadConfiguration(&facts, path.c_str());
         CHECK(kstatus::FindWrongs(facts).empty());
         const std::string line =
-            "config   " + std::string(kstatus::kConfigFile) + ": " + facts.configProblem + "\n";
+            "config   " + std::string(observe::kConfigFile) + ": " + facts.configProblem + "\n";
         CHECK(kstatus::ReportText(facts).find(line) != std::string::npos);
         CHECK(kstatus::ReportJson(facts).find("\"name\": null") != std::string::npos);
         CHECK(facts.unknown == Texts{"what the configuration says: " + facts.configProblem});
@@ -263,7 +263,7 @@ TEST_CASE("a log that cannot be read is told with the reason, one that is not th
     CHECK(pipe.log.problem == "Not a regular file");
     CHECK(pipe.unknown == std::vector<std::string>{"what the log says: Not a regular file"});
     unlink(path.c_str());
-    REQUIRE(tools::WriteWholeFile(path, "line 1===x"));
+    REQUIRE(observe::WriteFile(path, "line 1===x"));
     kstatus::Facts there;
     CHECK(read(&there) == "line 1===x");
     CHECK_FALSE(there.log.missing);
@@ -291,9 +291,9 @@ TEST_CASE("a daemon that has ended, and whose end nobody asked for yet, does not
 TEST_CASE("the names that the tool goes by are those of the daemon's source")
 {
     const std::string source = ReadFile(std::string(KESTRUN_SOURCES) + "/Kestrun.cpp");
-    for (const char *name : {kstatus::kLogFile, kstatus::kConfigFile, kstatus::kConfigSection,
-                             kstatus::kVolumesDir, kstatus::kDefaultVolumeName, kstatus::kPortName,
-                             kstatus::kConsoleCommand, kstatus::kFinderCommand}) {
+    for (const char *name : {observe::kLogFile, observe::kConfigFile, observe::kConfigSection,
+                             observe::kVolumesDir, observe::kDefaultVolumeName, observe::kPortName,
+                             observe::kConsoleCommand, observe::kFinderCommand}) {
         CAPTURE(name);
         CHECK(source.find("\"" + std::string(name) + "\"") != std::string::npos);
     }
@@ -301,10 +301,10 @@ TEST_CASE("the names that the tool goes by are those of the daemon's source")
     const auto says = [](const std::string &text, const std::string &name, long value) {
         return text.find(name + " = " + std::to_string(value) + ";") != std::string::npos;
     };
-    CHECK(says(source, "kPortTries", kstatus::kPortTries));
-    CHECK(says(source, "kOpenTries", kstatus::kOpenTries));
-    CHECK(says(source, "kVolumeBudget", kstatus::kStartWait));
-    CHECK(says(source, "kVolumeNameSize", kstatus::kVolumeNameSize));
-    CHECK(says(setup, "kFileVolumeWait", kstatus::kSetupWait));
-    CHECK(says(setup, "kPackageWait", kstatus::kPackageWait));
+    CHECK(says(source, "kPortTries", observe::kPortTries));
+    CHECK(says(source, "kOpenTries", observe::kOpenTries));
+    CHECK(says(source, "kVolumeBudget", observe::kStartWait));
+    CHECK(says(source, "kVolumeNameSize", observe::kVolumeNameSize));
+    CHECK(says(setup, "kFileVolumeWait", observe::kSetupWait));
+    CHECK(says(setup, "kPackageWait", observe::kPackageWait));
 }

@@ -1,58 +1,12 @@
-// program.cpp - see program.h.
-#include "tools/common/program.h"
+// names.cpp - see names.h.
+#include "observe/names.h"
 
-#include <cerrno>
-#include <csignal>
+#include <cctype>
 #include <cstdio>
-#include <cstring>
+#include <sstream>
 
-namespace tools
+namespace observe
 {
-
-int CouldNot(const char *program, const std::string &message)
-{
-    fprintf(stderr, "%s: %s\n", program, message.c_str());
-    return kExitCouldNot;
-}
-
-int Say(const char *program, std::string_view text, int status)
-{
-    (void)signal(SIGPIPE, SIG_IGN);  // else it ends the program without a word
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size() || fflush(stdout) != 0)
-        return CouldNot(program, std::string("standard output: ") + strerror(errno));
-    return status;
-}
-
-int SayVersion(const char *program)
-{
-    return Say(program, std::string(program) + " " + KESTRUN_VERSION + "\n", kExitFine);
-}
-
-std::optional<std::string> ReadWholeFile(const std::string &path)
-{
-    FILE *file = path == "-" ? stdin : fopen(path.c_str(), "rb");
-    if (!file)
-        return std::nullopt;
-    std::string content;
-    char block[65536];
-    size_t count = 0;
-    while ((count = fread(block, 1, sizeof block, file)) > 0)
-        content.append(block, count);
-    const int error = ferror(file) ? errno : 0;
-    if (file != stdin)
-        fclose(file);
-    errno = error;
-    return error == 0 ? std::optional(std::move(content)) : std::nullopt;
-}
-
-bool WriteWholeFile(const std::string &path, std::string_view content)
-{
-    FILE *file = fopen(path.c_str(), "wb");
-    if (!file)
-        return false;
-    const bool written = fwrite(content.data(), 1, content.size(), file) == content.size();
-    return fclose(file) == 0 && written;
-}
 
 // Whether `bytes`, of which the first `length` are one sequence by its first byte, is in the
 // shortest form, no half of a pair and within the range of characters.
@@ -106,11 +60,11 @@ static bool HasPicture(char32_t character)
     return (character & 0xFFFE) != 0xFFFE;
 }
 
-static void AppendNumbers(std::string &text, std::string_view bytes)
+static void AppendNumbers(std::string &text, std::string_view bytes, const char *format)
 {
     for (const char byte : bytes) {
         char escape[8];
-        snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(byte));
+        snprintf(escape, sizeof escape, format, static_cast<unsigned char>(byte));
         text += escape;
     }
 }
@@ -126,7 +80,7 @@ std::string Printable(std::string_view bytes)
         else if (length > 0 && HasPicture(CharacterOf(bytes, length)))
             text.append(taken);
         else
-            AppendNumbers(text, taken);
+            AppendNumbers(text, taken, "\\x%02X");
         bytes.remove_prefix(taken.size());
     }
     return text;
@@ -137,4 +91,68 @@ std::string Quoted(std::string_view bytes)
     return "\"" + Printable(bytes) + "\"";
 }
 
-}  // namespace tools
+std::string EscapeLabel(std::string_view label)
+{
+    static const std::string_view kPlain = "#+-.:=@_";
+    std::string name;
+    while (!label.empty()) {
+        const size_t length = Utf8Length(label);
+        const bool plain = length > 1 || isalnum(static_cast<unsigned char>(label[0])) != 0 ||
+                           kPlain.find(label[0]) != std::string_view::npos;
+        const std::string_view taken = label.substr(0, plain ? std::max<size_t>(length, 1) : 1);
+        if (plain)
+            name.append(taken);
+        else
+            AppendNumbers(name, taken, "\\x%02x");
+        label.remove_prefix(taken.size());
+    }
+    return name;
+}
+
+// `text` with each number behind `mark`, of so many digits to this base, as the byte that it stands for.
+static std::string Unescaped(std::string_view text, std::string_view mark, size_t digits, int base)
+{
+    std::string plain;
+    while (!text.empty()) {
+        const bool marked = text.starts_with(mark);
+        const std::string number(marked ? text.substr(mark.size(), digits) : "");
+        char *end = nullptr;
+        const long byte = strtol(number.c_str(), &end, base);
+        const bool whole = number.size() == digits && *end == '\0' &&
+                           isxdigit(static_cast<unsigned char>(number[0])) != 0;
+        plain += whole ? static_cast<char>(byte) : text[0];
+        text.remove_prefix(whole ? mark.size() + digits : 1);
+    }
+    return plain;
+}
+
+std::string UnescapeLabel(std::string_view name)
+{
+    return Unescaped(name, "\\x", 2, 16);
+}
+
+std::string UnescapeField(std::string_view field)
+{
+    return Unescaped(field, "\\", 3, 8);
+}
+
+std::string FirstLine(std::string_view text)
+{
+    return std::string(text.substr(0, text.find('\n')));
+}
+
+std::vector<std::string> Split(const std::string &text, char separator)
+{
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);)
+        parts.push_back(part);
+    return parts;
+}
+
+bool HasOption(const std::string &options, const std::string &option)
+{
+    return ("," + options + ",").find("," + option + ",") != std::string::npos;
+}
+
+}  // namespace observe

@@ -1,5 +1,7 @@
 // process_test.cpp - what is read from the memory of another process.
-#include "modem/process.h"
+#include "modem/daemon.h"
+#include "observe/files.h"
+#include "observe/process.h"
 
 #include <algorithm>
 #include <csignal>
@@ -53,7 +55,8 @@ void WriteRecord(FILE *log, const std::string &record)
 }
 
 struct Writer {
-    modem::Process process;
+    pid_t pid = -1;
+    unsigned long page = 0;
     int requests = -1;
     int answers = -1;
 };
@@ -65,9 +68,9 @@ Writer StartWriter(const std::string &path)
     REQUIRE(pipe(requests) == 0);
     REQUIRE(pipe(answers) == 0);
     Writer writer;
-    writer.process.pid = fork();
-    REQUIRE(writer.process.pid >= 0);
-    if (writer.process.pid == 0) {
+    writer.pid = fork();
+    REQUIRE(writer.pid >= 0);
+    if (writer.pid == 0) {
         close(requests[1]);
         close(answers[0]);
         WriteOnRequest(path, requests[0], answers[1]);
@@ -79,11 +82,17 @@ Writer StartWriter(const std::string &path)
     return writer;
 }
 
+void Kill(pid_t pid)
+{
+    (void)kill(pid, SIGKILL);
+    (void)waitpid(pid, nullptr, 0);
+}
+
 void StopWriter(Writer *writer)
 {
     close(writer->requests);
     close(writer->answers);
-    modem::KillProcess(&writer->process);
+    Kill(writer->pid);
 }
 
 void Send(const Writer &writer)
@@ -98,19 +107,19 @@ TEST_CASE(
     "the daemons are those that bear the name and are no children of another, the oldest first")
 {
     const std::vector<long> none;
-    CHECK(modem::DaemonsAmong({}) == none);
-    CHECK(modem::DaemonsAmong({{700, 1, 50}}) == std::vector<long>{700});
-    CHECK(modem::DaemonsAmong({{700, 0, 50}}) == std::vector<long>{700});
+    CHECK(observe::DaemonsAmong({}) == none);
+    CHECK(observe::DaemonsAmong({{700, 1, 50}}) == std::vector<long>{700});
+    CHECK(observe::DaemonsAmong({{700, 0, 50}}) == std::vector<long>{700});
     // The numbers of processes begin anew some time: a child may have the smaller one.
-    CHECK(modem::DaemonsAmong({{40, 32000, 90}, {32000, 1, 50}}) == std::vector<long>{32000});
-    CHECK(modem::DaemonsAmong({{40, -1, 0}, {32000, 1, 50}}) == std::vector<long>{32000});
-    CHECK(modem::DaemonsAmong({{40, 1, 90}, {32000, 1, 50}}) == std::vector<long>{32000, 40});
-    CHECK(modem::DaemonsAmong({{32000, -1, 0}}) == none);
+    CHECK(observe::DaemonsAmong({{40, 32000, 90}, {32000, 1, 50}}) == std::vector<long>{32000});
+    CHECK(observe::DaemonsAmong({{40, -1, 0}, {32000, 1, 50}}) == std::vector<long>{32000});
+    CHECK(observe::DaemonsAmong({{40, 1, 90}, {32000, 1, 50}}) == std::vector<long>{32000, 40});
+    CHECK(observe::DaemonsAmong({{32000, -1, 0}}) == none);
 }
 
 TEST_CASE("the daemon of this system is found by its name, its child is not")
 {
-    const std::vector<long> before = modem::FindDaemons();
+    const std::vector<long> before = observe::FindDaemons();
     int ready[2];
     REQUIRE(pipe(ready) == 0);
     const pid_t daemon = fork();
@@ -127,14 +136,12 @@ TEST_CASE("the daemon of this system is found by its name, its child is not")
     char byte = 0;
     for (int i = 0; i < 2; ++i)
         REQUIRE(read(ready[0], &byte, 1) == 1);
-    std::vector<long> found = modem::FindDaemons();
+    std::vector<long> found = observe::FindDaemons();
     std::erase_if(found, [&](long pid) { return std::ranges::find(before, pid) != before.end(); });
     CHECK(found == std::vector<long>{daemon});
     close(ready[0]);
     close(ready[1]);
-    modem::Process process;
-    process.pid = daemon;
-    modem::KillProcess(&process);
+    Kill(daemon);
 }
 
 TEST_CASE("a record that the file does not hold yet, or not whole, is read from memory as it is")
@@ -149,14 +156,14 @@ TEST_CASE("a record that the file does not hold yet, or not whole, is read from 
         Send(writer);
         char byte = 0;
         REQUIRE(read(writer.answers, &byte, 1) == 1);
-        const std::string file = modem::ReadFile(path);
+        const std::string file = observe::ReadFile(path);
         const std::string begun = file.substr(file.rfind('\n') + 1);
         begunOnes += begun.empty() ? 0 : 1;
-        const std::string found =
-            modem::UnwrittenLine(&writer.process, number, begun, static_cast<long>(file.size()));
+        const std::string found = observe::UnwrittenLine(writer.pid, &writer.page, number, begun,
+                                                         static_cast<long>(file.size()));
         CHECK(found == RecordOf(number));
         if (number == kRecords)
-            CHECK(modem::UnwrittenLine(&writer.process, number + 1, "", 0).empty());
+            CHECK(observe::UnwrittenLine(writer.pid, &writer.page, number + 1, "", 0).empty());
         Send(writer);
     }
     CHECK(begunOnes >= 5);

@@ -1,11 +1,9 @@
-// process.cpp - the daemon as a process. Whether it has nothing to do is read from /proc: its state
-// and the system call that it sleeps in. The kernel makes a process runnable in the very call that
+// process.cpp - see process.h. Whether a process has nothing to do is read from /proc: its state and the
+// system call that it sleeps in. The kernel makes a process runnable in the very call that
 // gives it an event, so "asleep without a limit" is the truth at the moment of reading.
-#include "modem/process.h"
+#include "observe/process.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,15 +13,14 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-namespace modem
+#include "observe/files.h"
+#include "observe/names.h"
+
+namespace observe
 {
 namespace
 {
@@ -33,9 +30,9 @@ const unsigned long kLargestRegion = 64UL << 20;
 const size_t kPageSize = 4096;
 const size_t kBufferSize = 4096;  // of a stdio stream: a block of the file
 
-std::string ProcFile(const Process &process, const std::string &name)
+std::string ProcFile(long pid, const std::string &name)
 {
-    return "/proc/" + std::to_string(process.pid) + "/" + name;
+    return "/proc/" + std::to_string(pid) + "/" + name;
 }
 
 // What /proc says of a process behind its name, which may hold anything: its state, its parent,
@@ -48,9 +45,9 @@ std::string StatBehindName(long pid)
 }
 
 // The letter of the process' state: R, S, D, Z, ...
-char StateOf(const Process &process)
+char StateOf(long pid)
 {
-    const std::string stat = StatBehindName(process.pid);
+    const std::string stat = StatBehindName(pid);
     return stat.empty() ? '?' : stat[0];
 }
 
@@ -59,9 +56,9 @@ struct SystemCall {
     unsigned long arguments[6] = {};
 };
 
-bool ReadSystemCall(const Process &process, SystemCall *call)
+bool ReadSystemCall(long pid, SystemCall *call)
 {
-    const std::string text = ReadFile(ProcFile(process, "syscall"));
+    const std::string text = ReadFile(ProcFile(pid, "syscall"));
     return sscanf(text.c_str(), "%ld %lx %lx %lx %lx %lx %lx", &call->number, &call->arguments[0],
                   &call->arguments[1], &call->arguments[2], &call->arguments[3],
                   &call->arguments[4], &call->arguments[5]) == 7;
@@ -83,51 +80,17 @@ bool IsEndless(const SystemCall &call)
     return call.number == SYS_ppoll && call.arguments[2] == 0;
 }
 
-void Preload(const World &world, double speed)
-{
-    char text[32];
-    (void)snprintf(text, sizeof text, "%g", speed);
-    (void)setenv("KESTRUN_BENCH_SPEED", text, 1);
-    (void)setenv("LD_PRELOAD", world.speedLibrary.c_str(), 1);
-    // A daemon built with AddressSanitizer objects to a library loaded before its own.
-    const char *options = getenv("ASAN_OPTIONS");
-    const std::string more = std::string(options != nullptr ? options : "");
-    (void)setenv("ASAN_OPTIONS", (more + ":verify_asan_link_order=0").c_str(), 1);
-}
-
-// The child's side of StartProcess.
-[[noreturn]] void Become(const World &world, const std::string &program, double speed,
-                         const std::string &errorFile)
-{
-    (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const int out = open(errorFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    (void)dup2(in, STDIN_FILENO);
-    (void)dup2(out, STDOUT_FILENO);
-    (void)dup2(out, STDERR_FILENO);
-    (void)WriteFile(world.stateDir + "/daemon-pid", std::to_string(getpid()));
-    SetWorldEnvironment(world);
-    Preload(world, speed);
-    if (world.daemonMemory > 0) {
-        const rlimit limit = {world.daemonMemory, world.daemonMemory};
-        (void)setrlimit(RLIMIT_AS, &limit);
-    }
-    (void)execl(program.c_str(), program.c_str(), static_cast<char *>(nullptr));
-    (void)dprintf(STDERR_FILENO, "%s: %s\n", program.c_str(), strerror(errno));
-    _exit(127);
-}
-
 struct Region {
     unsigned long start = 0;
     unsigned long end = 0;
 };
 
-// The writable regions of memory that no file stands behind, without the stack: on it stand remains
-// of records, overwritten in part.
-std::vector<Region> OwnMemory(const Process &process)
+// The writable regions of memory that no file stands behind, without the stack: on it stand remains of
+// records, overwritten in part.
+std::vector<Region> OwnMemory(long pid)
 {
     std::vector<Region> regions;
-    std::istringstream maps(ReadFile(ProcFile(process, "maps")));
+    std::istringstream maps(ReadFile(ProcFile(pid, "maps")));
     for (std::string line; std::getline(maps, line);) {
         Region region;
         char access[8];
@@ -145,14 +108,14 @@ std::vector<Region> OwnMemory(const Process &process)
 }
 
 // The bytes of a region, as far as they can be read.
-std::string ReadRegion(const Process &process, const Region &region)
+std::string ReadRegion(long pid, const Region &region)
 {
     std::string bytes(region.end - region.start, '\0');
     struct iovec local = {bytes.data(), bytes.size()};
     // An address of another process: no object of this one stands there.
     void *there = reinterpret_cast<void *>(region.start);  // NOLINT(performance-no-int-to-ptr)
     struct iovec remote = {there, bytes.size()};
-    const ssize_t got = process_vm_readv(process.pid, &local, 1, &remote, 1, 0);
+    const ssize_t got = process_vm_readv(static_cast<pid_t>(pid), &local, 1, &remote, 1, 0);
     bytes.resize(got > 0 ? static_cast<size_t>(got) : 0);
     return bytes;
 }
@@ -175,12 +138,11 @@ Sought SoughtRecord(long number, const std::string &begun, long fileSize)
     return sought;
 }
 
-// The record's first line, with its line end, in a region; empty when it is not there whole.
-// `address` is that of the anchor.
-std::string FindLine(const Process &process, const Region &region, const Sought &sought,
-                     unsigned long *address)
+// The record's first line, with its line end, in a region; empty when it is not there whole. `address` is
+// that of the anchor.
+std::string FindLine(long pid, const Region &region, const Sought &sought, unsigned long *address)
 {
-    const std::string bytes = ReadRegion(process, region);
+    const std::string bytes = ReadRegion(pid, region);
     for (size_t at = bytes.find(sought.anchor); at != std::string::npos;
          at = bytes.find(sought.anchor, at + 1)) {
         size_t rest = at + sought.anchor.size();
@@ -199,9 +161,16 @@ std::string FindLine(const Process &process, const Region &region, const Sought 
     return "";
 }
 
-bool IsDaemonName(const std::string &name)
+// The sum of the numbers behind `name` in /proc's status of the process; -1 when there are none.
+long SumOfStatus(long pid, const std::string &name)
 {
-    return name == "Kestrun\n" || name == "kestrun\n";
+    long sum = -1;
+    for (const std::string &line : Split(ReadFile(ProcFile(pid, "status")), '\n')) {
+        const size_t at = line.find(name);
+        if (at != std::string::npos)
+            sum = std::max(sum, 0L) + strtol(line.c_str() + at + name.size(), nullptr, 10);
+    }
+    return sum;
 }
 
 // Where the namespace cannot be read, the process counts as one of this system.
@@ -214,33 +183,6 @@ bool IsOfThisSystem(const std::string &folder)
 }
 
 }  // namespace
-
-void SetWorldEnvironment(const World &world)
-{
-    const std::string path = world.toolsDir + ":" + world.programsDir + ":" + world.systemPath;
-    (void)setenv("PATH", path.c_str(), 1);
-    (void)setenv("KESTRUN_BENCH_PATH", world.systemPath.c_str(), 1);
-    (void)setenv("KESTRUN_BENCH_STATE", world.stateDir.c_str(), 1);
-    (void)setenv("LC_ALL", "C", 1);
-    if (world.kind == WorldKind::Real)
-        (void)setenv("KESTRUN_BENCH_NO_MOUNT", "1", 1);
-}
-
-bool StartProcess(const World &world, const std::string &program, double speed, Process *process,
-                  std::string *why)
-{
-    *process = Process();
-    process->errorFile = world.stateDir + "/daemon-errors";
-    const pid_t pid = fork();
-    if (pid < 0) {
-        *why = std::string("could not start the daemon: ") + strerror(errno);
-        return false;
-    }
-    if (pid == 0)
-        Become(world, program, speed, process->errorFile);
-    process->pid = pid;
-    return true;
-}
 
 NamedProcess LookAtNamed(long pid)
 {
@@ -282,129 +224,104 @@ std::vector<long> FindDaemons()
     for (const auto &entry : std::filesystem::directory_iterator("/proc", error)) {
         const std::string folder = entry.path();
         const long pid = strtol(entry.path().filename().c_str(), nullptr, 10);
-        if (pid > 0 && IsDaemonName(ReadFile(folder + "/comm")) && IsOfThisSystem(folder))
+        const std::string name = pid > 0 ? NameOf(pid) : "";
+        if ((name == "Kestrun" || name == "kestrun") && IsOfThisSystem(folder))
             named.push_back(LookAtNamed(pid));
     }
     return DaemonsAmong(std::move(named));
 }
 
-void KillProcess(Process *process)
-{
-    if (process->pid > 0 && !process->ended) {
-        (void)kill(process->pid, SIGKILL);
-        while (waitpid(process->pid, &process->status, 0) < 0 && errno == EINTR) {
-        }
-        process->killed = true;
-    }
-    process->pid = 0;
-}
-
-void CheckProcess(Process *process)
-{
-    if (process->pid > 0 && !process->ended &&
-        waitpid(process->pid, &process->status, WNOHANG) == process->pid) {
-        process->ended = true;
-    }
-}
-
-Sleep SleepOf(const Process &process)
+Sleep SleepOf(long pid)
 {
     SystemCall call;
-    const char state = process.pid <= 0 || process.ended ? '?' : StateOf(process);
+    const char state = pid <= 0 ? '?' : StateOf(pid);
     if (state == 'R' || state == 'D')
         return Sleep::Awake;
-    if (state != 'S' || !ReadSystemCall(process, &call))
+    if (state != 'S' || !ReadSystemCall(pid, &call))
         return Sleep::Unknown;
     const bool timed = call.number == SYS_clock_nanosleep || call.number == SYS_nanosleep;
     return timed ? Sleep::Timed : IsEndless(call) ? Sleep::Endless : Sleep::Awake;
 }
 
-bool IsIdle(const Process &process)
+bool IsIdle(long pid)
 {
     // The answers are read one after the other, and on a busy machine much can happen between them:
     // they belong together only if the daemon did not run meanwhile.
-    const long before = CountSwitches(process);
-    const bool sleeps = SleepOf(process) == Sleep::Endless && CountChildren(process) == 0 &&
-                        StateOf(process) == 'S';
-    return sleeps && CountSwitches(process) == before;
+    const long before = CountSwitches(pid);
+    const bool sleeps =
+        SleepOf(pid) == Sleep::Endless && ChildrenOf(pid).empty() && StateOf(pid) == 'S';
+    return sleeps && CountSwitches(pid) == before;
 }
 
-bool IsAsleep(const Process &process)
+bool IsAsleep(long pid)
 {
-    const Sleep sleep = SleepOf(process);
+    const Sleep sleep = SleepOf(pid);
     return sleep == Sleep::Timed || sleep == Sleep::Endless;
 }
 
-int CountDescriptors(const Process &process)
+int CountDescriptors(long pid)
 {
     std::error_code error;
     int count = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(ProcFile(process, "fd"), error)) {
+    for (const auto &entry : std::filesystem::directory_iterator(ProcFile(pid, "fd"), error)) {
         (void)entry;
         ++count;
     }
     return count;
 }
 
-int CountChildren(const Process &process)
+std::vector<long> ChildrenOf(long pid)
 {
-    const std::string file = "task/" + std::to_string(process.pid) + "/children";
-    std::istringstream children(ReadFile(ProcFile(process, file)));
-    int count = 0;
-    for (long child = 0; children >> child;)
-        ++count;
-    return count;
+    std::istringstream text(ReadFile(ProcFile(pid, "task/" + std::to_string(pid) + "/children")));
+    std::vector<long> children;
+    for (long child = 0; text >> child;)
+        children.push_back(child);
+    return children;
 }
 
-long ResidentKiB(const Process &process)
+std::string NameOf(long pid)
 {
-    std::istringstream status(ReadFile(ProcFile(process, "status")));
-    for (std::string line; std::getline(status, line);) {
-        if (line.compare(0, 6, "VmRSS:") == 0)
-            return strtol(line.c_str() + 6, nullptr, 10);
-    }
-    return -1;
+    return FirstLine(ReadFile(ProcFile(pid, "comm")));
 }
 
-long CountSwitches(const Process &process)
+std::optional<long> AgeOf(long pid)
 {
-    std::istringstream status(ReadFile(ProcFile(process, "status")));
-    long count = -1;
-    for (std::string line; std::getline(status, line);) {
-        const size_t at = line.find("ctxt_switches:");
-        if (at != std::string::npos) {
-            count = (count < 0 ? 0 : count) +
-                    strtol(line.c_str() + at + strlen("ctxt_switches:"), nullptr, 10);
-        }
-    }
-    return count;
+    const NamedProcess process = LookAtNamed(pid);
+    const std::string uptime = ReadFile("/proc/uptime");
+    if (process.parent < 0 || uptime.empty())
+        return std::nullopt;
+    const long started = static_cast<long>(process.started) / sysconf(_SC_CLK_TCK);
+    return strtol(uptime.c_str(), nullptr, 10) - started;
 }
 
-std::string UnwrittenLine(Process *process, long number, const std::string &begun, long fileSize)
+long ResidentKiB(long pid)
+{
+    return SumOfStatus(pid, "VmRSS:");
+}
+
+long CountSwitches(long pid)
+{
+    return SumOfStatus(pid, "ctxt_switches:");
+}
+
+std::string UnwrittenLine(long pid, unsigned long *page, long number, const std::string &begun,
+                          long fileSize)
 {
     const Sought sought = SoughtRecord(number, begun, fileSize);
     unsigned long address = 0;
-    if (process->bufferPage != 0) {
-        const auto page = static_cast<unsigned long>(process->bufferPage);
-        std::string line = FindLine(*process, {page, page + 2 * kPageSize}, sought, &address);
+    if (*page != 0) {
+        std::string line = FindLine(pid, {*page, *page + 2 * kPageSize}, sought, &address);
         if (!line.empty())
             return line;
     }
-    for (const Region &region : OwnMemory(*process)) {
-        std::string line = FindLine(*process, region, sought, &address);
+    for (const Region &region : OwnMemory(pid)) {
+        std::string line = FindLine(pid, region, sought, &address);
         if (!line.empty()) {
-            process->bufferPage = static_cast<long>(address - address % kPageSize);
+            *page = address - address % kPageSize;
             return line;
         }
     }
     return "";
 }
 
-std::string EndOf(const Process &process)
-{
-    if (WIFSIGNALED(process.status))
-        return std::string("ended by signal ") + strsignal(WTERMSIG(process.status));
-    return "ended with exit status " + std::to_string(WEXITSTATUS(process.status));
-}
-
-}  // namespace modem
+}  // namespace observe

@@ -1,9 +1,12 @@
 // commands.cpp - see commands.h.
-#include "tools/common/commands.h"
+#include "observe/commands.h"
 
 #include <cstdio>
 
-namespace tools
+#include "observe/daemon.h"
+#include "observe/names.h"
+
+namespace observe
 {
 
 std::string CommandOutput(const std::string &command)
@@ -19,9 +22,20 @@ std::string CommandOutput(const std::string &command)
     return output;
 }
 
-std::string FirstLine(const std::string &text)
+std::string OwnerOfProcess(long pid)
 {
-    return text.substr(0, text.find('\n'));
+    return FirstLine(
+        CommandOutput(kOwnerCommand + std::to_string(pid) + " '$2 == PID { print $1 }'"));
 }
 
-}  // namespace tools
+std::string OwnerOfConsole()
+{
+    return FirstLine(CommandOutput(kConsoleCommand));
+}
+
+bool FinderRuns()
+{
+    return !CommandOutput(kFinderCommand).empty();
+}
+
+}  // namespace observe
