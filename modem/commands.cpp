@@ -101,8 +101,7 @@ bool OutputMatches(const std::string &pattern, const std::string &output)
 void ExpectRun(Player *player, const Step &step, double within)
 {
     if (player->world.kind == WorldKind::Real) {
-        player->result = Result::NotPlayable;
-        player->problem = "nothing is really mounted at the real paths";
+        GiveUp(player, "nothing is really mounted at the real paths");
         return;
     }
     const int wanted = step.numbers.empty() ? 0 : static_cast<int>(lround(step.numbers[0]));

@@ -198,24 +198,6 @@ bool TakeCall(const std::string &text, size_t *at, Call *call)
 
 }  // namespace
 
-bool IsExpectation(Act act)
-{
-    switch (act) {
-    case Act::ExpectLog:
-    case Act::ExpectNoLog:
-    case Act::ExpectMounted:
-    case Act::ExpectNotMounted:
-    case Act::ExpectNothingMounted:
-    case Act::ExpectOpened:
-    case Act::ExpectNothingOpened:
-    case Act::ExpectFolder:
-    case Act::ExpectNoFolder:
-    case Act::ExpectFile:
-    case Act::ExpectLogSize: return true;
-    default: return false;
-    }
-}
-
 bool IsJudgedAtOnce(Act act)
 {
     return act == Act::ExpectNoLog || act == Act::ExpectNothingOpened;

@@ -39,9 +39,6 @@ struct Finding {
     long logLine = -1;  // the line of the log that made it true
 };
 
-// True for the statements that expect something and are judged here.
-bool IsExpectation(Act act);
-
 // True for expectations that cannot come true later when they are not true now: they claim that
 // something is not there, and waiting for that would only hide it.
 bool IsJudgedAtOnce(Act act);

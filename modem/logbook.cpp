@@ -2,16 +2,21 @@
 // until the next one; the player may add it as an unwritten line, which gives way to the written one.
 #include "modem/logbook.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "observe/daemon.h"
+#include "observe/log_line.h"
+#include "observe/process.h"
 
 namespace modem
 {
+
+static const int kMostSought = 5;  // looks for one line
 
 void SkipLog(LogBook *book)
 {
@@ -33,7 +38,7 @@ void TakeText(LogBook *book, const std::string &added, bool emptied)
     for (size_t end = book->unfinished.find('\n'); end != std::string::npos;
          end = book->unfinished.find('\n', start)) {
         const std::string line = book->unfinished.substr(start, end - start);
-        const long number = RecordNumber(line);
+        const long number = observe::RecordNumber(line);
         book->lastNumber = number > 0 ? number : book->lastNumber;
         book->lines.push_back({line, false});
         start = end + 1;
@@ -71,6 +76,36 @@ void RestartLog(LogBook *book)
     book->lastNumber = 0;
 }
 
+void SeekUnwrittenLine(LogBook *book, Process *daemon)
+{
+    const long number = book->lastNumber + 1;
+    if (number != book->soughtNumber) {
+        book->soughtNumber = number;
+        book->soughtTimes = 0;
+    }
+    const bool known = !book->lines.empty() && book->lines.back().unwritten;
+    if (known || book->soughtTimes >= kMostSought || !observe::IsAsleep(daemon->pid))
+        return;
+    ++book->soughtTimes;
+    const std::string line = observe::UnwrittenLine(daemon->pid, &daemon->bufferPage, number,
+                                                    book->unfinished, book->offset);
+    // The log may have been written between the look at the file and the look at the memory.
+    if (!line.empty() && !FollowLog(book))
+        AddUnwritten(book, line);
+}
+
+void ShowNewLines(LogBook *book, TimeLine *timeLine)
+{
+    book->shown = std::min(book->shown, book->lines.size());
+    for (; book->shown < book->lines.size(); ++book->shown) {
+        const std::string &line = book->lines[book->shown].text;
+        const long number = observe::RecordNumber(line);
+        char text[24];
+        (void)snprintf(text, sizeof text, number > 0 ? "%4ld  " : "      ", number);
+        Say(timeLine, Kind::Log, text + observe::LineBody(line));
+    }
+}
+
 void AddUnwritten(LogBook *book, const std::string &line)
 {
     if (book->lines.empty() || !book->lines.back().unwritten) {
@@ -78,15 +113,6 @@ void AddUnwritten(LogBook *book, const std::string &line)
             !line.empty() && line.back() == '\n' ? line.substr(0, line.size() - 1) : line;
         book->lines.push_back({whole, true});
     }
-}
-
-long RecordNumber(const std::string &line)
-{
-    if (line.compare(0, 5, "line ") != 0)
-        return 0;
-    char *end = nullptr;
-    const long number = strtol(line.c_str() + 5, &end, 10);
-    return line.compare(static_cast<size_t>(end - line.c_str()), 3, "===") == 0 ? number : 0;
 }
 
 long FindInLog(const LogBook &book, const std::string &text, size_t from)
@@ -104,13 +130,6 @@ long CountInLog(const LogBook &book, const std::string &text)
     for (const LogLine &line : book.lines)
         count += line.text.find(text) != std::string::npos;
     return count;
-}
-
-std::string LineBody(const std::string &line)
-{
-    const size_t time = line.find("===");
-    const size_t body = time == std::string::npos ? time : line.find("   ", time);
-    return RecordNumber(line) > 0 && body != std::string::npos ? line.substr(body + 3) : line;
 }
 
 }  // namespace modem

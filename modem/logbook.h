@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "modem/daemon.h"
+#include "modem/timeline.h"
 
 namespace modem
 {
@@ -21,6 +23,9 @@ struct LogBook {
     std::string unfinished;      // the end of it that is no whole line yet
     std::vector<LogLine> lines;  // whole lines; the last one may be an unwritten one
     long lastNumber = 0;         // the number of the last record that was read from the file
+    size_t shown = 0;            // lines that the time line has
+    long soughtNumber = 0;       // the unwritten line that was looked for last, and how often
+    int soughtTimes = 0;
 };
 
 // Passes over what the file holds already.
@@ -36,18 +41,19 @@ void TakeText(LogBook *book, const std::string &added, bool emptied);
 // A new daemon begins to count anew.
 void RestartLog(LogBook *book);
 
+// While the daemon sleeps, its last line stands in its memory alone, or its end
+// does: reads it from there.
+void SeekUnwrittenLine(LogBook *book, Process *daemon);
+
+// Puts what is new on the time line.
+void ShowNewLines(LogBook *book, TimeLine *timeLine);
+
 // Takes in a line that the daemon has not written yet; FollowLog replaces it by the written one.
 void AddUnwritten(LogBook *book, const std::string &line);
-
-// The number of a record ("line 12===..."), 0 when the line begins no record.
-long RecordNumber(const std::string &line);
 
 // The first line from `from` on that holds `text`; -1 when there is none.
 long FindInLog(const LogBook &book, const std::string &text, size_t from);
 long CountInLog(const LogBook &book, const std::string &text);
-
-// What a line says without its number and time: "Kestrun:main --- ...".
-std::string LineBody(const std::string &line);
 
 }  // namespace modem
 

@@ -307,9 +307,8 @@ int main(int argc, char **argv)
         return kExitPassed;
     }
     if (command == "record" && optind + 2 == argc) {
-        arguments.play.recordFile = fs::absolute(argv[optind + 1]);
-        return HasProc() && CanRecordTo(arguments.play.recordFile) &&
-                       modem::RecordThisSystem(arguments.play)
+        const std::string file = fs::absolute(argv[optind + 1]);
+        return HasProc() && CanRecordTo(file) && modem::RecordThisSystem(file, arguments.play.json)
                    ? kExitPassed
                    : kExitMistake;
     }

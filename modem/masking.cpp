@@ -4,11 +4,11 @@
 #include "modem/masking.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include "observe/daemon.h"
+#include "observe/log_line.h"
 #include "observe/names.h"
 
 namespace modem
@@ -16,57 +16,15 @@ namespace modem
 namespace
 {
 
-bool IsDigit(char c)
-{
-    return isdigit(static_cast<unsigned char>(c)) != 0;
-}
-
-// Moves `*at` behind one number without leading zeros. False when none stands there.
-bool SkipNumber(const std::string &text, size_t *at)
-{
-    const size_t start = *at;
-    while (*at < text.size() && IsDigit(text[*at]))
-        ++*at;
-    const size_t length = *at - start;
-    return length > 0 && (length == 1 || text[start] != '0');
-}
-
-// Moves `*at` behind "Y-M-D h:m:s". False when that does not stand there.
-bool SkipTime(const std::string &text, size_t *at)
-{
-    const std::string separators = "-- ::";
-    const auto skipPart = [&](char separator) {
-        return *at < text.size() && text[*at] == separator && SkipNumber(text, &++*at);
-    };
-    return SkipNumber(text, at) && std::all_of(separators.begin(), separators.end(), skipPart);
-}
-
-// The end of the time of a record that begins at `start`, and where the time begins.
-bool FindTime(const std::string &line, size_t *timeStart, size_t *timeEnd)
-{
-    const char kBegin[] = "line ";
-    if (line.compare(0, strlen(kBegin), kBegin) != 0)
-        return false;
-    size_t at = strlen(kBegin);
-    if (!SkipNumber(line, &at) || line.compare(at, 3, "===") != 0)
-        return false;
-    at += 3;
-    *timeStart = at;
-    if (!SkipTime(line, &at) || line.compare(at, 3, "   ") != 0)
-        return false;
-    *timeEnd = at;
-    return true;
-}
-
 void MaskPid(std::string *line)
 {
-    const char kCommand[] = "ps aux | awk -v PID=";
-    const size_t command = line->find(kCommand);
-    if (command == std::string::npos)
+    const std::string command = observe::kOwnerCommand;
+    const size_t at = line->find(command);
+    if (at == std::string::npos)
         return;
-    const size_t start = command + strlen(kCommand);
-    size_t end = start;
-    if (SkipNumber(*line, &end))
+    const size_t start = at + command.size();
+    const size_t end = std::min(line->find_first_not_of("0123456789", start), line->size());
+    if (end > start)
         line->replace(start, end - start, "<pid>");
 }
 
@@ -110,10 +68,9 @@ std::string MaskLog(const std::string &log)
 {
     std::string masked;
     for (std::string line : LinesOf(log)) {
-        size_t timeStart = 0;
-        size_t timeEnd = 0;
-        if (FindTime(line, &timeStart, &timeEnd))
-            line.replace(timeStart, timeEnd - timeStart, "<time>");
+        observe::Head head;
+        if (ReadHead(line, head))
+            line.replace(head.timeStart, head.timeEnd - head.timeStart, "<time>");
         MaskPid(&line);
         MaskErrno(&line);
         masked += line;

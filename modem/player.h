@@ -6,9 +6,9 @@
 #include <random>
 #include <string>
 
-#include "modem/judge.h"
-#include "modem/hardware.h"
 #include "modem/daemon.h"
+#include "modem/hardware.h"
+#include "modem/judge.h"
 #include "modem/recorder.h"
 #include "modem/scenario.h"
 #include "modem/timeline.h"
@@ -49,11 +49,7 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
     Observed observed;
     TimeLine timeLine;
     std::mt19937_64 random;
-    size_t linesShown = 0;
-    size_t callsRead = 0;   // how much of the record of calls was taken
-    long soughtNumber = 0;  // the unwritten line that was looked for last, and how often
-    int soughtTimes = 0;
-    int soughtLimit = 5;
+    size_t callsRead = 0;  // how much of the record of calls was taken
     Result result = Result::Passed;
     std::string problem;   // why it failed
     int expectations = 0;  // how many came true
@@ -61,10 +57,6 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
 
 // Plays the whole scenario in the calling process, which moves into a new world for it.
 Result Play(const Scenario &scenario, const PlayOptions &options);
-
-// Records what happens on this system, without a world and without changing anything, until SIGINT or
-// SIGTERM; then `recordFile` is written. False, with the reason told, when it cannot be.
-bool RecordThisSystem(const PlayOptions &options);
 
 // For the parts that the player is made of:
 
@@ -79,6 +71,22 @@ bool WaitFor(Player *player, const std::string &what, double within, bool stopWh
 
 // Ends the scenario as failed, and says why.
 void FailScenario(Player *player, const std::string &why);
+
+// Tells what the outside does.
+void Outside(Player *player, const std::string &text);
+
+// A daemon that ends by itself ends the scenario, and shows what it said.
+bool DaemonIsWell(Player *player);
+
+// Ends the scenario as one that this machine cannot play, and says why.
+void GiveUp(Player *player, const std::string &why);
+
+// The lines of the log around the place where an expected one is looked for,
+// set in.
+std::string LogAround(const Player &player);
+
+// actions.cpp: one statement, other than those that repeat others.
+void PlayStep(Player *player, const Step &step);
 
 // storm.cpp: random plugs and pulls, and the claims about what they leave.
 void PlayStorm(Player *player, long events);

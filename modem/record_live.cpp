@@ -7,9 +7,11 @@
 
 #include <unistd.h>
 
-#include "modem/player.h"
+#include "modem/recorder.h"
+#include "modem/timeline.h"
 #include "observe/daemon.h"
 #include "observe/files.h"
+#include "observe/log_line.h"
 #include "observe/process.h"
 
 namespace modem
@@ -32,77 +34,87 @@ long LastNumber(const std::string &log)
 {
     for (size_t at = log.rfind("\nline "); at != std::string::npos && at > 0;
          at = log.rfind("\nline ", at - 1)) {
-        const long number = RecordNumber(log.substr(at + 1, log.find('\n', at + 1) - at - 1));
+        const long number =
+            observe::RecordNumber(log.substr(at + 1, log.find('\n', at + 1) - at - 1));
         if (number > 0)
             return number;
     }
     return 0;
 }
 
+// What looks at this system, and has seen of it.
+struct Watch {
+    World world;
+    TimeLine timeLine;
+    Process daemon;
+    LogBook log;
+    Sighting sighting;
+    Recorder recorder;
+};
+
 // What was logged before is not recorded. The line that the daemon still keeps in memory is sought
 // now, so that it does not pass for a new one later.
-void PassOverLog(Player *player)
+void PassOverLog(LogBook *log)
 {
-    SkipLog(&player->observed.log);
-    player->observed.log.lastNumber = LastNumber(observe::ReadFile(observe::kLogFile));
+    SkipLog(log);
+    log->lastNumber = LastNumber(observe::ReadFile(observe::kLogFile));
 }
 
-void FollowDaemon(Player *player)
+void FollowDaemon(Watch *watch)
 {
     const std::vector<long> daemons = observe::FindDaemons();
     const long pid = daemons.empty() ? 0 : daemons.front();
-    if (pid == player->daemon.pid)
+    if (pid == watch->daemon.pid)
         return;
-    if (player->daemon.pid != 0)
-        RestartLog(&player->observed.log);
-    player->daemon = Process();
-    player->daemon.pid = static_cast<pid_t>(pid);
+    if (watch->daemon.pid != 0)
+        RestartLog(&watch->log);
+    watch->daemon = Process();
+    watch->daemon.pid = static_cast<pid_t>(pid);
 }
 
-// The log was read before. Whenever something else is new, who sits at the console is asked too, so
-// that a login is not told behind what followed it.
-void LookOnce(Player *player, bool ask)
+// The log is read first. Whenever something else is new, who sits at the
+// console is asked too, so that a login is not told behind what followed it.
+void LookOnce(Watch *watch, bool ask)
 {
-    Sighting *sighting = &player->sighting;
+    (void)FollowLog(&watch->log);
+    SeekUnwrittenLine(&watch->log, &watch->daemon);
+    ShowNewLines(&watch->log, &watch->timeLine);
+    Sighting *sighting = &watch->sighting;
     const Sighting before = *sighting;
-    sighting->at = SecondsSince(player->timeLine);
-    LookAtHardware(player->world, sighting);
-    LookAtDaemon(player->daemon, sighting);
-    const bool news = player->observed.log.lines.size() != player->recorder.linesTaken ||
+    sighting->at = SecondsSince(watch->timeLine);
+    LookAtHardware(watch->world, sighting);
+    LookAtDaemon(watch->daemon, sighting);
+    const bool news = watch->log.lines.size() != watch->recorder.linesTaken ||
                       !ChangesBetween(before, *sighting).empty();
     if (ask || news)
-        AskForPeople(player->daemon.pid, sighting);
-    Record(&player->recorder, *sighting, player->observed.log);
+        AskForPeople(watch->daemon.pid, sighting);
+    Record(&watch->recorder, *sighting, watch->log);
 }
 
 }  // namespace
 
-bool RecordThisSystem(const PlayOptions &options)
+bool RecordThisSystem(const std::string &recordFile, bool json)
 {
-    Player player;
-    PlayOptions quiet = options;
-    quiet.recordFile.clear();  // this loop records, with what it asks for
-    player.options = &quiet;
-    player.timeLine = MakeTimeLine(options.json);
-    player.world.kind = WorldKind::Root;
+    Watch watch;
+    watch.timeLine = MakeTimeLine(json);
+    watch.world.kind = WorldKind::Root;
+    watch.recorder.midway = true;
     (void)signal(SIGINT, End);
     (void)signal(SIGTERM, End);
-    PassOverLog(&player);
-    player.recorder.midway = true;
+    PassOverLog(&watch.log);
     // What was there when the signal came is seen, and at the look after it what that meant.
     for (int look = 0, last = 0; last < 2; ++look) {
         last += g_ended;
-        FollowDaemon(&player);
-        LookAround(&player);
-        LookOnce(&player, look % kAskEvery == 0);
+        FollowDaemon(&watch);
+        LookOnce(&watch, look % kAskEvery == 0);
         if (look == 0)
             (void)fprintf(stderr, "kestrun-bench: recording; Ctrl-C ends it\n");
         (void)usleep(kLookEvery);
     }
-    FinishRecording(&player.recorder);
-    if (observe::WriteFile(options.recordFile, player.recorder.text))
+    FinishRecording(&watch.recorder);
+    if (observe::WriteFile(recordFile, watch.recorder.text))
         return true;
-    (void)fprintf(stderr, "kestrun-bench: %s: %s\n", options.recordFile.c_str(), strerror(errno));
+    (void)fprintf(stderr, "kestrun-bench: %s: %s\n", recordFile.c_str(), strerror(errno));
     return false;
 }
 

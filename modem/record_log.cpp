@@ -3,60 +3,28 @@
 
 #include "modem/recorder.h"
 #include "modem/scenario.h"
+#include "observe/log_line.h"
 
 namespace modem
 {
 namespace
 {
 
-// Lines that show how far the daemon came. Each is the beginning of what a line says, without what
-// may differ from one time to the next.
-const char *const kMilestones[] = {
-    "Kestrun:main --- TOOL-",
-    "Kestrun:main --- finish run SDProgram at beginning to run autorun",
-    "Kestrun:main --- can't find /Volumes/Orvanta",
-    "Kestrun:main --- value of disable_cdrom is true",
-    "Kestrun:main --- value of disable_cdrom is false",
-    "Kestrun:FindCommPort --- FindCommPort success, and exit",
-    "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter",
-    "Kestrun:DiskMountCallback --- DiskMountCallback Enter",
-    "Kestrun:DiskMountCallback --- create pipe failed!",
-    "Kestrun:DiskMountCallback --- fgets pname failed!",
-    "Kestrun:DiskMountCallback --- fgets active failed!",
-    "Kestrun:DiskMountCallback --- are not same return.....",
-    "Kestrun:DiskMountCallback --- actvie == pname.....",
-    "Kestrun:DiskMountCallback --- have some one login succ",
-    "Kestrun:DiskMountCallback --- Doesn't find ini file.",
-    "Kestrun:DiskMountCallback --- Run Orvanta Program success",
-    "Kestrun:DiskMountCallback --- RunShellProgram failed, can't run Orvanta Program",
-    "Kestrun:DiskMountCallback --- DiskMountCallback exit",
-    "Kestrun:DiskMountApproval --- finish run program, and error",
-    "Kestrun:DiskMountApproval --- finish run sd program, and successful",
-    "ActiveVolumeProgram:IsVolumeExist --- IsVolumeExist exit false",
-    "ActiveVolumeProgram:RunSDProgram --- Have change value of SD_THIRD_SETUP to No",
+using observe::Event;
+
+// What shows how far the daemon came, whenever it is said. How often it tried,
+// and when, differs from one time to the next.
+const Event kMilestones[] = {
+    Event::Version,      Event::StartDone,        Event::StartNoVolume, Event::OptionNobrowse,
+    Event::OptionRdonly, Event::PortFound,        Event::PeekEnter,     Event::MountEnter,
+    Event::NoPipe,       Event::NoOwnUser,        Event::NoConsoleUser, Event::OtherUser,
+    Event::SameUser,     Event::FinderThere,      Event::NoConfig,      Event::AppOpened,
+    Event::AppFailed,    Event::MountExit,        Event::SetupOk,       Event::SetupFailed,
+    Event::VolumeGone,   Event::SetupSwitchedOff,
 };
 
-const char kStarted[] = "Kestrun:main --- TOOL-";
-const char kStartOver[] = "Kestrun:main --- value of disable_cdrom";
-const char kMain[] = "Kestrun:main --- ";
-const char kArrival[] = "Kestrun:DiskPeekCallback --- DiskPeekCallback Enter";
-const char kMountEnd[] = "Kestrun:DiskMountCallback --- DiskMountCallback Enter";
-const char *const kActionEnds[] = {
-    "Kestrun:DiskMountCallback --- are not same return",
-    "Kestrun:DiskMountCallback --- create pipe failed!",
-    "Kestrun:DiskMountCallback --- DiskMountCallback exit",
-};
-const char kFinderMissed[] = "Kestrun:DiskMountCallback --- send cmd failed, not run board app";
-const char kSetup[] = "ActiveVolumeProgram:RunSDProgram --- ";
-const char kCommandRan[] = "Process:RunShellProgram --- RunShellProgram exit true.(open ";
-const char kCommandFailed[] = "Process:RunShellProgram --- system failed ";
-const char kCommandGaveUp[] = "Process:RunShellProgram --- (open -a ";
-const char kNotWritable[] = "ActiveVolumeProgram:RunSDProgram --- open file [";
-
-bool Begins(const std::string &text, const char *begin)
-{
-    return text.starts_with(begin);
-}
+// What a version begins with, whatever release it is of.
+const char kVersion[] = "TOOL-";
 
 void Expect(Recorder *recorder, const std::string &text)
 {
@@ -74,28 +42,43 @@ std::string OpenedPath(const std::string &body)
 }
 
 // What the episode needs to know to arrange the same again.
-void CountEvents(Episode *episode, const std::string &body)
+void CountEvents(Episode *episode, const observe::Said &said)
 {
-    episode->arrivals += Begins(body, kArrival);
-    episode->callbacks += Begins(body, kMountEnd);
-    episode->startPass = episode->startPass || Begins(body, kMain);
-    episode->readOnly = episode->readOnly || Begins(body, kNotWritable);
-    const bool application = body.find("(open -a ") != std::string::npos;
-    if (Begins(body, kCommandFailed) && application)
+    const Event event = EventOf(said.found);
+    const std::string command(CommandOf(said.found));
+    const bool application = observe::OpensApplication(command);
+    const bool ran = event == Event::ShellTrue && command.starts_with("open ");
+    episode->arrivals += event == Event::PeekEnter;
+    episode->callbacks += event == Event::MountEnter;
+    episode->startPass = episode->startPass || said.source == "Kestrun:main";
+    episode->readOnly = episode->readOnly || event == Event::SetupNoFile;
+    episode->openGaveUp = episode->openGaveUp || (application && event == Event::ShellFalse);
+    episode->opened = episode->opened || (application && ran);
+    if (application && event != Event::ShellTrue && event != Event::ShellFalse)
         ++episode->openFailures;
-    if (Begins(body, kCommandGaveUp))
-        episode->openGaveUp = true;
-    if (Begins(body, kCommandRan) && application)
-        episode->opened = true;
-    if (Begins(body, kCommandRan) && !application)
-        episode->setupOpened.push_back(OpenedPath(body));
+    if (ran && !application)
+        episode->setupOpened.push_back(OpenedPath(command));
+}
+
+// Whether a recording keeps the line.
+bool IsKept(const observe::Said &said, bool finderMissed)
+{
+    const Event event = EventOf(said.found);
+    if (event == Event::FinderFailed)
+        return !finderMissed;
+    if (event == Event::ShellTrue)
+        return CommandOf(said.found).starts_with("open ");
+    const bool setupEnds = said.source == "ActiveVolumeProgram:RunSDProgram" &&
+                           said.message.find("RunSDProgram exit") != std::string_view::npos;
+    return setupEnds || std::ranges::find(kMilestones, event) != std::end(kMilestones);
 }
 
 }  // namespace
 
 bool IsArrival(const std::string &line)
 {
-    return Begins(LineBody(line), kArrival);
+    const std::string body = observe::LineBody(line);
+    return EventOf(observe::TakeBody(body).found) == Event::PeekEnter;
 }
 
 bool IsUnheard(const Sighting &sighting)
@@ -110,61 +93,50 @@ void FollowSleep(Progress *progress, const Sighting &sighting)
     if (!IsUnheard(sighting))
         return;
     progress->finderMissed = true;  // it may have been said
-    if (sighting.idle) {
-        progress->starting = false;
-        progress->inside = false;
-        progress->pending = 0;
-    }
+    if (sighting.idle)
+        progress->journey = observe::Journey();
 }
 
 bool IsAtRest(const Progress &progress, bool unheard)
 {
     if (unheard)
         return !progress.waits;
-    return !progress.starting && !progress.inside && progress.pending == 0;
+    const observe::Journey &journey = progress.journey;
+    return !journey.starting && !IsBusy(journey.stage) && journey.pending == 0;
+}
+
+static void FollowFound(Progress *progress, const observe::Found &found)
+{
+    const Event event = EventOf(found);
+    if (event == Event::Version) {
+        const bool abandoned = progress->abandoned || progress->journey.pending > 0;
+        *progress = Progress();
+        progress->abandoned = abandoned;
+    }
+    if (event == Event::MountEnter)
+        progress->finderMissed = false;
+    (void)Follow(progress->journey, 0, found);
 }
 
 void FollowProgress(Progress *progress, const std::string &line)
 {
-    const std::string body = LineBody(line);
-    if (Begins(body, kStarted)) {
-        const bool abandoned = progress->abandoned || progress->pending > 0;
-        *progress = Progress();
-        progress->starting = true;
-        progress->abandoned = abandoned;
-    }
-    if (Begins(body, kStartOver))
-        progress->starting = false;
-    if (IsArrival(line))
-        ++progress->pending;
-    if (Begins(body, kMountEnd)) {
-        progress->pending = std::max(0, progress->pending - 1);
-        progress->inside = true;
-        progress->finderMissed = false;
-    }
-    if (std::ranges::any_of(kActionEnds, [&](const char *end) { return Begins(body, end); }))
-        progress->inside = false;
+    const std::string body = observe::LineBody(line);
+    FollowFound(progress, observe::TakeBody(body).found);
 }
 
 void RecordLine(Recorder *recorder, const std::string &line)
 {
-    const std::string body = LineBody(line);
-    FollowProgress(&recorder->progress, line);
-    CountEvents(&recorder->episode, body);
-    for (const char *milestone : kMilestones) {
-        if (Begins(body, milestone)) {
-            Expect(recorder, milestone);
-            return;
-        }
-    }
-    const bool setupEnds =
-        Begins(body, kSetup) && body.find("RunSDProgram exit") != std::string::npos;
-    if (setupEnds || Begins(body, kCommandRan))
-        Expect(recorder, body);
-    if (Begins(body, kFinderMissed) && !recorder->progress.finderMissed) {
-        recorder->progress.finderMissed = true;
-        Expect(recorder, body);
-    }
+    const std::string body = observe::LineBody(line);
+    const observe::Said said = observe::TakeBody(body);
+    const Event event = EventOf(said.found);
+    FollowFound(&recorder->progress, said.found);
+    CountEvents(&recorder->episode, said);
+    if (!IsKept(said, recorder->progress.finderMissed))
+        return;
+    recorder->progress.finderMissed =
+        recorder->progress.finderMissed || event == Event::FinderFailed;
+    Expect(recorder,
+           event == Event::Version ? body.substr(0, body.find(kVersion)) + kVersion : body);
 }
 
 }  // namespace modem

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "modem/scenario.h"
+#include "observe/log_line.h"
 
 namespace modem
 {
@@ -150,7 +151,7 @@ bool GoesDuringMount(const Recorder &recorder, const Sighting &next)
 {
     const Episode &episode = recorder.episode;
     const bool underWay =
-        recorder.progress.pending > 0 && episode.arrivals > 0 && !episode.mountSeen;
+        recorder.progress.journey.pending > 0 && episode.arrivals > 0 && !episode.mountSeen;
     return underWay && !recorder.mountRefuses && next.daemon == recorder.now.daemon &&
            std::ranges::any_of(recorder.now.disks, [&](const auto &entry) {
                return !next.disks.contains(entry.first);
@@ -271,7 +272,7 @@ void TakeHeldLook(Recorder *recorder, const std::vector<std::string> *after)
     for (const std::string &line : look.lines)
         FollowProgress(&ahead, line);
     const bool underWay = after == nullptr || IsUnheard(look.sighting) || ahead.abandoned ||
-                          ahead.pending > 0 || std::ranges::any_of(*after, IsArrival);
+                          ahead.journey.pending > 0 || std::ranges::any_of(*after, IsArrival);
     LeaveOutStrangers(*recorder, underWay, &look.sighting);
     TakeOutDaemonsDoing(recorder, &look.sighting);
     KeepVolumeName(&recorder->privacy, look.sighting.config.value_or(""));
@@ -310,7 +311,7 @@ void Record(Recorder *recorder, const Sighting &sighting, const LogBook &log)
     for (; recorder->linesTaken < log.lines.size(); ++recorder->linesTaken) {
         const std::string &line = log.lines[recorder->linesTaken].text;
         // The line that the daemon kept in memory when the recording began is written with the next one.
-        const long number = RecordNumber(line);
+        const long number = observe::RecordNumber(line);
         const bool old = number > 0 && number <= recorder->passedOver;
         if (!old || sighting.daemon != recorder->firstDaemon)
             lines.push_back(line);

@@ -20,6 +20,7 @@
 #include "modem/logbook.h"
 #include "modem/privacy.h"
 #include "modem/sighting.h"
+#include "observe/journey.h"
 
 namespace modem
 {
@@ -68,10 +69,8 @@ struct Change {
 
 // How far the log says that the daemon is.
 struct Progress {
-    bool starting = false;   // the start-up pass is under way
-    bool inside = false;     // what follows a mount is under way
-    int pending = 0;         // mounts that were asked for and did not end
-    bool abandoned = false;  // a daemon was killed with such mounts: they may come yet
+    observe::Journey journey;
+    bool abandoned = false;  // a daemon was killed with mounts under way: they may come yet
     // The line that says so may have come since the Finder is looked for.
     bool finderMissed = false;
     bool waits = false;  // it was seen to sleep for a time, and not to have nothing to do since
@@ -129,6 +128,12 @@ void Record(Recorder *recorder, const Sighting &sighting, const LogBook &log);
 // Ends the episode under way. The whole scenario is in `text` then. Of the last look a mount that may
 // be a stranger's is not told: only a further look could say whose it is.
 void FinishRecording(Recorder *recorder);
+
+// record_live.cpp: records what happens on this system, without a world and
+// without changing anything, until SIGINT or SIGTERM; then `recordFile`, an
+// absolute path, is written. `json`: the time line is in JSON. False, with the
+// reason told, when the file cannot be written.
+bool RecordThisSystem(const std::string &recordFile, bool json);
 
 // The parts that a recording is made of:
 

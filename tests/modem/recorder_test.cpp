@@ -706,15 +706,16 @@ TEST_CASE("what can only be told at the beginning, or from the log, is told in i
     system.sighting.logSize = 20;
     system.sighting.daemon = 100;
     Look(&system);
-    Say(
-        &system,
+    Say(&system,
         "ActiveVolumeProgram:RunSDProgram --- open file [x] failed, RunSDProgram exit false");
+    Say(&system, kActionsEnd);
     Look(&system);
     system.sighting.logFolder = false;
     CHECK(TextSince(&system, "fill log") ==
           "fill log 9999999 bytes\nsysconfig\n  | x\nsysconfig read-only\ndaemon user \"user1\"\n"
           "logout\nfinder quits\nplug disk image \"Photos\" as disk1\nstart daemon\n"
           "expect log \"ActiveVolumeProgram:RunSDProgram --- open file [x] failed, "
-          "RunSDProgram exit false\"\nwait until idle\n\n"
+          "RunSDProgram exit false\"\n"
+          "expect log \"Kestrun:DiskMountCallback --- DiskMountCallback exit\"\nwait until idle\n\n"
           "remove folder \"/usr/local/Tarnwell\"\n");
 }

@@ -62,9 +62,9 @@ FAIL
 )");
 }
 
-TEST_CASE("the JSON: each value as text and byte by byte, null for one that is not read")
+TEST_CASE("the JSON: each value as text, with nothing that steers a terminal, and byte by byte")
 {
-    kcheck::Report report = CheckText("[Volumes]\nname=\xFF\n", kcheck::CheckConfig);
+    kcheck::Report report = CheckText("[Volumes]\nname=\xC2\x9B[m\xFF\n", kcheck::CheckConfig);
     report.findings.resize(1);
     CHECK(kcheck::RenderJson(report) == R"({
   "verdict": "PASS",
@@ -82,8 +82,8 @@ TEST_CASE("the JSON: each value as text and byte by byte, null for one that is n
     {
       "file": "config",
       "key": "name",
-      "value": "�",
-      "bytes": "FF",
+      "value": "\u009b[m\ufffd",
+      "bytes": "C2 9B 5B 6D FF",
       "line": 2
     },
     {

@@ -25,6 +25,11 @@ check 0 'Opened:' --svg "$here/picture.svg" "$logs/plugged-in-later.log"
 cmp -s "$logs/plugged-in-later.txt" "$here/said" || fail 'the text differs with --svg'
 [ "$(echo ./*)" = './picture.svg ./said' ] || fail "something was written: $(ls)"
 
+# Nothing that a device put into the log steers a terminal, in JSON neither.
+printf 'line 1===2026-11-20 9:5:3   Kestrun:main --- a\302\2332J\342\200\256\377\n' >steering
+check 1 '"message": "a\u009b2J\u202e\ufffd"' --json steering
+check 1 'Kestrun:main --- a\xC2\x9B2J\xE2\x80\xAE\xFF' steering
+
 # What is no log, and what cannot be read or written.
 : >nothing
 printf 'no line of it\n' >foreign

@@ -9,7 +9,7 @@
 #include <doctest/doctest.h>
 
 #include "observe/files.h"
-#include "tests/tools/log_builder.h"
+#include "tests/observe/log_builder.h"
 #include "tools/log/follow.h"
 #include "tools/log/render.h"
 

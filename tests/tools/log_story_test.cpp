@@ -5,7 +5,7 @@
 
 #include <doctest/doctest.h>
 
-#include "tests/tools/log_builder.h"
+#include "tests/observe/log_builder.h"
 #include "tools/log/render.h"
 #include "tools/log/story.h"
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "Common/INI.h"
+#include "observe/daemon.h"
 #include "observe/names.h"
 #include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
@@ -12,8 +13,8 @@ namespace kcheck
 {
 
 static const char kFile[] = "config";
-static const char kSection[] = "Volumes";
-static const size_t kNameMax = 63;   // bytes of a volume's name
+static const char *const kSection = observe::kConfigSection;
+static const size_t kNameMax = observe::kVolumeNameSize - 1;
 static const size_t kPathMax = 501;  // bytes of a path whose command gets its closing quote
 
 namespace

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "observe/daemon.h"
 #include "observe/files.h"
 #include "observe/program.h"
 #include "tools/check/readers.h"
@@ -16,8 +17,6 @@
 #include "tools/check/rules.h"
 
 static const char kProgram[] = "kestrun-check";
-static const char kConfig[] = "/Library/StartupItems/QVKestrun/config";
-static const char kSysConfig[] = "/Applications/Orvanta.app/Contents/Resources/SysConfig.dat";
 
 static const char kUsage[] =
     "usage: kestrun-check [--json] [--root DIR] [CONFIG [SYSCONFIG]]\n"
@@ -88,13 +87,13 @@ static int Run(const Arguments &arguments)
     const std::string root = arguments.root.value_or("");
     if (!root.empty() && access((root + "/.").c_str(), F_OK) != 0)
         return observe::CouldNot(kProgram, root + ": " + strerror(errno));
-    const std::string config = named ? FileAt(*arguments.config) : root + kConfig;
+    const std::string config = named ? FileAt(*arguments.config) : root + observe::kConfigFile;
     if (!kcheck::IsPathKept(config))
         return observe::CouldNot(kProgram, config + ": " + strerror(ENAMETOOLONG));
     if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
         return observe::kExitCouldNot;
     const bool sysNamed = arguments.sysConfig.has_value();
-    const std::string sysConfig = sysNamed ? FileAt(*arguments.sysConfig) : root + kSysConfig;
+    const std::string sysConfig = sysNamed ? FileAt(*arguments.sysConfig) : root + observe::kSysConfigFile;
     if ((sysNamed || !named) &&
         !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
         return observe::kExitCouldNot;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "observe/daemon.h"
 #include "tools/log/sentences.h"
 
 namespace klog
@@ -56,25 +57,22 @@ static void BeginStart(Teller &teller, size_t index)
     Arrival arrival;
     arrival.atStart = true;
     BeginStep(arrival, "port", teller.portsFirst);
-    EndStep(arrival, "port", index, "found at look " + std::to_string(teller.portLooks));
+    EndStep(arrival, "port", index, "found at look " + std::to_string(teller.journey.portLooks));
     teller.run.arrivals.push_back(arrival);
     teller.current = teller.run.arrivals.size() - 1;
-    teller.busy = true;
-    teller.startVolume = true;
 }
 
 static void TellStart(Teller &teller, size_t index, Event event)
 {
-    if (event == Event::PortsRead && teller.portLooks++ == 0)
+    if (event == Event::PortsRead && teller.journey.portLooks == 1)
         teller.portsFirst = index;
     if (event == Event::PortFound)
         BeginStart(teller, index);
-    if (event == Event::PortWait && teller.portLooks == 10 && !teller.busy) {
+    if (event == Event::PortWait && teller.journey.portLooks == observe::kPortTries &&
+        !IsBusy(teller.journey.stage)) {
         teller.run.notes.push_back("no modem in ten looks at the start (" +
                                    Lines(teller.log, teller.portsFirst, index) + ")");
     }
-    if (event == Event::StartNoVolume)
-        teller.busy = false;
     if (event == Event::OptionNobrowse || event == Event::OptionRdonly) {
         const std::string option = event == Event::OptionNobrowse ? "nobrowse" : "rdonly";
         teller.run.notes.push_back("mounts with " + option + " (" +
@@ -124,9 +122,8 @@ static void SkipLost(Teller &teller)
 
 // The mount-time actions begin: at the start of the daemon, or because the oldest mount that was
 // asked for has ended.
-static void TellMountEnter(Teller &teller, size_t index)
+static void TellMountEnter(Teller &teller, size_t index, bool atStart)
 {
-    const bool atStart = teller.busy && teller.startVolume;
     if (!atStart && !teller.awaiting.empty()) {
         SkipLost(teller);
         teller.current = teller.awaiting.front();
@@ -142,38 +139,26 @@ static void TellMountEnter(Teller &teller, size_t index)
         teller.run.arrivals.back().notes.emplace_back("how it began is not in the log");
         teller.current = teller.run.arrivals.size() - 1;
     }
-    teller.busy = true;
-    teller.startVolume = false;
-    teller.noOwnUser = teller.noConsoleUser = false;
     teller.finder = {};
-    teller.shell = {};
     EndStep(Current(teller), "mount", index, "it ended; the log never says whether it succeeded");
     BeginStep(Current(teller), "console", index);
-    teller.phase = Phase::Console;
 }
 
 static void TellConsole(Teller &teller, size_t index, Event event)
 {
     Arrival &arrival = Current(teller);
-    if (event == Event::NoOwnUser)
-        teller.noOwnUser = true;
-    if (event == Event::NoConsoleUser)
-        teller.noConsoleUser = true;
     if (event == Event::SameUser) {
-        const bool unread = teller.noOwnUser && teller.noConsoleUser;
+        const bool unread = teller.journey.noOwnUser && teller.journey.noConsoleUser;
         EndStep(arrival, "console", index,
                 unread ? "neither user could be read, which counts as the same"
                        : "the daemon's user owns it");
         BeginStep(arrival, "finder", index);
-        teller.phase = Phase::Finder;
     }
     if (event == Event::OtherUser || event == Event::NoPipe) {
         const bool other = event == Event::OtherUser;
         EndStep(arrival, "console", index, other ? "not the daemon's user" : "not known");
         Decide(arrival, other ? Outcome::OtherUser : Outcome::NoPipe,
                other ? OtherUserSentence(teller, index) : NoPipeSentence(teller, index));
-        teller.busy = false;
-        teller.phase = Phase::Idle;
     }
 }
 
@@ -182,19 +167,16 @@ static void TellConsole(Teller &teller, size_t index, Event event)
 // A search that finds nothing ends with the exit code 1.
 static const long kNothingFound = 256;
 
-static void TellFinder(Teller &teller, size_t index, const Found &found, Event event)
+static void TellFinder(Teller &teller, size_t index, Event event)
 {
     FinderLooks &finder = teller.finder;
     if (finder.firstLook == 0 && event != Event::None)
         finder.firstLook = finder.lastLook = index;
     if (event == Event::CaptureEnter)
         finder.lastLook = index;
-    if (event == Event::ShellStatus && found.filled.size() > 1) {
-        const long status = strtol(Text(found.filled[1]).c_str(), nullptr, 10);
-        if (status != kNothingFound) {
-            finder.oddStatus = status;
-            finder.oddRecord = index;
-        }
+    if (event == Event::ShellStatus && teller.journey.shell.status != kNothingFound) {
+        finder.oddStatus = teller.journey.shell.status;
+        finder.oddRecord = index;
     }
     if (event == Event::CaptureNoFile || event == Event::CaptureEmpty) {
         finder.unread++;
@@ -206,40 +188,10 @@ static void TellFinder(Teller &teller, size_t index, const Found &found, Event e
         EndStep(Current(teller), "finder", index,
                 "it runs, seen at look " + std::to_string(finder.count + 1));
         BeginStep(Current(teller), "application", index);
-        teller.phase = Phase::Opening;
-        teller.shell = {};
     }
 }
 
 // ---- Commands ----
-
-static void TellShell(Teller &teller, size_t index, const Found &found, Event event)
-{
-    ShellTries &shell = teller.shell;
-    const auto filled = [&](size_t i) {
-        return found.filled.size() > i ? Text(found.filled[i]) : std::string();
-    };
-    switch (event) {
-    case Event::ShellEnter:
-        shell = {};
-        shell.first = index;
-        break;
-    case Event::ShellFork:
-    case Event::ShellNone:
-        shell.failed++;
-        shell.status = event == Event::ShellFork ? -1 : 127;
-        shell.command = filled(1);
-        break;
-    case Event::ShellStatus:
-        shell.failed++;
-        shell.status = strtol(filled(1).c_str(), nullptr, 10);
-        shell.command = filled(3);
-        break;
-    case Event::ShellTrue:
-    case Event::ShellFalse: shell.command = filled(0); break;
-    default: break;
-    }
-}
 
 static void TellOpening(Teller &teller, size_t index, Event event)
 {
@@ -255,7 +207,8 @@ static void TellOpening(Teller &teller, size_t index, Event event)
     const bool told = arrival.decided;  // else the command's own lines are missing
     if (event == Event::AppOpened) {
         EndStep(arrival, "application", index,
-                told ? "opened at try " + std::to_string(teller.shell.failed + 1) : "opened");
+                told ? "opened at try " + std::to_string(teller.journey.shell.failed + 1)
+                     : "opened");
         if (!told)
             Decide(arrival, Outcome::Opened, ResultSentence(teller, index, true));
     }
@@ -264,16 +217,9 @@ static void TellOpening(Teller &teller, size_t index, Event event)
         if (!told)
             Decide(arrival, Outcome::CommandFailed, ResultSentence(teller, index, false));
     }
-    if (event == Event::AppOpened || event == Event::AppFailed || event == Event::ApprovalEnter)
-        teller.phase = Phase::Setup;
 }
 
 // ---- The setup package ----
-
-static bool IsNothingAsked(const std::string &reason)
-{
-    return reason.starts_with("szKeyOrValue=[") || reason.starts_with("SD_THIRD_SETUP is not yes");
-}
 
 static void EndSetup(Teller &teller, size_t index, Event event)
 {
@@ -281,17 +227,18 @@ static void EndSetup(Teller &teller, size_t index, Event event)
     const std::string line = Lines(teller.log, teller.setupRecord, teller.setupRecord);
     if (event == Event::SetupOk) {
         EndStep(arrival, "setup", index, "run");
-    } else if (IsNothingAsked(teller.setupReason)) {
+    } else if (teller.setupReason == Event::SetupNoSection ||
+               teller.setupReason == Event::SetupNotAsked) {
         EndStep(arrival, "setup", index, "not asked for (" + line + ")");
-    } else if (teller.setupReason.starts_with("open file [")) {
+    } else if (teller.setupReason == Event::SetupNoFile) {
         // Whether one is asked for stands in that file: it is missing, or may not be written.
         EndStep(arrival, "setup", index, "not run: SysConfig.dat did not open (" + line + ")");
-    } else if (teller.setupReason.empty() || teller.setupReason == "RunSDProgram Enter") {
+    } else if (teller.setupReason == Event::None || teller.setupReason == Event::SetupEnter) {
         EndStep(arrival, "setup", index, "not run, for a reason that is not in the log");
     } else {
         EndStep(arrival, "setup", index, "failed (" + line + ")");
         arrival.notes.push_back("the setup package was asked for and failed, " + line + ": " +
-                                teller.setupReason);
+                                Text(teller.log.records[teller.setupRecord].message));
         arrival.setupFailed = true;
     }
 }
@@ -299,14 +246,14 @@ static void EndSetup(Teller &teller, size_t index, Event event)
 static void TellSetup(Teller &teller, size_t index, const Found &found, Event event)
 {
     Arrival &arrival = Current(teller);
+    if (IsSetupLine(event)) {
+        teller.setupReason = event;
+        teller.setupRecord = index;
+    }
     switch (event) {
     case Event::ApprovalEnter:
         BeginStep(arrival, "setup", index);
-        teller.setupReason.clear();
-        teller.setupRecord = index;
-        break;
-    case Event::SetupLine:
-        teller.setupReason = Text(teller.log.records[index].message);
+        teller.setupReason = Event::None;
         teller.setupRecord = index;
         break;
     case Event::VolumeEnter: BeginStep(arrival, "setup volume", index, true); break;
@@ -318,7 +265,7 @@ static void TellSetup(Teller &teller, size_t index, const Found &found, Event ev
     case Event::ShellEnter: BeginStep(arrival, "setup command", index, true); break;
     case Event::ShellTrue:
         EndStep(arrival, "setup command", index,
-                "run at try " + std::to_string(teller.shell.failed + 1));
+                "run at try " + std::to_string(teller.journey.shell.failed + 1));
         break;
     case Event::ShellFalse: EndStep(arrival, "setup command", index, "all tries failed"); break;
     case Event::SetupOk:
@@ -349,101 +296,61 @@ static void TellStartVolume(Teller &teller, size_t index, const Found &found, Ev
 
 // ---- Missing lines ----
 
-// The stretch of the mount-time actions that the event belongs to; Idle when it says nothing of them.
-static Phase PhaseOf(const Found &found, Event event)
+// Where the lines that end a stage, or begin the whole, are missing, a later
+// one says that it is over: the daemon was at `before`, and is at `stage` with
+// the record.
+static void CatchUp(Teller &teller, size_t index, Stage before, Stage stage, Event event)
 {
-    switch (event) {
-    case Event::NoPipe:
-    case Event::NoOwnUser:
-    case Event::NoConsoleUser:
-    case Event::OtherUser:
-    case Event::SameUser: return Phase::Console;
-    case Event::CaptureEnter:
-    case Event::FinderFailed:
-    case Event::FinderEmpty:
-    case Event::FinderThere: return Phase::Finder;
-    case Event::NoConfig:
-    case Event::AppOpened:
-    case Event::AppFailed: return Phase::Opening;
-    case Event::ShellTrue:
-    case Event::ShellFalse:
-        return !found.filled.empty() && found.filled[0].starts_with("open -a ") ? Phase::Opening
-                                                                                : Phase::Idle;
-    case Event::ApprovalEnter:
-    case Event::SetupLine:
-    case Event::SetupOk:
-    case Event::SetupFailed: return Phase::Setup;
-    default: return Phase::Idle;
-    }
-}
-
-// Where the lines that end a stretch, or begin the whole, are missing, a later one says that it is over.
-static void CatchUp(Teller &teller, size_t index, Phase phase, Event event)
-{
-    static const char *const kSteps[] = {"", "console", "finder", "application", "setup"};
-    if (phase == Phase::Idle)
+    static const char *const kSteps[] = {"console", "finder", "application", "setup"};
+    const auto stepOf = [](Stage of) {
+        return std::min<size_t>(static_cast<size_t>(of) - static_cast<size_t>(Stage::Owner), 3);
+    };
+    if (stage < Stage::Owner)
         return;
-    if (teller.phase == Phase::Idle)
-        TellMountEnter(teller, index);
-    while (teller.phase < phase) {
-        EndStep(Current(teller), kSteps[static_cast<size_t>(teller.phase)], index,
-                "over; the line that ends it is missing");
-        teller.phase = static_cast<Phase>(static_cast<int>(teller.phase) + 1);
-        if (event != Event::ApprovalEnter || teller.phase != Phase::Setup)
-            BeginStep(Current(teller), kSteps[static_cast<size_t>(teller.phase)], index);
+    const bool begins = event == Event::MountEnter || before < Stage::Owner;
+    if (begins)
+        TellMountEnter(teller, index, before == Stage::Volume);
+    for (size_t step = begins ? 0 : stepOf(before); step < stepOf(stage); step++) {
+        EndStep(Current(teller), kSteps[step], index, "over; the line that ends it is missing");
+        if (event != Event::ApprovalEnter || step != 2)
+            BeginStep(Current(teller), kSteps[step + 1], index);
     }
-}
-
-// The daemon does one thing after the other: it is done with what it was busy with when it says this.
-static bool EndsAll(Event event)
-{
-    return event == Event::PeekEnter || event == Event::StartDone || event == Event::OptionRdonly ||
-           event == Event::OptionNobrowse;
 }
 
 void TellRecord(Teller &teller, size_t index, const Found &found)
 {
-    const Event event = found.message ? found.message->event : Event::None;
-    if (EndsAll(event)) {
-        teller.busy = false;
-        teller.phase = Phase::Idle;
-    }
+    const Event event = EventOf(found);
+    const Stage before = teller.journey.stage;
+    const Stage stage = Follow(teller.journey, index, found);
     TellStart(teller, index, event);
-    CatchUp(teller, index, PhaseOf(found, event), event);
+    CatchUp(teller, index, before, stage, event);
     if (event == Event::PeekEnter || event == Event::PeekRefused || event == Event::PeekExit)
         TellPeek(teller, index, event);
-    if (event == Event::ConfigUnreadable && teller.phase == Phase::Idle)
+    if (event == Event::ConfigUnreadable && stage < Stage::Owner)
         teller.run.notes.push_back("the configuration file cannot be opened (" +
                                    Lines(teller.log, index, index) + "): the defaults hold");
-    if (event == Event::MountEnter)
-        TellMountEnter(teller, index);
-    if (!teller.busy)
-        return;
-    TellShell(teller, index, found, event);
-    if (teller.startVolume)
+    if (stage == Stage::Volume)
         TellStartVolume(teller, index, found, event);
-    if (teller.phase == Phase::Console)
+    else if (stage == Stage::Owner)
         TellConsole(teller, index, event);
-    else if (teller.phase == Phase::Finder)
-        TellFinder(teller, index, found, event);
-    else if (teller.phase == Phase::Opening)
+    else if (stage == Stage::Finder)
+        TellFinder(teller, index, event);
+    else if (stage == Stage::Application)
         TellOpening(teller, index, event);
-    if (teller.phase == Phase::Setup)
+    if (stage >= Stage::Setup || teller.journey.stage >= Stage::Setup)
         TellSetup(teller, index, found, event);
-    if (event == Event::MountExit) {
-        teller.busy = false;
-        teller.phase = Phase::Idle;
-    }
 }
 
 void EndTelling(Teller &teller)
 {
-    if (teller.busy && !Current(teller).decided) {
+    const Stage stage = teller.journey.stage;
+    if (IsBusy(stage) && !Current(teller).decided) {
         Arrival &arrival = Current(teller);
-        if (teller.phase == Phase::Finder && (teller.finder.count > 0 || teller.shell.failed > 0)) {
+        if (stage == Stage::Finder &&
+            (teller.finder.count > 0 || teller.journey.shell.failed > 0)) {
             arrival.outcome = Outcome::NoFinder;
             arrival.sentence = NoFinderSentence(teller);
-        } else if (teller.phase != Phase::Setup) {
+        } else if (stage < Stage::Setup) {
             arrival.sentence = UnfinishedSentence(teller, arrival);
         }
     }
@@ -459,8 +366,8 @@ void EndTelling(Teller &teller)
         if (arrival.sentence.empty())
             arrival.sentence = UnknownSentence(teller, arrival);
         // Where lines are missing a step may have no end although the daemon is past it.
-        const bool goesOn =
-            (teller.busy && i == teller.current) || std::ranges::binary_search(teller.awaiting, i);
+        const bool goesOn = (IsBusy(stage) && i == teller.current) ||
+                            std::ranges::binary_search(teller.awaiting, i);
         for (Step &step : arrival.steps) {
             if (!step.ended && goesOn)
                 step.last = teller.run.last;

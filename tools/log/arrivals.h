@@ -6,26 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "observe/journey.h"
 #include "tools/log/story.h"
 
 namespace klog
 {
-
-// Where the arrival stands that the daemon is busy with.
-enum class Phase {
-    Idle,
-    Console,  // whose console is it
-    Finder,   // waits for the Finder
-    Opening,  // opens the application
-    Setup,    // the setup package
-};
-
-struct ShellTries {
-    std::string command;
-    int failed = 0;
-    long status = 0;  // of the last one that failed, as the system gave it
-    size_t first = 0;
-};
 
 struct FinderLooks {
     int count = 0;  // that found none
@@ -39,18 +24,12 @@ struct FinderLooks {
 struct Teller {
     const LogText &log;
     Run &run;
-    Phase phase = Phase::Idle;
+    Journey journey = {};
     size_t current = 0;                // index of the arrival that the daemon is busy with
-    bool busy = false;                 // there is one
     std::deque<size_t> awaiting = {};  // arrivals whose mount was asked for, the oldest first
     size_t portsFirst = 0;             // the first look for the serial port
-    int portLooks = 0;
-    bool startVolume = false;  // the volume is awaited at the start
-    int volumeTries = 0;
-    bool noOwnUser = false, noConsoleUser = false;
-    ShellTries shell = {};
     FinderLooks finder = {};
-    std::string setupReason = {};  // what the setup runner said last
+    Event setupReason = Event::None;  // what the setup runner said last
     size_t setupRecord = 0;
 };
 

@@ -9,10 +9,14 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/log/messages.h"
+#include "observe/log_events.h"
 
 namespace klog
 {
+
+// What the log says is read by observe/; its words are those of this folder
+// too.
+using namespace observe;
 
 enum class Ending {
     Exit,    // an exit was logged

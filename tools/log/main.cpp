@@ -11,13 +11,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "observe/daemon.h"
 #include "observe/files.h"
 #include "observe/program.h"
 #include "tools/log/follow.h"
 #include "tools/log/render.h"
 
 static const char kProgram[] = "kestrun-log";
-static const char kDefaultLog[] = "/usr/local/Tarnwell/Kestrun.log";
 static const useconds_t kFollowPause = 250000;  // microseconds between two looks at the file
 
 static const char kUsage[] =
@@ -38,7 +38,7 @@ namespace
 {
 
 struct Arguments {
-    std::string log = kDefaultLog;
+    std::string log = observe::kLogFile;
     std::optional<std::string> svg;
     bool json = false;
     bool follow = false;

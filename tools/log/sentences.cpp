@@ -56,22 +56,22 @@ static size_t EndOf(const Arrival &arrival, const std::string &name)
 
 std::string OpenedSentence(const Teller &teller, const Arrival &arrival, size_t index)
 {
-    const bool unread = teller.noOwnUser && teller.noConsoleUser;
+    const bool unread = teller.journey.noOwnUser && teller.journey.noConsoleUser;
     const std::string owner =
         unread
             ? "neither the daemon's user nor the console's owner could be read, which counts as the same ("
             : "the daemon's user owned the console (";
     return "Opened: " + owner + Line(teller, EndOf(arrival, "console")) + "), the Finder ran (" +
-           Line(teller, EndOf(arrival, "finder")) + ") and " + Quoted(teller.shell.command) +
-           " succeeded at try " + std::to_string(teller.shell.failed + 1) + " (" +
-           Line(teller, index) + ").";
+           Line(teller, EndOf(arrival, "finder")) + ") and " +
+           Quoted(teller.journey.shell.command) + " succeeded at try " +
+           std::to_string(teller.journey.shell.failed + 1) + " (" + Line(teller, index) + ").";
 }
 
 std::string OtherUserSentence(const Teller &teller, size_t index)
 {
-    if (teller.noConsoleUser)
+    if (teller.journey.noConsoleUser)
         return "Not opened: who owns the console could not be read (" + Line(teller, index) + ").";
-    if (teller.noOwnUser) {
+    if (teller.journey.noOwnUser) {
         return "Not opened: the daemon's own user could not be read (" + Line(teller, index) + ").";
     }
     return "Not opened: another user than the daemon's owned the console (" + Line(teller, index) +
@@ -92,12 +92,12 @@ std::string NoVolumeSentence(const Teller &teller, size_t first, size_t last)
 std::string CommandFailedSentence(const Teller &teller, const Arrival &arrival, size_t index)
 {
     const std::string times =
-        teller.shell.failed == 10 ? "ten" : std::to_string(teller.shell.failed);
+        teller.journey.shell.failed == 10 ? "ten" : std::to_string(teller.journey.shell.failed);
     const std::string mount =
         arrival.atStart ? "" : "; whether the volume was mounted is not in the log";
-    return "Not opened: " + Quoted(teller.shell.command) + " failed " + times + " times, " +
-           StatusText(teller.shell.status) + " (" + Lines(teller.log, teller.shell.first, index) +
-           ")" + mount + ".";
+    return "Not opened: " + Quoted(teller.journey.shell.command) + " failed " + times + " times, " +
+           StatusText(teller.journey.shell.status) + " (" +
+           Lines(teller.log, teller.journey.shell.first, index) + ")" + mount + ".";
 }
 
 std::string ResultSentence(const Teller &teller, size_t index, bool opened)
@@ -140,7 +140,7 @@ std::string NoCompletionSentence(const Teller &teller, const Arrival &arrival)
 {
     const size_t asked = arrival.steps.front().last;
     std::string reason;
-    if (teller.busy)
+    if (IsBusy(teller.journey.stage))
         reason = ", which has to wait until the daemon is done with the arrival before it";
     else if (!teller.run.isLast)
         reason = " before the daemon ended";
@@ -167,7 +167,7 @@ static std::string Doing(const Teller &teller, const Arrival &arrival)
     if (open->name == "console")
         return "comparing the console's owner with its own user" + since;
     if (open->name == "application") {
-        const std::string failed = std::to_string(teller.shell.failed);
+        const std::string failed = std::to_string(teller.journey.shell.failed);
         return "opening the application" + since + ", with " + failed + " of 10 tries failed";
     }
     return "at the step '" + open->name + "'" + since;
@@ -191,7 +191,7 @@ static std::string UnwrittenVerdict(const Teller &teller)
     const Record &last = teller.log.records[teller.run.last];
     const bool asked = last.whole && last.source == "Kestrun:DiskMountCallback" &&
                        last.message != "DiskMountCallback Enter";
-    if (teller.phase != Phase::Console || !asked)
+    if (teller.journey.stage != Stage::Owner || !asked)
         return "";
     return "; if nothing has followed, another user than the daemon's most likely owned the console, for "
            "then the line that says so is the last one and not written yet";

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <optional>
 
+#include "observe/daemon.h"
 #include "tools/log/arrivals.h"
 #include "tools/log/sentences.h"
 
@@ -23,7 +24,7 @@ static bool BeginsRun(const LogText &log, size_t index, const Found &found)
 // The daemon's process id, where a record tells it.
 static std::optional<long> ProcessId(const Record &record)
 {
-    static constexpr std::string_view kBegin = "ps aux | awk -v PID=";
+    static constexpr std::string_view kBegin = observe::kOwnerCommand;
     if (record.source != "Kestrun:DiskMountCallback" || !record.message.starts_with(kBegin))
         return std::nullopt;
     const std::string_view rest = record.message.substr(kBegin.size());

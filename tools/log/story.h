@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "observe/log_events.h"
+#include "observe/log_line.h"
 #include "tools/log/calls.h"
-#include "tools/log/messages.h"
-#include "tools/log/records.h"
 
 namespace klog
 {

@@ -129,9 +129,9 @@ static void GatherLog(Facts *facts)
 {
     LogFacts &log = facts->log;
     const std::optional<std::string> text = ReadLog(facts, observe::kLogFile);
-    const klog::LogText parsed = klog::ParseLog(text ? std::string_view(*text) : "");
+    const observe::LogText parsed = observe::ParseLog(text ? std::string_view(*text) : "");
     if (!parsed.records.empty()) {
-        const klog::Record &last = parsed.records.back();
+        const observe::Record &last = parsed.records.back();
         log.number = last.number;
         log.text =
             observe::FirstLine(std::string(last.source) + " --- " + std::string(last.message));
@@ -146,7 +146,8 @@ static void GatherLog(Facts *facts)
         daemon.age && log.age && *daemon.age > kStartGrace && *log.age > *daemon.age + kStartGrace;
     if (facts->daemons.size() > 1)
         return;  // whose lines are whose the log does not tell
-    facts->waiting = InferWaiting(log.stale ? std::vector<klog::Record>() : parsed.records, daemon);
+    facts->waiting =
+        InferWaiting(log.stale ? std::vector<observe::Record>() : parsed.records, daemon);
     if (facts->waiting.since && *facts->waiting.since > facts->now)
         facts->waiting.since.reset();  // the clock was set back meanwhile
 }

@@ -1,49 +1,18 @@
-// waiting.cpp - see waiting.h. The lines of the last run are read in their order; each sign in the
-// table below says which phase begins with it.
+// waiting.cpp - see waiting.h.
 #include "tools/status/waiting.h"
 
 #include <algorithm>
 #include <ctime>
 
 #include "observe/daemon.h"
+#include "observe/journey.h"
 
 namespace kstatus
 {
 
-struct Sign {
-    const char *source;
-    const char *begin;  // of the message
-    Phase phase;
-};
-
-// clang-format off
-static const Sign kSigns[] = {
-    {"Kestrun:main",              "begin to run SDProgram at beginning",         Phase::Port},
-    {"Kestrun:FindCommPort",      "FindCommPort success, and exit",              Phase::Volume},
-    {"Kestrun:main",              "finish run SDProgram at beginning",           Phase::Modem},
-    {"Kestrun:main",              "can't find /Volumes/Orvanta",                 Phase::Modem},
-    {"ActiveVolumeProgram:IsKeyValueCaseEqual", "IsKeyValueCaeEqual Enter",      Phase::Modem},  // sic
-    {"Kestrun:DiskPeekCallback",  "DiskPeekCallback Enter",                      Phase::Modem},
-    {"Kestrun:DiskMountCallback", "DiskMountCallback Enter",                     Phase::Owner},
-    {"Kestrun:DiskMountCallback", "create pipe failed!",                         Phase::Modem},
-    {"Kestrun:DiskMountCallback", "are not same return",                         Phase::Modem},
-    {"Kestrun:DiskMountCallback", "actvie == pname",                             Phase::Finder},  // sic
-    {"Kestrun:DiskMountCallback", "have some one login succ",                    Phase::Application},
-    {"Kestrun:DiskMountCallback", "Run Orvanta Program success",                 Phase::Setup},
-    {"Kestrun:DiskMountCallback", "RunShellProgram failed, can't run",           Phase::Setup},
-    {"Kestrun:DiskMountApproval", "finish run ",                                 Phase::Modem},
-};
-// clang-format on
-
-struct RunReading {
-    Waiting waiting;
-    int mountsAsked = 0;   // whose completion did not come yet
-    bool package = false;  // in the setup: its file was opened
-};
-
-std::optional<int64_t> TimeOf(const klog::Stamp &stamp)
+std::optional<int64_t> TimeOf(const observe::Stamp &stamp)
 {
-    if (!klog::Seconds(stamp))
+    if (!observe::Seconds(stamp))
         return std::nullopt;
     struct tm local = {};
     local.tm_year = stamp.year - 1900;
@@ -56,91 +25,8 @@ std::optional<int64_t> TimeOf(const klog::Stamp &stamp)
     return mktime(&local);
 }
 
-static bool Begins(const klog::Record &record, std::string_view source, std::string_view begin)
-{
-    return record.source == source && record.message.starts_with(begin);
-}
-
-// What stands between the last `open` and the `close` behind it; empty when one is missing.
-static std::string Between(std::string_view text, std::string_view open, std::string_view close)
-{
-    const size_t start = text.find(open);
-    if (start == std::string_view::npos)
-        return "";
-    const size_t from = start + open.size();
-    const size_t end = text.find(close, from);
-    return end == std::string_view::npos ? "" : std::string(text.substr(from, end - from));
-}
-
-static void BeginPhase(RunReading *run, Phase phase, const klog::Record &record)
-{
-    run->waiting = Waiting();
-    run->waiting.phase = phase;
-    run->waiting.since = TimeOf(record.stamp);
-    if (phase == Phase::Port)
-        run->waiting.limit = observe::kPortTries;
-    if (phase == Phase::Volume)
-        run->waiting.limit = observe::kStartWait;
-    if (phase == Phase::Application)
-        run->waiting.limit = observe::kOpenTries;
-}
-
-// A wait for a volume, at the start or for the setup package.
-static void TakeVolumeWait(RunReading *run, const klog::Record &record)
-{
-    const bool setup =
-        run->waiting.phase == Phase::Setup || run->waiting.phase == Phase::SetupVolume;
-    if (Begins(record, "ActiveVolumeProgram:IsVolumeExist", "IsVolumeExist Enter") && setup) {
-        BeginPhase(run, Phase::SetupVolume, record);
-        run->waiting.limit = run->package ? observe::kPackageWait : observe::kSetupWait;
-    } else if (Begins(record, "ActiveVolumeProgram:IsVolumeExist", " ")) {
-        const std::string path = Between(record.message, "open (", ") failed, open again");
-        run->waiting.path = path == "(null)" ? "" : path;
-    } else if (setup && record.source == "ActiveVolumeProgram:IsVolumeExist" &&
-               record.message.find("IsVolumeExist exit") != std::string_view::npos) {
-        BeginPhase(run, Phase::Setup, record);
-    }
-}
-
-// The commands of the application and the setup package, and the looks at the ports.
-static void TakeTry(RunReading *run, const klog::Record &record)
-{
-    Waiting &waiting = run->waiting;
-    if (Begins(record, "Kestrun:FindCommPort", "FindCommPort Enter"))
-        ++waiting.tries;
-    if (Begins(record, "ActiveVolumeProgram:GetTempVolumeName", "GetTempVolumeName Enter"))
-        run->package = true;
-    const bool opens = waiting.phase == Phase::Application || waiting.phase == Phase::Setup;
-    if (opens && Begins(record, "Process:RunShellProgram", "RunShellProgram Enter")) {
-        waiting.tries = 0;
-        waiting.limit = observe::kOpenTries;
-    }
-    if (opens && Begins(record, "Process:RunShellProgram", "system failed ")) {
-        ++waiting.tries;
-        waiting.path = Between(record.message, "]:(", "), err = (");
-    }
-}
-
-static void TakeRecord(RunReading *run, const klog::Record &record)
-{
-    if (Begins(record, "Kestrun:DiskPeekCallback", "DiskPeekCallback Enter"))
-        ++run->mountsAsked;
-    if (Begins(record, "Kestrun:DiskMountCallback", "DiskMountCallback Enter")) {
-        run->mountsAsked = std::max(0, run->mountsAsked - 1);
-        run->package = false;
-    }
-    for (const Sign &sign : kSigns) {
-        if (Begins(record, sign.source, sign.begin)) {
-            BeginPhase(run, sign.phase, record);
-            return;
-        }
-    }
-    TakeVolumeWait(run, record);
-    TakeTry(run, record);
-}
-
 // Where the last run begins: a number that is not above the one before it is a new daemon's.
-static size_t LastRun(const std::vector<klog::Record> &records)
+static size_t LastRun(const std::vector<observe::Record> &records)
 {
     size_t first = records.empty() ? 0 : records.size() - 1;
     while (first > 0 && records[first - 1].number < records[first].number)
@@ -148,25 +34,76 @@ static size_t LastRun(const std::vector<klog::Record> &records)
     return first;
 }
 
-Waiting InferWaiting(const std::vector<klog::Record> &records, const Daemon &daemon)
+static Phase PhaseOf(observe::Stage stage)
 {
-    RunReading run;
-    for (size_t i = LastRun(records); i < records.size(); ++i)
-        TakeRecord(&run, records[i]);
-    const std::optional<int64_t> since = run.waiting.since;
+    using observe::Stage;
+    switch (stage) {
+    case Stage::Unknown: return Phase::Unknown;
+    case Stage::Rest:
+    case Stage::Leaving: return Phase::Modem;
+    case Stage::Port: return Phase::Port;
+    case Stage::Volume: return Phase::Volume;
+    case Stage::Owner: return Phase::Owner;
+    case Stage::Finder: return Phase::Finder;
+    case Stage::Application: return Phase::Application;
+    case Stage::Setup: return Phase::Setup;
+    case Stage::SetupVolume: return Phase::SetupVolume;
+    }
+    return Phase::Unknown;
+}
+
+static int LimitOf(const observe::Journey &journey, Phase phase)
+{
+    switch (phase) {
+    case Phase::Port: return observe::kPortTries;
+    case Phase::Volume: return observe::kStartWait;
+    case Phase::SetupVolume: return journey.package ? observe::kPackageWait : observe::kSetupWait;
+    case Phase::Application: return observe::kOpenTries;
+    case Phase::Setup: return journey.shell.stage == journey.stage ? observe::kOpenTries : 0;
+    default: return 0;
+    }
+}
+
+static Waiting WaitingOf(const observe::Journey &journey)
+{
+    Waiting waiting;
+    waiting.phase = PhaseOf(journey.stage);
+    waiting.limit = LimitOf(journey, waiting.phase);
+    waiting.path = journey.volume;
+    const bool opens = waiting.phase == Phase::Application || waiting.phase == Phase::Setup;
+    if (waiting.phase == Phase::Port)
+        waiting.tries = journey.portLooks;
+    if (opens && journey.shell.stage == journey.stage) {
+        waiting.tries = journey.shell.failed;
+        waiting.path = waiting.tries > 0 ? journey.shell.command : "";
+    }
+    return waiting;
+}
+
+Waiting InferWaiting(const std::vector<observe::Record> &records, const Daemon &daemon)
+{
+    observe::Journey journey;
+    for (size_t i = LastRun(records); i < records.size(); ++i) {
+        const observe::Record &record = records[i];
+        (void)Follow(journey, i, observe::FindMessage(record.source, record.message, record.cut));
+    }
+    Waiting waiting = WaitingOf(journey);
+    const bool known = waiting.phase != Phase::Unknown;
     const bool loops = daemon.activity == Activity::AwaitsEvents;
     const bool atRest =
-        run.waiting.phase == Phase::Modem && (loops || daemon.activity == Activity::Unknown);
+        waiting.phase == Phase::Modem && (loops || daemon.activity == Activity::Unknown);
     // In the run loop nothing is under way but mounts, whatever the last written line began.
     if (loops || atRest) {
-        run.waiting = Waiting();
-        run.waiting.phase = run.mountsAsked > 0 ? Phase::Mount : Phase::Modem;
-        run.waiting.since = since;
-    } else if (run.waiting.phase == Phase::Modem || run.waiting.phase == Phase::Unknown) {
-        run.waiting = Waiting();
-        run.waiting.phase = Phase::Busy;
+        waiting = Waiting();
+        waiting.phase = journey.pending > 0 ? Phase::Mount : Phase::Modem;
+    } else if (waiting.phase == Phase::Modem || !known) {
+        waiting = Waiting();
+        waiting.phase = Phase::Busy;
+        return waiting;
     }
-    return run.waiting;
+    if (known)
+        waiting.since = TimeOf(records[journey.since].stamp);
+    return waiting;
 }
 
 const char *PhaseWord(Phase phase)

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/log/records.h"
+#include "observe/log_line.h"
 #include "tools/status/system.h"
 
 namespace kstatus
@@ -39,10 +39,10 @@ struct Waiting {
 
 // Seconds since 1970 at this local time of a log line; nothing when the daemon had no clock. The zone
 // is this machine's, where the log was written too.
-std::optional<int64_t> TimeOf(const klog::Stamp &stamp);
+std::optional<int64_t> TimeOf(const observe::Stamp &stamp);
 
 // What the last run in `records` waits for, and `daemon`, which is running.
-Waiting InferWaiting(const std::vector<klog::Record> &records, const Daemon &daemon);
+Waiting InferWaiting(const std::vector<observe::Record> &records, const Daemon &daemon);
 
 // A word for programs: "modem", "port", "volume", "mount", ...
 const char *PhaseWord(Phase phase);

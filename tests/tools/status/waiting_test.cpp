@@ -51,7 +51,7 @@ static std::string Waits(const std::string &log, Activity activity)
 {
     kstatus::Daemon daemon;
     daemon.activity = activity;
-    const klog::LogText parsed = klog::ParseLog(log);
+    const observe::LogText parsed = observe::ParseLog(log);
     const kstatus::Waiting waiting = kstatus::InferWaiting(parsed.records, daemon);
     const int64_t now = *kstatus::TimeOf({2026, 11, 20, 9, 5, 8});
     return std::string(kstatus::PhaseWord(waiting.phase)) + ": " +

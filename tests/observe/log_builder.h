@@ -1,6 +1,6 @@
 // log_builder.h - writes a log as the daemon would: each line with the next number.
-#ifndef TESTS_TOOLS_LOG_BUILDER_H
-#define TESTS_TOOLS_LOG_BUILDER_H
+#ifndef TESTS_OBSERVE_LOG_BUILDER_H
+#define TESTS_OBSERVE_LOG_BUILDER_H
 
 #include <string>
 

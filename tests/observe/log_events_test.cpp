@@ -9,7 +9,7 @@
 
 #include <doctest/doctest.h>
 
-#include "tools/log/messages.h"
+#include "observe/log_events.h"
 
 namespace fs = std::filesystem;
 
@@ -18,7 +18,8 @@ namespace
 
 struct Call {
     std::string source;
-    std::string text;  // as it stands in the source; "<name>" for text that is put together
+    std::string text;  // as it stands in the source; "<name>" for text that is put
+                       // together
 };
 
 // Every call of Log in the daemon's sources.
@@ -78,7 +79,7 @@ TEST_CASE("every text of the daemon's sources is known, by its source and in its
     REQUIRE(calls.size() > 100);
     CHECK(calls.size() == CountLogCalls());
     std::set<std::pair<std::string, std::string>> known;
-    for (const klog::Message &message : klog::KnownMessages())
+    for (const observe::Message &message : observe::KnownMessages())
         known.insert({message.source, message.text});
     for (const Call &call : calls) {
         CAPTURE(call.source);
@@ -89,12 +90,13 @@ TEST_CASE("every text of the daemon's sources is known, by its source and in its
 
 TEST_CASE("every text is recognised when it is met in a log, and taken for no other")
 {
-    for (const klog::Message &message : klog::KnownMessages()) {
+    for (const observe::Message &message : observe::KnownMessages()) {
         if (message.assembled)
             continue;
         CAPTURE(message.source);
         CAPTURE(message.text);
-        const klog::Found found = klog::FindMessage(message.source, Filled(message.text), false);
+        const observe::Found found =
+            observe::FindMessage(message.source, Filled(message.text), false);
         REQUIRE(found.message != nullptr);
         CHECK(found.message->text == message.text);
         CHECK(found.filled.size() == message.conversions.size());
@@ -104,16 +106,16 @@ TEST_CASE("every text is recognised when it is met in a log, and taken for no ot
 
 TEST_CASE("the texts that tell the story are all among the known ones")
 {
-    CHECK(klog::MissingTexts() == std::vector<std::string>{});
+    CHECK(observe::MissingTexts() == std::vector<std::string>{});
 }
 
 TEST_CASE("what is filled in comes out again")
 {
-    const klog::Found found = klog::FindMessage(
+    const observe::Found found = observe::FindMessage(
         "Process:RunShellProgram",
         "system failed 3 time, return 256[Unknown error 256]:(open \"a\"), err = (Success)", false);
     REQUIRE(found.message != nullptr);
-    CHECK(found.message->event == klog::Event::ShellStatus);
+    CHECK(found.message->event == observe::Event::ShellStatus);
     const std::vector<std::string_view> filled = {"3", "256", "Unknown error 256", "open \"a\"",
                                                   "Success"};
     CHECK(found.filled == filled);
@@ -122,31 +124,31 @@ TEST_CASE("what is filled in comes out again")
 TEST_CASE("of a cut message as much as there is must agree")
 {
     const auto event = [](const char *message, bool cut) {
-        const klog::Found found = klog::FindMessage("Process:RunShellProgram", message, cut);
-        return found.message ? found.message->event : klog::Event::None;
+        const observe::Found found = observe::FindMessage("Process:RunShellProgram", message, cut);
+        return found.message ? found.message->event : observe::Event::None;
     };
-    CHECK(event("RunShellProgram exit true.(abc", true) == klog::Event::ShellTrue);
-    CHECK(event("RunShellProgram exit true.(abc", false) == klog::Event::None);
-    CHECK(event("system failed 3 time, return 256[Unk", true) == klog::Event::ShellStatus);
-    CHECK(event("something else", true) == klog::Event::None);
-    CHECK(event("system failed 3 time, ret", true) == klog::Event::ShellStatus);
-    CHECK(event("system failed 3 times", true) == klog::Event::None);
+    CHECK(event("RunShellProgram exit true.(abc", true) == observe::Event::ShellTrue);
+    CHECK(event("RunShellProgram exit true.(abc", false) == observe::Event::None);
+    CHECK(event("system failed 3 time, return 256[Unk", true) == observe::Event::ShellStatus);
+    CHECK(event("something else", true) == observe::Event::None);
+    CHECK(event("system failed 3 time, ret", true) == observe::Event::ShellStatus);
+    CHECK(event("system failed 3 times", true) == observe::Event::None);
     const auto volume = [](const char *message) {
-        const klog::Found found =
-            klog::FindMessage("ActiveVolumeProgram:IsVolumeExist", message, true);
-        return found.message ? found.message->event : klog::Event::None;
+        const observe::Found found =
+            observe::FindMessage("ActiveVolumeProgram:IsVolumeExist", message, true);
+        return found.message ? found.message->event : observe::Event::None;
     };
-    CHECK(volume("opertor 12 time, IsVol") == klog::Event::VolumeThere);
-    CHECK(volume("opertor 12") == klog::Event::VolumeThere);
-    CHECK(volume("opertor ") == klog::Event::VolumeThere);
-    CHECK(volume("opertor x") == klog::Event::None);
-    CHECK(volume("opertor 12 times") == klog::Event::None);
+    CHECK(volume("opertor 12 time, IsVol") == observe::Event::VolumeThere);
+    CHECK(volume("opertor 12") == observe::Event::VolumeThere);
+    CHECK(volume("opertor ") == observe::Event::VolumeThere);
+    CHECK(volume("opertor x") == observe::Event::None);
+    CHECK(volume("opertor 12 times") == observe::Event::None);
 }
 
 TEST_CASE("a text that is all there is not taken for the beginning of a longer one")
 {
     const auto text = [](const char *source, const char *message) {
-        const klog::Found found = klog::FindMessage(source, message, true);
+        const observe::Found found = observe::FindMessage(source, message, true);
         return found.message ? found.message->text : std::string();
     };
     CHECK(text("ActiveVolumeProgram:ReadKeyValue", "ftell error") == "ftell error");
@@ -157,14 +159,15 @@ TEST_CASE("a text that is all there is not taken for the beginning of a longer o
 
 TEST_CASE("a text, a function or a module that the daemon does not have is not known")
 {
-    CHECK(klog::FindMessage("Kestrun:main", "hello", false).message == nullptr);
-    CHECK(klog::FindMessage("Kestrun:main", "", false).message == nullptr);
-    CHECK(klog::FindMessage("Kestrun:other", "DiskPeekCallback Enter", false).message == nullptr);
-    CHECK(klog::FindMessage("Kestrun:DiskMountCallback", "rm -rf /", false).message == nullptr);
-    CHECK(klog::FindMessage("ActiveVolumeProgram:RunSDProgram", "opened", false).message ==
+    CHECK(observe::FindMessage("Kestrun:main", "hello", false).message == nullptr);
+    CHECK(observe::FindMessage("Kestrun:main", "", false).message == nullptr);
+    CHECK(observe::FindMessage("Kestrun:other", "DiskPeekCallback Enter", false).message ==
           nullptr);
-    CHECK(klog::FindMessage("Process:RunShellProgram",
-                            "system failed x time because shell failed. (a)", false)
+    CHECK(observe::FindMessage("Kestrun:DiskMountCallback", "rm -rf /", false).message == nullptr);
+    CHECK(observe::FindMessage("ActiveVolumeProgram:RunSDProgram", "opened", false).message ==
+          nullptr);
+    CHECK(observe::FindMessage("Process:RunShellProgram",
+                               "system failed x time because shell failed. (a)", false)
               .message == nullptr);
 }
 
@@ -180,7 +183,7 @@ TEST_CASE("texts that the daemon puts together are known by how they begin, or a
         {"Kestrun:FindCommPort", "/dev/cu.anything"},
     };
     for (const Row &row : rows) {
-        const klog::Found found = klog::FindMessage(row.source, row.text, false);
+        const observe::Found found = observe::FindMessage(row.source, row.text, false);
         REQUIRE(found.message != nullptr);
         CHECK(found.message->assembled);
         CHECK(found.filled.empty());

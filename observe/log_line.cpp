@@ -1,10 +1,11 @@
-// records.cpp - see records.h. One pass over the text, line by line; nothing is copied.
-#include "tools/log/records.h"
+// log_line.cpp - see log_line.h. One pass over the text, line by line; nothing
+// is copied.
+#include "observe/log_line.h"
 
 #include <algorithm>
 #include <cstdio>
 
-namespace klog
+namespace observe
 {
 
 // A record is cut at so many bytes, before its doubled percent signs become single ones.
@@ -18,11 +19,13 @@ static bool TakeText(std::string_view &rest, std::string_view text)
     return true;
 }
 
-// Takes a number of at most ten digits.
+// Takes a number of at most ten digits, without leading zeros.
 static bool TakeNumber(std::string_view &rest, long &number)
 {
     size_t digits = 0;
     number = 0;
+    if (rest.size() > 1 && rest[0] == '0' && rest[1] >= '0' && rest[1] <= '9')
+        return false;
     while (digits < rest.size() && digits < 10 && rest[digits] >= '0' && rest[digits] <= '9')
         number = number * 10 + (rest[digits++] - '0');
     rest.remove_prefix(digits);
@@ -43,6 +46,36 @@ static bool TakeStamp(std::string_view &rest, Stamp &stamp)
     return true;
 }
 
+static bool TakeRecordNumber(std::string_view &rest, long &number)
+{
+    return TakeText(rest, "line ") && TakeNumber(rest, number) && TakeText(rest, "===");
+}
+
+bool ReadHead(std::string_view text, Head &head)
+{
+    std::string_view rest = text;
+    if (!TakeRecordNumber(rest, head.number))
+        return false;
+    head.timeStart = text.size() - rest.size();
+    if (!TakeStamp(rest, head.stamp))
+        return false;
+    head.length = text.size() - rest.size();
+    head.timeEnd = head.length - std::string_view(kBehindFields[5]).size();
+    return true;
+}
+
+long RecordNumber(std::string_view line)
+{
+    long number = 0;
+    return TakeRecordNumber(line, number) ? number : 0;
+}
+
+std::string LineBody(const std::string &line)
+{
+    Head head;
+    return ReadHead(line, head) ? line.substr(head.length) : line;
+}
+
 static bool IsNameChar(char ch)
 {
     return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') || (ch >= '0' && ch <= '9') ||
@@ -53,10 +86,12 @@ static bool IsNameChar(char ch)
 // `headerLength`.
 static bool ReadHeader(std::string_view text, Record &record, size_t &headerLength)
 {
-    std::string_view rest = text;
-    if (!TakeText(rest, "line ") || !TakeNumber(rest, record.number) || !TakeText(rest, "===") ||
-        !TakeStamp(rest, record.stamp))
+    Head head;
+    if (!ReadHead(text, head))
         return false;
+    record.number = head.number;
+    record.stamp = head.stamp;
+    std::string_view rest = text.substr(head.length);
     size_t length = 0;
     while (length < rest.size() && IsNameChar(rest[length]))
         length++;
@@ -332,4 +367,4 @@ std::optional<int64_t> Seconds(const Stamp &stamp)
     return ((Days(stamp) * 24 + stamp.hour) * 60 + stamp.minute) * 60 + stamp.second;
 }
 
-}  // namespace klog
+}  // namespace observe

@@ -4,11 +4,11 @@
 
 #include <doctest/doctest.h>
 
-#include "tests/tools/log_builder.h"
-#include "tools/log/records.h"
+#include "observe/log_line.h"
+#include "tests/observe/log_builder.h"
 
-using klog::LogText;
-using klog::ParseLog;
+using observe::LogText;
+using observe::ParseLog;
 
 namespace
 {
@@ -16,7 +16,7 @@ namespace
 std::vector<std::string> Messages(const std::string &text)
 {
     std::vector<std::string> messages;
-    for (const klog::Record &record : ParseLog(text).records)
+    for (const observe::Record &record : ParseLog(text).records)
         messages.push_back(std::to_string(record.number) + " " + std::string(record.message));
     return messages;
 }
@@ -34,9 +34,9 @@ TEST_CASE("a record has its number, time, source and message, and its place in t
         "rest of a line\n\nline 12===2026-1-2 3:4:5   INI:ReadString --- a --- b\n";
     const LogText log = ParseLog(text);
     REQUIRE(log.records.size() == 1);
-    const klog::Record &record = log.records[0];
+    const observe::Record &record = log.records[0];
     CHECK(record.number == 12);
-    CHECK(klog::Sortable(record.stamp) == "2026-01-02 03:04:05");
+    CHECK(observe::Sortable(record.stamp) == "2026-01-02 03:04:05");
     CHECK(record.source == "INI:ReadString");
     CHECK(record.message == "a --- b");
     CHECK(record.textLine == 3);
@@ -192,10 +192,10 @@ TEST_CASE("the lines of daemons that wrote at once are put together by their num
         for (const long number : row.numbers)
             text += "line " + std::to_string(number) + kHead.substr(6) + "a\n";
         LogText log = ParseLog(text);
-        klog::Untangle(log);
+        observe::Untangle(log);
         CHECK(log.several == !row.untangled.empty());
         std::vector<long> numbers;
-        for (const klog::Record &record : log.records)
+        for (const observe::Record &record : log.records)
             numbers.push_back(record.number);
         CHECK(numbers == (row.untangled.empty() ? row.numbers : row.untangled));
     }
@@ -223,7 +223,7 @@ TEST_CASE("what an editor or a mail program puts into a log is taken out, and to
     for (const Row &row : rows) {
         CAPTURE(row.content);
         std::string content = row.content;
-        CHECK(klog::UndoConversions(content).size() == row.notes);
+        CHECK(observe::UndoConversions(content).size() == row.notes);
         CHECK(content == row.restored);
     }
 }
@@ -238,7 +238,7 @@ TEST_CASE("an empty file and one without a record have none")
 TEST_CASE("times sort as text, and seconds count across days, months and leap years")
 {
     struct Row {
-        klog::Stamp stamp;
+        observe::Stamp stamp;
         const char *text;
         std::int64_t seconds;
     };
@@ -252,9 +252,20 @@ TEST_CASE("times sort as text, and seconds count across days, months and leap ye
     };
     // clang-format on
     for (const Row &row : rows) {
-        CHECK(klog::Sortable(row.stamp) == row.text);
-        CHECK(klog::Seconds(row.stamp) == row.seconds);
+        CHECK(observe::Sortable(row.stamp) == row.text);
+        CHECK(observe::Seconds(row.stamp) == row.seconds);
     }
-    CHECK(klog::Sortable({1900, 1, 0, 0, 0, 0}) == "1900-01-00 00:00:00");
-    CHECK_FALSE(klog::Seconds({1900, 1, 0, 0, 0, 0}));
+    CHECK(observe::Sortable({1900, 1, 0, 0, 0, 0}) == "1900-01-00 00:00:00");
+    CHECK_FALSE(observe::Seconds({1900, 1, 0, 0, 0, 0}));
+}
+
+TEST_CASE("the number and the text of a record")
+{
+    CHECK(observe::RecordNumber("line 12===2026-11-20 9:5:3   Kestrun:main --- x") == 12);
+    CHECK(observe::RecordNumber("line ===") == 0);
+    CHECK(observe::RecordNumber("Line 1===") == 0);
+    CHECK(observe::RecordNumber("line 7==") == 0);
+    CHECK(observe::LineBody("line 12===2026-11-20 9:5:3   Kestrun:main --- x") ==
+          "Kestrun:main --- x");
+    CHECK(observe::LineBody("====Kestrun started") == "====Kestrun started");
 }

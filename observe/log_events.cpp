@@ -1,12 +1,15 @@
-// messages.cpp - see messages.h. The page is taken apart once, when the first message is looked up.
-#include "tools/log/messages.h"
+// log_events.cpp - see log_events.h. The page is taken apart once, when the
+// first message is looked up.
+#include "observe/log_events.h"
 
 #include <algorithm>
 #include <map>
 
+#include "observe/daemon.h"
+
 extern const char kMessagesPage[];
 
-namespace klog
+namespace observe
 {
 
 namespace
@@ -31,6 +34,7 @@ struct Table {
 static const Role kRoles[] = {
     {Event::Banner,           "Kestrun:main", "\\n\\n====================================Kestrun started==============================="},
     {Event::Version,          "Kestrun:main", "TOOL-BrelmarkV100R001B035"},
+    {Event::PortsSought,      "Kestrun:main", "begin to run SDProgram at beginning to run autorun"},
     {Event::PortWait,         "Kestrun:main", "wait to again to find comm port at beginning to run autorun..."},
     {Event::StartDone,        "Kestrun:main", "finish run SDProgram at beginning to run autorun"},
     {Event::StartNoVolume,    "Kestrun:main", "can't find /Volumes/Orvanta, can't run firmware program and SDProgram"},
@@ -61,6 +65,13 @@ static const Role kRoles[] = {
     {Event::VolumeTry,        "ActiveVolumeProgram:IsVolumeExist", " %d time, open (%s) failed, open again"},
     {Event::VolumeThere,      "ActiveVolumeProgram:IsVolumeExist", "opertor %d time, IsVolumeExist exit true"},  // sic
     {Event::VolumeGone,       "ActiveVolumeProgram:IsVolumeExist", "IsVolumeExist exit false"},
+    {Event::SwitchRead,       "ActiveVolumeProgram:IsKeyValueCaseEqual", "IsKeyValueCaeEqual Enter"},  // sic
+    {Event::PackageSought,    "ActiveVolumeProgram:GetTempVolumeName", "GetTempVolumeName Enter"},
+    {Event::SetupEnter,       "ActiveVolumeProgram:RunSDProgram", "RunSDProgram Enter"},
+    {Event::SetupNoFile,      "ActiveVolumeProgram:RunSDProgram", "open file [%s] failed, RunSDProgram exit false"},
+    {Event::SetupNoSection,   "ActiveVolumeProgram:RunSDProgram", "szKeyOrValue=[SD_THIRDPARTY_SETUP], ReadKeyValue false, RunSDProgram exit false"},
+    {Event::SetupNotAsked,    "ActiveVolumeProgram:RunSDProgram", "SD_THIRD_SETUP is not yes, not run SD Program, RunSDProgram exit"},
+    {Event::SetupSwitchedOff, "ActiveVolumeProgram:RunSDProgram", "Have change value of SD_THIRD_SETUP to No, next time will not run SDProgram"},
     {Event::ShellEnter,       "Process:RunShellProgram", "RunShellProgram Enter"},
     {Event::ShellFork,        "Process:RunShellProgram", "system failed %d time because fork or waitpid. (%s)"},
     {Event::ShellNone,        "Process:RunShellProgram", "system failed %d time because shell failed. (%s)"},
@@ -93,7 +104,7 @@ static bool IsPossible(const Message &message, std::string_view text, bool cut)
     if (text.empty() || message.source == "Kestrun:FindCommPort")
         return true;
     const std::string_view begin = message.source == "Kestrun:DiskMountCallback"
-                                       ? std::string_view("ps aux | awk -v PID=")
+                                       ? std::string_view(kOwnerCommand)
                                        : std::string_view("open \"");
     return text.starts_with(begin) || (cut && begin.starts_with(text));
 }
@@ -109,7 +120,7 @@ static Bound BoundOf(std::string_view text)
                : Bound::Inside;
 }
 
-static Event EventOf(const std::string &source, const std::string &text)
+static Event RoleOf(const std::string &source, const std::string &text)
 {
     for (const Role &role : kRoles) {
         if (source == role.source && text == role.text)
@@ -154,7 +165,7 @@ static bool ReadRow(std::string_view line, const std::string &source, Message &m
     if (middle != std::string_view::npos && rest.size() > middle + 5)
         message.advice = rest.substr(middle + 3, rest.size() - middle - 5);
     message.assembled = message.text.starts_with("<");
-    message.event = EventOf(source, message.text);
+    message.event = RoleOf(source, message.text);
     message.bound = BoundOf(message.text);
     if (!message.assembled)
         Split(message);
@@ -293,9 +304,44 @@ Found FindMessage(std::string_view source, std::string_view message, bool cut)
     return whole.message || !cut ? whole : FindAmong(known->second, message, true);
 }
 
+Said TakeBody(std::string_view body)
+{
+    const size_t end = body.find(" --- ");
+    if (end == std::string_view::npos)
+        return {};
+    const std::string_view source = body.substr(0, end);
+    const std::string_view message = body.substr(end + 5);
+    return {source, message, FindMessage(source, message, false)};
+}
+
+Event EventOf(const Found &found)
+{
+    return found.message ? found.message->event : Event::None;
+}
+
+bool IsSetupLine(Event event)
+{
+    return event >= Event::SetupEnter && event <= Event::SetupLine;
+}
+
+std::string_view CommandOf(const Found &found)
+{
+    const Event event = EventOf(found);
+    const bool result = event == Event::ShellTrue || event == Event::ShellFalse;
+    const bool status = event == Event::ShellStatus;
+    const bool failed = status || event == Event::ShellFork || event == Event::ShellNone;
+    const size_t which = status ? 3 : failed ? 1 : 0;
+    return (result || failed) && found.filled.size() > which ? found.filled[which] : "";
+}
+
+bool OpensApplication(std::string_view command)
+{
+    return command.starts_with("open -a ");
+}
+
 std::vector<std::string> MissingTexts()
 {
     return TheTable().missing;
 }
 
-}  // namespace klog
+}  // namespace observe

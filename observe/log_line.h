@@ -1,10 +1,12 @@
-// records.h - takes the text of a log apart into its records.
+// log_line.h - the lines of a log: how one begins, and the records that its
+// whole text holds.
 //
-// A record begins with "line <number>===" and goes on to the next one: a message may hold line
-// feeds of its own, and a record that was cut at 2047 bytes has lost its line feed, so that the
-// next one follows on the same line of text.
-#ifndef TOOLS_LOG_RECORDS_H
-#define TOOLS_LOG_RECORDS_H
+// A record begins with "line <number>===" and goes on to the next one: a
+// message may hold line feeds of its own, and a record that was cut at 2047
+// bytes has lost its line feed, so that the next one follows on the same line
+// of text.
+#ifndef OBSERVE_LOG_LINE_H
+#define OBSERVE_LOG_LINE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-namespace klog
+namespace observe
 {
 
 // A local time as the log gives it. Where the daemon had no clock it is 1900-1-0 0:0:0.
@@ -26,6 +28,27 @@ std::string Sortable(const Stamp &stamp);
 
 // Seconds from 1970-01-01 00:00:00 of the same local time; nothing when the daemon had no clock.
 std::optional<int64_t> Seconds(const Stamp &stamp);
+
+// How a record begins, up to its time: "line 12===2026-11-20 9:5:3   ", the
+// numbers without leading zeros.
+struct Head {
+    long number = 0;
+    Stamp stamp;
+    size_t timeStart = 0, timeEnd = 0;  // of the time
+    size_t length = 0;                  // of all of it
+};
+
+// Reads the beginning of a record at the start of `text`. False when none
+// stands there.
+bool ReadHead(std::string_view text, Head &head);
+
+// The number of the record that `line` begins ("line 12===..."), 0 when it
+// begins none.
+long RecordNumber(std::string_view line);
+
+// What a line says behind its number and time: "Kestrun:main --- ..."; all of a
+// line that begins no record.
+std::string LineBody(const std::string &line);
 
 struct Record {
     long number;               // that the daemon gave it
@@ -60,6 +83,6 @@ LogText ParseLog(std::string_view text);
 // missing, and nothing changes.
 void Untangle(LogText &log);
 
-}  // namespace klog
+}  // namespace observe
 
 #endif

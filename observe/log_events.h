@@ -1,21 +1,24 @@
-// messages.h - every message that the daemon can write, and what it stands for.
+// log_events.h - every message that the daemon can write, and what it stands
+// for.
 //
-// The texts come from docs/log-messages.md, which is built into the program and is held against the
-// daemon's sources in both directions. The events below name those among them that tell a story.
-#ifndef TOOLS_LOG_MESSAGES_H
-#define TOOLS_LOG_MESSAGES_H
+// The texts come from docs/log-messages.md, which is built into the program and
+// is held against the daemon's sources in both directions. The events below
+// name those among them that tell a story.
+#ifndef OBSERVE_LOG_EVENTS_H
+#define OBSERVE_LOG_EVENTS_H
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace klog
+namespace observe
 {
 
 enum class Event {
     None,  // known, but without a part in the story
     Banner,
     Version,
+    PortsSought,
     PortsRead,
     PortFound,
     PortWait,
@@ -23,6 +26,7 @@ enum class Event {
     StartNoVolume,
     OptionNobrowse,
     OptionRdonly,
+    SwitchRead,
     ConfigUnreadable,
     DefaultUsed,
     PeekEnter,
@@ -44,7 +48,13 @@ enum class Event {
     ApprovalEnter,
     SetupOk,
     SetupFailed,
-    SetupLine,  // what RunSDProgram says, the reason of its end among it
+    SetupEnter,  // from here to SetupLine: what RunSDProgram says, the reason of its end among it
+    SetupNoFile,
+    SetupNoSection,
+    SetupNotAsked,
+    SetupSwitchedOff,
+    SetupLine,
+    PackageSought,
     VolumeEnter,
     VolumeTry,
     VolumeThere,
@@ -90,9 +100,33 @@ struct Found {
 // there is must agree, unless a text agrees as a whole.
 Found FindMessage(std::string_view source, std::string_view message, bool cut);
 
+// What a line of the log says: its source, its message and the text that it was
+// made from.
+struct Said {
+    std::string_view source;
+    std::string_view message;
+    Found found;
+};
+
+// Takes a line without its number and time apart: "Kestrun:main --- ...". It
+// points into `body`.
+Said TakeBody(std::string_view body);
+
+// The event of what was found; None for an unknown text.
+Event EventOf(const Found &found);
+
+bool IsSetupLine(Event event);
+
+// What of a command's line is the command; empty for other lines.
+std::string_view CommandOf(const Found &found);
+
+// Whether the command is that which opens the application; the setup package is
+// opened by others.
+bool OpensApplication(std::string_view command);
+
 // The texts that the story needs and the page does not have: none, or the program is at fault.
 std::vector<std::string> MissingTexts();
 
-}  // namespace klog
+}  // namespace observe
 
 #endif
