@@ -286,9 +286,7 @@ bool IsVolumeExist(const char *name, const char *directory, int testTime)
     return false;
 }
 
-// Writes `name` with a space before each capital letter that is neither its first character nor
-// after a space. `split` has room for twice the name and a zero. Returns the length in bytes.
-static size_t SplitIntoWords(char *split, const char *name)
+size_t SplitIntoWords(char *split, const char *name)
 {
     size_t length = 0;
     for (size_t i = 0; name[i] != '\0'; i++) {
@@ -396,8 +394,7 @@ static int64_t ReadSetupKey(FILE *file, const char *key, char *buffer, size_t si
     return ReadKeyValue(file, buffer, static_cast<int>(size), capacity, sectionMode);
 }
 
-// Cuts `name` at its last "." that is not its first character.
-static void StripExtension(char *name)
+void StripExtension(char *name)
 {
     for (size_t i = strlen(name); i > 1; i--) {
         if (name[i - 1] == '.') {

@@ -123,19 +123,15 @@ SetupRequest ReadSetup(const std::string &path)
 
 std::string PackageVolume(const std::string &name)
 {
-    std::string volume;
-    for (size_t i = 0; i < name.size(); i++) {
-        if (i > 0 && name[i] >= 'A' && name[i] <= 'Z' && name[i - 1] != ' ')
-            volume += ' ';
-        volume += name[i];
-    }
+    std::string volume(2 * name.size() + 1, '\0');
+    volume.resize(SplitIntoWords(volume.data(), name.c_str()));
     return volume;
 }
 
-std::string PackageName(const std::string &fileName)
+std::string PackageName(std::string fileName)
 {
-    const size_t point = fileName.rfind('.');
-    return point == std::string::npos || point == 0 ? fileName : fileName.substr(0, point);
+    StripExtension(fileName.data());
+    return fileName.c_str();
 }
 
 std::string OpenCommand(const std::string &path)

@@ -54,7 +54,7 @@ SetupRequest ReadSetup(const std::string &path);
 std::string PackageVolume(const std::string &name);
 
 // The name without its extension.
-std::string PackageName(const std::string &fileName);
+std::string PackageName(std::string fileName);
 
 // The command that opens the application at `path`, as far as it fits its buffer.
 std::string OpenCommand(const std::string &path);
