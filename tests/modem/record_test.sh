@@ -137,7 +137,7 @@ expect log "Kestrun:DiskMountCallback --- have some one login succ"
 expect log "Process:RunShellProgram --- RunShellProgram exit true.(open -a \"/Volumes/Orvanta/Orvanta.app/\")"
 expect log "Kestrun:DiskMountCallback --- Run Orvanta Program success"
 expect log "ActiveVolumeProgram:RunSDProgram --- open file [/Applications/Orvanta.app/Contents/Resources/SysConfig.dat] failed, RunSDProgram exit false"
-expect log "Kestrun:DiskMountApproval --- finish run program, and error"
+expect log "Kestrun:DiskMountApproval --- finish run program, and error, DiskMountApproval exit "
 expect log "Kestrun:DiskMountCallback --- DiskMountCallback exit"
 wait until idle
 expect mounted "/Volumes/Orvanta" with "ro,nosuid,nodev"
