@@ -221,30 +221,6 @@ bool EnterReal(World *world, std::string *why)
     return MakeDaemonDirs(why);
 }
 
-// Whether this kind of world can be had, found out in a child process; else the reason in `why`.
-bool IsPossible(WorldKind kind, std::string *why)
-{
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        *why = Failed("a pipe");
-        return false;
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        World world;
-        world.kind = kind;
-        const bool entered = EnterNamespaces(&world, why);
-        (void)!write(ends[1], why->data(), why->size());
-        _exit(entered ? 0 : 1);
-    }
-    (void)close(ends[1]);
-    char text[512];
-    const ssize_t length = read(ends[0], text, sizeof text);
-    (void)close(ends[0]);
-    why->assign(text, length > 0 ? static_cast<size_t>(length) : 0);
-    return WaitForEnd(child) == 0;
-}
-
 // The kind that is taken when none is asked for; `reason` says why not the ones before it.
 WorldKind FirstPossible(std::string *reason)
 {
@@ -292,10 +268,7 @@ bool WorldIsPossible(WorldKind kind, std::string *why)
     const ssize_t length = read(ends[0], text, sizeof text);
     (void)close(ends[0]);
     why->assign(text, length > 0 ? static_cast<size_t>(length) : 0);
-    int status = 1;
-    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return child > 0 && status == 0;
+    return WaitForEnd(child) == 0;
 }
 
 bool EnterWorld(WorldKind wanted, World *world, std::string *why)

@@ -4,6 +4,8 @@
 
 #include "modem/hardware.h"
 #include "modem/world.h"
+#include "observe/files.h"
+#include "observe/mounts.h"
 
 #include <fstream>
 
@@ -49,7 +51,7 @@ bool EnterSystem(const std::string & /*folder*/, std::string *why)
         return false;
     }
     g_hardware.world = &g_world;
-    if (!modem::WriteFile(kAutomountFile, "")) {
+    if (!observe::WriteFile(kAutomountFile, "")) {
         *why =
             std::string("cannot write ") + kAutomountFile + " in the private world: run it as root";
         return false;
@@ -78,7 +80,7 @@ MountState MountOf(const std::string &label)
 {
     MountState state;
     const std::string place = "/Volumes/" + label;
-    for (const modem::Mounted &mounted : modem::MountsUnder(g_world, place)) {
+    for (const observe::Mounted &mounted : modem::MountsUnder(g_world, place)) {
         state.mounted = true;
         state.readOnly = mounted.options.rfind("ro", 0) == 0;
     }
