@@ -57,8 +57,8 @@ bool StartsWith(const std::string &text, size_t at, const char *begin)
     return text.compare(at, strlen(begin), begin) == 0;
 }
 
-// Takes one part of the pattern other than kAny, and what of the output it stands for. False when the
-// output does not go on so, or the pattern is over.
+// Takes one part of the pattern other than kAny, and what of the output it stands for. False when
+// the output does not go on so, or the pattern is over.
 bool TakePart(const std::string &pattern, size_t *from, const std::string &output, size_t *at)
 {
     if (*from >= pattern.size() || *at >= output.size())

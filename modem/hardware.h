@@ -1,5 +1,6 @@
-// hardware.h - the hardware of the bench: disks that come and go under /dev/disk/by-label, and serial
-// ports under /dev/serial/by-id, with links made and removed in the order and the way of udev.
+// hardware.h - the hardware of the bench: disks that come and go under /dev/disk/by-label, and
+// serial ports under /dev/serial/by-id, with links made and removed in the order and the way of
+// udev.
 #ifndef MODEM_HARDWARE_H
 #define MODEM_HARDWARE_H
 
@@ -38,17 +39,17 @@ extern const char kById[];       // the folder of the links to serial ports
 // What lies in a drive: a folder, or an image of a file system, whole or damaged.
 enum class Medium { Folder, Image, BrokenImage };
 
-// Plugs a disk in: a new medium with the modem's software on it, then the link. Where images cannot be
-// mounted, a whole one becomes a folder. False with the reason in `why`.
+// Plugs a disk in: a new medium with the modem's software on it, then the link. Where images cannot
+// be mounted, a whole one becomes a folder. False with the reason in `why`.
 bool PlugDisk(Hardware *hardware, const std::string &name, const std::string &label, Medium medium,
               std::string *why);
 
-// The system mounts the disk at /Volumes/<label>, as it does at boot, and unmounts it when the disk is
-// pulled. A disk image it does not mount.
+// The system mounts the disk at /Volumes/<label>, as it does at boot, and unmounts it when the disk
+// is pulled. A disk image it does not mount.
 bool SystemMount(Hardware *hardware, const std::string &name, std::string *why);
 
-// Pulls a disk: first the device is gone (its link dangles), then the link, then empty folders. When
-// another disk has the same label, the link names that one from then on.
+// Pulls a disk: first the device is gone (its link dangles), then the link, then empty folders.
+// When another disk has the same label, the link names that one from then on.
 void UnplugDisk(Hardware *hardware, const std::string &name);
 
 // Another disk of the same label in the same drive: the link is renamed over itself.

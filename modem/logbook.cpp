@@ -1,5 +1,6 @@
 // logbook.cpp - the daemon's log, followed from outside. The daemon keeps the last line in memory
-// until the next one; the player may add it as an unwritten line, which gives way to the written one.
+// until the next one; the player may add it as an unwritten line, which gives way to the written
+// one.
 #include "modem/logbook.h"
 
 #include <algorithm>

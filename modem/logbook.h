@@ -34,8 +34,8 @@ void SkipLog(LogBook *book);
 // Reads what was added since. True when there are new lines.
 bool FollowLog(LogBook *book);
 
-// What FollowLog does with what it has read; `emptied`: the daemon emptied the file before. What it held
-// then may have been seen or not, for the daemon writes its last line only to empty it.
+// What FollowLog does with what it has read; `emptied`: the daemon emptied the file before. What it
+// held then may have been seen or not, for the daemon writes its last line only to empty it.
 void TakeText(LogBook *book, const std::string &added, bool emptied);
 
 // A new daemon begins to count anew.

@@ -149,7 +149,8 @@ bool TakeOption(int option, Arguments *arguments)
     }
 }
 
-// What the values are that TakeOption takes; null for an option that takes any, or that there is not.
+// What the values are that TakeOption takes; null for an option that takes any, or that there is
+// not.
 const char *ValuesOf(int option)
 {
     switch (option) {

@@ -63,8 +63,8 @@ Result Play(const Scenario &scenario, const PlayOptions &options);
 // Looks at everything once and shows what is new.
 void LookAround(Player *player);
 
-// Looks around until `done` says true (then true), the daemon ends by itself, or `within` seconds of
-// the daemon and a grace for slow machines are over. Where `stopWhenIdle`, a daemon that has had
+// Looks around until `done` says true (then true), the daemon ends by itself, or `within` seconds
+// of the daemon and a grace for slow machines are over. Where `stopWhenIdle`, a daemon that has had
 // nothing to do for a while ends the wait too: nothing more will come.
 bool WaitFor(Player *player, const std::string &what, double within, bool stopWhenIdle,
              const std::function<bool()> &done);
@@ -98,8 +98,8 @@ void ExpectNoWakeUp(Player *player, double seconds);
 // so many seconds of the daemon.
 void ExpectRun(Player *player, const Step &step, double within);
 
-// Whether `output` is what `pattern` says, in which <number> stands for digits and <any> for anything
-// within the line.
+// Whether `output` is what `pattern` says, in which <number> stands for digits and <any> for
+// anything within the line.
 bool OutputMatches(const std::string &pattern, const std::string &output);
 
 }  // namespace modem

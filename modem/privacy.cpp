@@ -108,7 +108,8 @@ void LearnHomes(Privacy *privacy, const std::string &text)
     }
 }
 
-// Names with other bytes than letters and digits are no words: they are replaced wherever they stand.
+// Names with other bytes than letters and digits are no words: they are replaced wherever they
+// stand.
 std::string MaskOddNames(const Privacy &privacy, std::string text)
 {
     for (const auto &[user, standIn] : privacy.users) {

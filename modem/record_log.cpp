@@ -1,4 +1,5 @@
-// record_log.cpp - which lines of the log a recording keeps, and how far they say that the daemon is.
+// record_log.cpp - which lines of the log a recording keeps, and how far they say that the daemon
+// is.
 #include <algorithm>
 
 #include "modem/recorder.h"

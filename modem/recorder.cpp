@@ -13,9 +13,9 @@ namespace
 
 const char *const kToldOptions[] = {"ro", "nosuid", "nodev"};
 
-// Seconds of the daemon. Changes that lie no further apart belong together, while the daemon does not
-// answer the first ones; of those that lie further apart the first are told by themselves, with a wait
-// behind them that keeps them apart on slow machines too.
+// Seconds of the daemon. Changes that lie no further apart belong together, while the daemon does
+// not answer the first ones; of those that lie further apart the first are told by themselves, with
+// a wait behind them that keeps them apart on slow machines too.
 const double kSettling = 3;
 const char kKeepApart[] = "wait 10 s\n";
 
@@ -145,8 +145,8 @@ void TellQuietEpisode(Recorder *recorder)
         recorder->text += (idle ? "wait until idle\n" : "") + std::string(kKeepApart);
 }
 
-// A disk that goes while it is being mounted: its mount is held in the scenario until it is gone, or it
-// might be over too early when this is played.
+// A disk that goes while it is being mounted: its mount is held in the scenario until it is gone,
+// or it might be over too early when this is played.
 bool GoesDuringMount(const Recorder &recorder, const Sighting &next)
 {
     const Episode &episode = recorder.episode;
@@ -218,7 +218,8 @@ void LeaveOutStrangers(const Recorder &recorder, bool underWay, Sighting *sighti
     });
 }
 
-// Whether the setup runner has made `now` of `before`: it writes "No" and a zero byte over three bytes.
+// Whether the setup runner has made `now` of `before`: it writes "No" and a zero byte over three
+// bytes.
 bool IsSwitchedOff(const std::string &before, const std::string &now)
 {
     const std::string written("No\0", 3);
@@ -245,8 +246,8 @@ void TakeSysConfig(Recorder *recorder, const std::optional<std::string> &content
     *now = content;
 }
 
-// Takes out of the sighting what is the daemon's own doing, though it looks like the outside's, and what
-// could not be seen.
+// Takes out of the sighting what is the daemon's own doing, though it looks like the outside's, and
+// what could not be seen.
 void TakeOutDaemonsDoing(Recorder *recorder, Sighting *sighting)
 {
     const Sighting &now = recorder->now;
@@ -310,7 +311,8 @@ void Record(Recorder *recorder, const Sighting &sighting, const LogBook &log)
     std::vector<std::string> lines;
     for (; recorder->linesTaken < log.lines.size(); ++recorder->linesTaken) {
         const std::string &line = log.lines[recorder->linesTaken].text;
-        // The line that the daemon kept in memory when the recording began is written with the next one.
+        // The line that the daemon kept in memory when the recording began is written with the next
+        // one.
         const long number = observe::RecordNumber(line);
         const bool old = number > 0 && number <= recorder->passedOver;
         if (!old || sighting.daemon != recorder->firstDaemon)

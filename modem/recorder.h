@@ -4,10 +4,11 @@
 // What happens is taken in episodes: the outside changes, then the daemon says or mounts something,
 // until the outside changes again. What is told of an episode is the difference between how the
 // outside stood before it and how it stands at its end, in a fixed order: so it does not matter in
-// which order, in how many looks and how late the changes were seen. Of the log those lines are kept
-// that show how far the daemon came; how often it tried, and when, differs from one time to the next.
-// Whether the scenario waits for the daemon to come to rest behind an episode is judged by the log. While
-// that has no room, how many lines fit in depends on how long the time of day is: none is kept.
+// which order, in how many looks and how late the changes were seen. Of the log those lines are
+// kept that show how far the daemon came; how often it tried, and when, differs from one time to
+// the next. Whether the scenario waits for the daemon to come to rest behind an episode is judged
+// by the log. While that has no room, how many lines fit in depends on how long the time of day is:
+// none is kept.
 #ifndef MODEM_RECORDER_H
 #define MODEM_RECORDER_H
 
@@ -125,8 +126,8 @@ struct Recorder {
 // everything is new. Where `midway` is set, lines that `log` holds then are passed over.
 void Record(Recorder *recorder, const Sighting &sighting, const LogBook &log);
 
-// Ends the episode under way. The whole scenario is in `text` then. Of the last look a mount that may
-// be a stranger's is not told: only a further look could say whose it is.
+// Ends the episode under way. The whole scenario is in `text` then. Of the last look a mount that
+// may be a stranger's is not told: only a further look could say whose it is.
 void FinishRecording(Recorder *recorder);
 
 // record_live.cpp: records what happens on this system, without a world and
@@ -140,16 +141,16 @@ bool RecordThisSystem(const std::string &recordFile, bool json);
 enum class Owner { Daemon, System, Unknown };
 
 // record_outside.cpp: whose mount has these options. mount(8) makes a mount first and gives it its
-// options then: without the daemon's options it is the system's only if none of the daemon's own was
-// under way when it was seen.
+// options then: without the daemon's options it is the system's only if none of the daemon's own
+// was under way when it was seen.
 Owner OwnerOf(const std::string &options, bool underWay);
 
-// record_outside.cpp: how the outside differs between two sightings, in the order in which it is told
-// but for disks and ports, whose order is that of their names.
+// record_outside.cpp: how the outside differs between two sightings, in the order in which it is
+// told but for disks and ports, whose order is that of their names.
 std::vector<Change> ChangesBetween(const Sighting &before, const Sighting &now);
 
-// record_outside.cpp: the same as statements, each with its line end. The modem's port and its disk are
-// one statement; disks get their names.
+// record_outside.cpp: the same as statements, each with its line end. The modem's port and its disk
+// are one statement; disks get their names.
 std::string TellChanges(Recorder *recorder, std::vector<Change> changes);
 
 // record_outside.cpp: whether these changes hold the other half of a plugging or unplugging of the
@@ -171,8 +172,8 @@ bool IsUnheard(const Sighting &sighting);
 // record_log.cpp: what a sighting says of where the daemon is, which is asked while the log cannot.
 void FollowSleep(Progress *progress, const Sighting &sighting);
 
-// record_log.cpp: whether the daemon has come to rest or soon will, as far as the log says; while its lines
-// are lost, as far as its sleep does.
+// record_log.cpp: whether the daemon has come to rest or soon will, as far as the log says; while
+// its lines are lost, as far as its sleep does.
 bool IsAtRest(const Progress &progress, bool unheard);
 
 }  // namespace modem

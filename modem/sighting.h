@@ -55,8 +55,8 @@ struct Sighting {
 // Disks, ports, mounts, files and the log's folder. The other members stay as they are. `sighting`
 // holds what the last look has found: a disk whose link names another one now is known from it.
 //
-// What the daemon does is looked at before what makes it do so: a mount or an unmount that is seen has
-// its cause in the same sighting or in one before.
+// What the daemon does is looked at before what makes it do so: a mount or an unmount that is seen
+// has its cause in the same sighting or in one before.
 void LookAtHardware(const World &world, Sighting *sighting);
 
 // The daemon's process: its id, and how it sleeps.

@@ -1,5 +1,5 @@
-// world.h - the private world that the daemon is started in: its own /dev, /run, /Volumes, /Library,
-// /Applications and /usr/local/Tarnwell, and all else as on the machine.
+// world.h - the private world that the daemon is started in: its own /dev, /run, /Volumes,
+// /Library, /Applications and /usr/local/Tarnwell, and all else as on the machine.
 #ifndef MODEM_WORLD_H
 #define MODEM_WORLD_H
 
@@ -32,14 +32,16 @@ struct World {
 
 // Moves the calling process, which must have one thread, into a new world of the kind wanted.
 // `toolsDir` and `speedLibrary` must be set. False with the reason in `why` when there can be none;
-// the process is then as good as lost for another try of the kinds Root and User, and one of the kind
-// Real has put everything back.
+// the process is then as good as lost for another try of the kinds Root and User, and one of the
+// kind Real has put everything back.
 bool EnterWorld(WorldKind wanted, World *world, std::string *why);
 
-// Whether this kind of world, Root or User, can be had, found out in a child process; else the reason in `why`.
+// Whether this kind of world, Root or User, can be had, found out in a child process; else the
+// reason in `why`.
 bool WorldIsPossible(WorldKind kind, std::string *why);
 
-// To be said before `path` is made outside the folders of the world: in the kind Real PutBack removes it.
+// To be said before `path` is made outside the folders of the world: in the kind Real PutBack
+// removes it.
 void MakesAtRealPath(const World &world, const std::string &path);
 
 // Removes what a world of the kind Real left at the real paths. The other kinds need none.

@@ -1,5 +1,5 @@
-// daemon.h - the fixed names and numbers that the daemon's files and questions go by. A test holds them
-// against its sources.
+// daemon.h - the fixed names and numbers that the daemon's files and questions go by. A test holds
+// them against its sources.
 #ifndef OBSERVE_DAEMON_H
 #define OBSERVE_DAEMON_H
 

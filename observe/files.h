@@ -9,7 +9,8 @@
 namespace observe
 {
 
-// The whole of the file at `path` ("-" is standard input), or nothing when it cannot be opened or read.
+// The whole of the file at `path` ("-" is standard input), or nothing when it cannot be opened or
+// read.
 std::optional<std::string> ReadWholeFile(const std::string &path);
 
 // The same where a file that cannot be read is as good as an empty one.

@@ -1,5 +1,6 @@
-// json.h - JSON as the programs write it: members in the order in which they are told, in ASCII alone, so that
-// a terminal takes nothing in it for a command. Bytes that are no UTF-8 come out as U+FFFD.
+// json.h - JSON as the programs write it: members in the order in which they are told, in ASCII
+// alone, so that a terminal takes nothing in it for a command. Bytes that are no UTF-8 come out as
+// U+FFFD.
 #ifndef OBSERVE_JSON_H
 #define OBSERVE_JSON_H
 

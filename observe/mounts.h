@@ -20,8 +20,8 @@ std::vector<Mounted> Mounts();
 // Whether `path` is `folder` or stands below it. `folder` may end in "/".
 bool IsUnder(const std::string &path, const std::string &folder);
 
-// Whether a mount with these options can be the daemon's: its own forbid programs to change users and
-// devices to be opened.
+// Whether a mount with these options can be the daemon's: its own forbid programs to change users
+// and devices to be opened.
 bool IsDaemons(const std::string &options);
 
 }  // namespace observe

@@ -109,7 +109,8 @@ std::string EscapeLabel(std::string_view label)
     return name;
 }
 
-// `text` with each number behind `mark`, of so many digits to this base, as the byte that it stands for.
+// `text` with each number behind `mark`, of so many digits to this base, as the byte that it stands
+// for.
 static std::string Unescaped(std::string_view text, std::string_view mark, size_t digits, int base)
 {
     std::string plain;

@@ -1,5 +1,5 @@
-// names.h - bytes that a device, a user or another program chose, put so that people can read them and
-// files and tables can hold them.
+// names.h - bytes that a device, a user or another program chose, put so that people can read them
+// and files and tables can hold them.
 #ifndef OBSERVE_NAMES_H
 #define OBSERVE_NAMES_H
 
@@ -13,8 +13,9 @@ namespace observe
 // How many bytes at the start of `bytes` make one character of UTF-8; 0 when they make none.
 size_t Utf8Length(std::string_view bytes);
 
-// `bytes` as a person can read them on one line: line feeds as \n; other bytes that are no character, or
-// one without a picture (it steers a terminal, or reorders the line), as \xNN. Other UTF-8 stays.
+// `bytes` as a person can read them on one line: line feeds as \n; other bytes that are no
+// character, or one without a picture (it steers a terminal, or reorders the line), as \xNN. Other
+// UTF-8 stays.
 std::string Printable(std::string_view bytes);
 
 // The same in double quotes.
@@ -26,8 +27,8 @@ std::string EscapeLabel(std::string_view label);
 // The label that such a file name stands for.
 std::string UnescapeLabel(std::string_view name);
 
-// The kernel and libmount write blank, tab, line feed and backslash in the fields of their tables as
-// three octal digits: the field without them.
+// The kernel and libmount write blank, tab, line feed and backslash in the fields of their tables
+// as three octal digits: the field without them.
 std::string UnescapeField(std::string_view field);
 
 // `text` up to its first line feed, which is left out.

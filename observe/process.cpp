@@ -1,5 +1,5 @@
-// process.cpp - see process.h. Whether a process has nothing to do is read from /proc: its state and the
-// system call that it sleeps in. The kernel makes a process runnable in the very call that
+// process.cpp - see process.h. Whether a process has nothing to do is read from /proc: its state
+// and the system call that it sleeps in. The kernel makes a process runnable in the very call that
 // gives it an event, so "asleep without a limit" is the truth at the moment of reading.
 #include "observe/process.h"
 
@@ -85,8 +85,8 @@ struct Region {
     unsigned long end = 0;
 };
 
-// The writable regions of memory that no file stands behind, without the stack: on it stand remains of
-// records, overwritten in part.
+// The writable regions of memory that no file stands behind, without the stack: on it stand remains
+// of records, overwritten in part.
 std::vector<Region> OwnMemory(long pid)
 {
     std::vector<Region> regions;
@@ -138,8 +138,8 @@ Sought SoughtRecord(long number, const std::string &begun, long fileSize)
     return sought;
 }
 
-// The record's first line, with its line end, in a region; empty when it is not there whole. `address` is
-// that of the anchor.
+// The record's first line, with its line end, in a region; empty when it is not there whole.
+// `address` is that of the anchor.
 std::string FindLine(long pid, const Region &region, const Sought &sought, unsigned long *address)
 {
     const std::string bytes = ReadRegion(pid, region);

@@ -16,12 +16,12 @@ struct NamedProcess {
     unsigned long long started = 0;  // ticks of the clock since the machine's start
 };
 
-// What of the process with this id is known; `parent` stays -1 where it has ended, though its own parent may
-// not have asked for its end yet.
+// What of the process with this id is known; `parent` stays -1 where it has ended, though its own
+// parent may not have asked for its end yet.
 NamedProcess LookAtNamed(long pid);
 
-// The daemons among them, the oldest first: a child of the daemon bears its name until it becomes another
-// program, and one that has ended meanwhile was such a child or is no daemon any more.
+// The daemons among them, the oldest first: a child of the daemon bears its name until it becomes
+// another program, and one that has ended meanwhile was such a child or is no daemon any more.
 std::vector<long> DaemonsAmong(std::vector<NamedProcess> named);
 
 // The daemons that run on this system, by their process ids, the oldest first. One in another mount
@@ -57,11 +57,12 @@ long ResidentKiB(long pid);  // -1 when that cannot be read
 // How often it was woken or put to sleep so far; -1 when that cannot be read.
 long CountSwitches(long pid);
 
-// The log keeps its last record in the stream's memory until the next one follows. Finds the record with
-// this number there: the text up to its first line end, that included, or an empty one when it cannot be
-// found. `begun` is what of it the file holds already, after the last line end of its `fileSize` bytes: where
-// a record crosses from one block of the file into the next, its first part is written. `page` is the
-// address where it stood last, 0 at first. Makes sense while the daemon sleeps.
+// The log keeps its last record in the stream's memory until the next one follows. Finds the record
+// with this number there: the text up to its first line end, that included, or an empty one when it
+// cannot be found. `begun` is what of it the file holds already, after the last line end of its
+// `fileSize` bytes: where a record crosses from one block of the file into the next, its first part
+// is written. `page` is the address where it stood last, 0 at first. Makes sense while the daemon
+// sleeps.
 std::string UnwrittenLine(long pid, unsigned long *page, long number, const std::string &begun,
                           long fileSize);
 

@@ -17,8 +17,9 @@ enum ExitStatus {
 // Prints "<program>: <message>" to standard error and returns kExitCouldNot.
 int CouldNot(const char *program, const std::string &message);
 
-// Writes `text` to standard output. Returns `status`; when the text could not be written, that is told
-// and kExitCouldNot returned. That nobody reads it is no signal from then on, but such a failure.
+// Writes `text` to standard output. Returns `status`; when the text could not be written, that is
+// told and kExitCouldNot returned. That nobody reads it is no signal from then on, but such a
+// failure.
 int Say(const char *program, std::string_view text, int status);
 
 // Says "<program> <version of this release>". Returns an exit status.

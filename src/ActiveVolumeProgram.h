@@ -68,11 +68,12 @@ bool GetTempVolumeName(char *pVPStr, int size, int64_t *capacity, const char *di
                        int testTime);
 
 // Writes `name` with a space before each capital letter that is neither its first character nor
-// after a space: the name of the volume that a package brings. `split` has room for twice the name and
-// a zero. Returns the length in bytes.
+// after a space: the name of the volume that a package brings. `split` has room for twice the name
+// and a zero. Returns the length in bytes.
 size_t SplitIntoWords(char *split, const char *name);
 
-// Cuts `name` in place at its last "." that is not its first character; it stays where there is none.
+// Cuts `name` in place at its last "." that is not its first character; it stays where there is
+// none.
 void StripExtension(char *name);
 
 // ---- Setup runner ----

@@ -1,5 +1,5 @@
-// What a recording makes of looks: whose a mount is, what belongs to one plugging, and in which order it
-// is told. All looks are made up: nothing waits and nothing is mounted.
+// What a recording makes of looks: whose a mount is, what belongs to one plugging, and in which
+// order it is told. All looks are made up: nothing waits and nothing is mounted.
 #include <functional>
 #include <string>
 #include <vector>
@@ -127,8 +127,8 @@ void ForEachOrder(size_t count, size_t from, size_t to, std::vector<size_t> *ord
     }
 }
 
-// Lets `events` happen, with looks between them: the log is read before the event with the number of
-// each first entry, the rest is seen before that of the entry behind it.
+// Lets `events` happen, with looks between them: the log is read before the event with the number
+// of each first entry, the rest is seen before that of the entry behind it.
 std::string RecordEvents(System system, const std::vector<Event> &events,
                          const std::vector<size_t> &looks, const std::string &begin)
 {

@@ -1,4 +1,5 @@
-// Where the daemon is, as its log tells: the explainer, the status tool and the recorder ask this one machine.
+// Where the daemon is, as its log tells: the explainer, the status tool and the recorder ask this
+// one machine.
 #include <string>
 #include <vector>
 

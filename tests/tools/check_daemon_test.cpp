@@ -1,6 +1,6 @@
-// kestrun-check beside the daemon's own functions, over files made at random: the value it reports is
-// the value that the reader returns, the commands and the change that it announces are those of a
-// run. The shell, the pauses and the folders are this program's.
+// kestrun-check beside the daemon's own functions, over files made at random: the value it reports
+// is the value that the reader returns, the commands and the change that it announces are those of
+// a run. The shell, the pauses and the folders are this program's.
 #include <cstring>
 #include <string>
 #include <vector>

@@ -40,7 +40,8 @@ std::string OnlySentence(const LogBuilder &log)
     return runs[0];
 }
 
-// The first halves of all sentences: what is told of a line that is missing depends on that line alone.
+// The first halves of all sentences: what is told of a line that is missing depends on that line
+// alone.
 std::string Firsts(const std::string &text)
 {
     std::string firsts;

@@ -273,9 +273,9 @@ static void CheckPath(Config &config, const std::string &value, size_t line)
     }
 }
 
-// What holds of every key, whichever reader reads it: `value` is what that one finds on `line`, or nothing, in
-// which case `fallback` is what happens; `other` says whether the other reader finds it. Returns whether
-// there is a value to look at.
+// What holds of every key, whichever reader reads it: `value` is what that one finds on `line`, or
+// nothing, in which case `fallback` is what happens; `other` says whether the other reader finds
+// it. Returns whether there is a value to look at.
 static bool CheckKey(Config &config, const char *key, const std::optional<std::string> &value,
                      bool other, size_t line, const std::string &fallback)
 {

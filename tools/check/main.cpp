@@ -93,7 +93,8 @@ static int Run(const Arguments &arguments)
     if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
         return observe::kExitCouldNot;
     const bool sysNamed = arguments.sysConfig.has_value();
-    const std::string sysConfig = sysNamed ? FileAt(*arguments.sysConfig) : root + observe::kSysConfigFile;
+    const std::string sysConfig =
+        sysNamed ? FileAt(*arguments.sysConfig) : root + observe::kSysConfigFile;
     if ((sysNamed || !named) &&
         !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
         return observe::kExitCouldNot;

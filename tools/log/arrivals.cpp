@@ -1,5 +1,5 @@
-// arrivals.cpp - see arrivals.h. One handler for each stretch of the daemon's work; a text that comes
-// out of its order (lines were lost) changes what it can and nothing else.
+// arrivals.cpp - see arrivals.h. One handler for each stretch of the daemon's work; a text that
+// comes out of its order (lines were lost) changes what it can and nothing else.
 #include "tools/log/arrivals.h"
 
 #include <algorithm>
@@ -108,8 +108,8 @@ static long NumberOf(const Teller &teller, size_t arrival)
     return teller.log.records[teller.run.arrivals[arrival].steps.front().first].number;
 }
 
-// A mount that was asked for before lines were lost has most likely ended in them, when another one was
-// asked for since.
+// A mount that was asked for before lines were lost has most likely ended in them, when another one
+// was asked for since.
 static void SkipLost(Teller &teller)
 {
     while (teller.awaiting.size() > 1) {

@@ -1,7 +1,7 @@
 // calls.h - pairs the entries and exits of the daemon's functions.
 //
-// Several functions log an entry and, on some or all of their ways out, no exit; so a call also ends
-// when its caller speaks again, or when the same function is entered anew.
+// Several functions log an entry and, on some or all of their ways out, no exit; so a call also
+// ends when its caller speaks again, or when the same function is entered anew.
 #ifndef TOOLS_LOG_CALLS_H
 #define TOOLS_LOG_CALLS_H
 

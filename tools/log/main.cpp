@@ -81,8 +81,8 @@ static int Explain(const Arguments &arguments)
                         klog::HasFindings(story) ? observe::kExitFound : observe::kExitFine);
 }
 
-// Returns when the file cannot be read, or nobody takes the output any more. One that is not there is
-// waited for.
+// Returns when the file cannot be read, or nobody takes the output any more. One that is not there
+// is waited for.
 static int Follow(const Arguments &arguments)
 {
     klog::Shown shown;

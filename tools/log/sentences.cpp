@@ -184,8 +184,8 @@ std::string UnknownSentence(const Teller &teller, const Arrival &arrival)
     return unknown + ": lines are missing before " + Line(teller, first) + ".";
 }
 
-// What the line that is not in the file yet says about the console's owner: an own user would have made
-// the daemon go on, and another one makes it stop with one line.
+// What the line that is not in the file yet says about the console's owner: an own user would have
+// made the daemon go on, and another one makes it stop with one line.
 static std::string UnwrittenVerdict(const Teller &teller)
 {
     const Record &last = teller.log.records[teller.run.last];

@@ -36,8 +36,9 @@ static std::optional<long> ProcessId(const Record &record)
 namespace
 {
 
-// Looks for starts whose first lines are lost. Numbers that go on may be a later daemon's; the process
-// id that it logs at a mount is not that of the one before, and it began where lines are missing.
+// Looks for starts whose first lines are lost. Numbers that go on may be a later daemon's; the
+// process id that it logs at a mount is not that of the one before, and it began where lines are
+// missing.
 struct LostStarts {
     std::optional<long> pid;      // of the run that is looked at
     size_t toldAt = 0;            // the record that tells it

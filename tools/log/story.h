@@ -76,7 +76,8 @@ struct Story {
     bool several = false;            // several daemons wrote at once
 };
 
-// Tells what `log` says, of which the lines of several daemons were put together. The story points into the text that the log points into.
+// Tells what `log` says, of which the lines of several daemons were put together. The story points
+// into the text that the log points into.
 Story TellStory(const LogText &log);
 
 // Whether somebody should look at something: an arrival that was not opened, a setup that failed,

@@ -74,8 +74,8 @@ bool FindDaemons(std::vector<Daemon> *daemons)
     return !processes.empty();
 }
 
-// "/dev/disk2s1 on /Volumes/Orvanta (udf, local, nodev, nosuid, read-only, mounted by anna)". A place
-// may hold " on " and brackets: the first " on " and the last bracket count.
+// "/dev/disk2s1 on /Volumes/Orvanta (udf, local, nodev, nosuid, read-only, mounted by anna)". A
+// place may hold " on " and brackets: the first " on " and the last bracket count.
 static bool TakeMountLine(const std::string &line, Volume *volume)
 {
     const char kBy[] = "mounted by ";

@@ -1,7 +1,7 @@
 // waiting.h - what the daemon waits for, inferred from its log and its process.
 //
-// The log's last line is still in the daemon's memory, so the log alone is one step behind; what the
-// process does at the moment makes up for it where the system tells.
+// The log's last line is still in the daemon's memory, so the log alone is one step behind; what
+// the process does at the moment makes up for it where the system tells.
 #ifndef TOOLS_STATUS_WAITING_H
 #define TOOLS_STATUS_WAITING_H
 
@@ -37,8 +37,8 @@ struct Waiting {
     std::optional<int64_t> since;  // as TimeOf gives it
 };
 
-// Seconds since 1970 at this local time of a log line; nothing when the daemon had no clock. The zone
-// is this machine's, where the log was written too.
+// Seconds since 1970 at this local time of a log line; nothing when the daemon had no clock. The
+// zone is this machine's, where the log was written too.
 std::optional<int64_t> TimeOf(const observe::Stamp &stamp);
 
 // What the last run in `records` waits for, and `daemon`, which is running.
