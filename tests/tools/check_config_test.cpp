@@ -5,6 +5,7 @@
 
 #include <doctest/doctest.h>
 
+#include "observe/files.h"
 #include "tests/support/descriptors.h"
 #include "tests/tools/check_support.h"
 #include "tools/check/readers.h"
@@ -175,7 +176,7 @@ TEST_CASE("no reader leaves a file open, whatever it finds there")
             (void)kcheck::IsSwitchOn(path, "Volumes", "disable_cdrom");
             (void)kcheck::FindKeySection(path, "Volumes");
             (void)kcheck::ReadSetup(path);
-            (void)tools::ReadWholeFile(path);
+            (void)observe::ReadWholeFile(path);
             CHECK(NextDescriptor() == next);
         }
     }
