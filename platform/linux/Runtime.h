@@ -72,8 +72,8 @@ bool RunLoopAddSource(LoopSource *source);
 // Takes the source off the loop; nothing happens if it is not on it.
 void RunLoopRemoveSource(LoopSource *source);
 
-// One line on standard error: "FUNCTION: " and the text of the format, as printf has it. `function` is
-// the framework's name of what was called.
+// One line on standard error: "FUNCTION: " and the text of the format, as printf has it. `function`
+// is the framework's name of what was called.
 __attribute__((format(printf, 2, 3))) void Complain(const char *function, const char *format, ...);
 
 // Ends the process, with that line: the framework does so where null is passed for an object.

@@ -1,6 +1,6 @@
 // Strings, their encodings, dictionaries, and what retains and releases them: a text that holds for
-// the layer and for CoreFoundation itself (script/conformance --corefoundation). What the two do not
-// share, or what their callers may not rely on, is not asked here.
+// the layer and for CoreFoundation itself (script/conformance --corefoundation). What the two do
+// not share, or what their callers may not rely on, is not asked here.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "mac_roman_table.h"
