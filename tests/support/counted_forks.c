@@ -1,5 +1,5 @@
-/* counted_forks.c - in the coverage build: a process that becomes another program, or ends at once, counts
- * what it has run before that. */
+/* counted_forks.c - in the coverage build: a process that becomes another program, or ends at once,
+ * counts what it has run before that. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdlib.h>
