@@ -2,7 +2,6 @@
 #include "modem/sighting.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include "modem/logbook.h"
 #include "observe/commands.h"
 #include "observe/daemon.h"
+#include "observe/disks.h"
 #include "observe/files.h"
 #include "observe/mounts.h"
 #include "observe/names.h"
@@ -88,38 +88,18 @@ std::optional<std::string> ContentOf(const char *path)
     return access(path, R_OK) == 0 ? std::optional(observe::ReadFile(path)) : std::nullopt;
 }
 
-// udev makes a link under such a name: ".#", its name and 16 hex digits.
-bool IsUnfinished(const std::string &name)
-{
-    const size_t digits = 16;
-    return name.starts_with(".#") && name.size() > 2 + digits &&
-           std::all_of(name.end() - digits, name.end(),
-                       [](unsigned char c) { return isxdigit(c) != 0; });
-}
-
-// The entries of a folder of links, without those that udev has not renamed yet.
-std::vector<fs::path> LinksIn(const char *folder)
-{
-    std::vector<fs::path> links;
-    std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(folder, ignored)) {
-        if (!IsUnfinished(entry.path().filename()))
-            links.push_back(entry.path());
-    }
-    return links;
-}
-
 std::map<std::string, SeenDisk> LinkedDisks()
 {
     std::map<std::string, SeenDisk> disks;
-    for (const fs::path &link : LinksIn(kByLabel)) {
+    for (const std::string &name : observe::LinksIn(kByLabel)) {
+        const fs::path link = fs::path(kByLabel) / name;
         std::error_code error;
         struct stat status;
         const std::string device = fs::canonical(link, error);
         const std::string identity = error ? "" : IdentityOf(device);
         if (!identity.empty() && lstat(link.c_str(), &status) == 0) {
-            disks[device] = {observe::UnescapeLabel(link.filename().string()), identity,
-                             Numbers(status), fs::is_regular_file(device, error)};
+            disks[device] = {observe::UnescapeLabel(name), identity, Numbers(status),
+                             fs::is_regular_file(device, error)};
         }
     }
     return disks;
@@ -171,8 +151,8 @@ void LookAtHardware(const World &world, Sighting *sighting)
     sighting->sysConfig = ContentOf(observe::kSysConfigFile);
     sighting->disks = DisksNow(sighting->disks);
     sighting->ports.clear();
-    for (const fs::path &link : LinksIn(kById))
-        sighting->ports.insert(link.filename());
+    for (const std::string &name : observe::LinksIn(kById))
+        sighting->ports.insert(name);
 }
 
 void LookAtDaemon(const Process &daemon, Sighting *sighting)

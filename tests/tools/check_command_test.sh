@@ -23,9 +23,9 @@ check 0 'the bytes at offset 37 become 4E 6F 00' config SysConfig.dat
 check 0 '"value": "Orvanta"' --json config SysConfig.dat
 check 0 '"verdict": "PASS"' --json config SysConfig.dat
 cp config wrong && printf 'name=B' >>wrong
-check 1 'WARN  config:3  key-twice: name once more' wrong
+check 1 'WARN  wrong:3  key-twice: name once more' wrong
 chmod 666 wrong
-check 1 'WARN  config  mode: mode 0666' wrong
+check 1 'WARN  wrong  mode: mode 0666' wrong
 chmod 777 .
 check 1 'WARN  config  folder-mode: its folder: mode 0777' config
 chmod 755 .
@@ -33,14 +33,33 @@ chmod 755 .
 # A whole machine.
 root=$here/root
 mkdir "$root"
-check 1 'WARN  config  file:' --root "$root"
+check 1 "WARN  $root/Library/StartupItems/QVKestrun/config  file: it is not there" --root "$root"
 check 1 'FAIL  machine  log-folder: /usr/local/Tarnwell is missing' --root "$root"
-check 1 'WARN  machine  volume: /Volumes/Orvanta is not there' --root "$root"
+check 1 'NOTE  machine  volume: /Volumes/Orvanta is not there' --root "$root"
+check 1 'WARN  machine  volume: /Volumes/Orvanta is not there' --strict --root "$root"
 mkdir -p "$root/usr/local/Tarnwell" "$root/Library/StartupItems/QVKestrun" "$root/Volumes/Mine"
 printf '[Volumes]\nname = Mine\n' >"$root/Library/StartupItems/QVKestrun/config"
 check 1 'PASS  machine  log-folder:' --root "$root"
 check 1 'FAIL  machine  volume: /Volumes/Mine is a folder and no volume' --root "$root"
-check 1 'WARN  SysConfig.dat  file:' --root "$root"
+check 1 "NOTE  $root/Applications/Orvanta.app/Contents/Resources/SysConfig.dat  file: it is not there" --root "$root"
+
+# A healthy machine without a modem; then a disk with nearly the configured label, and the right one.
+rmdir "$root/Volumes/Mine"
+check 0 'NOTE  machine  volume: /Volumes/Mine is not there' --root "$root"
+check 1 'WARN  machine  volume: /Volumes/Mine is not there' --strict --root "$root"
+mkdir -p "$root/dev/disk/by-label" "$root/dev/serial/by-id"
+ln -s ../../sr0 "$root/dev/disk/by-label/mine"
+ln -s ../../sda1 "$root/dev/disk/by-label/EFI"
+ln -s ../../ttyUSB0 "$root/dev/serial/by-id/usb-QARVELMobile-Pcui"
+ln -s ../../ttyUSB1 "$root/dev/serial/by-id/usb-Other"
+check 1 'FAIL  machine  label: the disk "mine" is there, the configuration waits for "Mine": they differ in the letter case' --root "$root"
+check 1 'PASS  machine  disk: "mine" on /dev/sr0, optical, not mounted' --root "$root"
+check 1 "PASS  machine  port: /dev/serial/by-id/usb-QARVELMobile-Pcui
+      a modem's" --root "$root"
+check 1 "PASS  machine  port: /dev/serial/by-id/usb-Other
+      not a modem's" --root "$root"
+ln -s ../../sr1 "$root/dev/disk/by-label/Mine"
+check 0 'its label is the configured one' --root "$root"
 
 # A volume is one whatever the root is called, also where folders of one disk are mounted; what is mounted
 # elsewhere from the folder makes no volume of it.

@@ -34,14 +34,17 @@ const Row kRows[] = {
     {"no blanks around =", "[Volumes]\nname=A\npath1=/b\ndisable_cdrom=true\n", "A|/b|true", ""},
     {"only the section", "[Volumes]\n", "-|-|-", ""},
     {"keys in another order", "[Volumes]\ndisable_cdrom=true\npath1=/b\nname=A\n", "A|/b|true", ""},
-    {"another section behind", "[Volumes]\nname=A\n[Other]\nx=1\n", "A|-|-", ""},
-    {"another section before", "[Other]\nx=1\n[Volumes]\nname=A\n", "A|-|-", ""},
+    {"unknown keys", "[Volumes]\nnmae=A\nvolume = B\n# nmae=A\nno key\n=x\n", "-|-|-", "WARN unknown-key:2 WARN unknown-key:3"},
+    {"an unknown section", "[Volume]\nname=A\n", "-|-|-", "WARN section:0 WARN unknown-section:1 FAIL name:2"},
+    {"keys of another section", "[Volumes]\nname=A\n[Other]\nnmae=x\n", "A|-|-", "WARN unknown-section:3"},
+    {"another section behind", "[Volumes]\nname=A\n[Other]\nx=1\n", "A|-|-", "WARN unknown-section:3"},
+    {"another section before", "[Other]\nx=1\n[Volumes]\nname=A\n", "A|-|-", "WARN unknown-section:1"},
     {"empty lines", "\n\n[Volumes]\n\nname=A\n\n\npath1=/b\n", "A|/b|-", ""},
     {"blanks at both ends", "[Volumes]\n   name   =   A B   \n", "A B|-|-", ""},
     {"CR LF", "[Volumes]\r\nname=A\r\ndisable_cdrom=true\r\n", "A|-|true", ""},
     {"a switch in other letter case", "[Volumes]\ndisable_cdrom=TRUE\n", "-|-|TRUE", ""},
     {"a commented-out name", "[Volumes]\n#name=A\n;path1=/b\n", "-|-|-", ""},
-    {"a key that only begins like another", "[Volumes]\npath10=/a\npath1=/b\n", "-|/b|-", ""},
+    {"a key that only begins like another", "[Volumes]\npath10=/a\npath1=/b\n", "-|/b|-", "WARN unknown-key:2"},
     {"text around the header", "x[Volumes]y\nname=A\ndisable_cdrom=true\n", "A|-|true", ""},
 
     // The file as a whole.
@@ -60,7 +63,7 @@ const Row kRows[] = {
     {"no line feed behind the header", "[Volumes]", "-|-|-", "WARN final-line-feed:1"},
     {"a zero byte in a value", std::string("[Volumes]\nname=A\0B\n", 19), "A|-|-", "FAIL zero-byte:2"},
     {"a zero byte at a line's start", std::string("[Volumes]\n\0\nname=A\n", 19), "-|-|-", "FAIL zero-byte:2 WARN one-reader:0 FAIL name:3"},
-    {"a line that is too long", "[Volumes]\nx=" + kLong + "\nname=A\n", "A|-|-", "WARN long-line:2"},
+    {"a line that is too long", "[Volumes]\nx=" + kLong + "\nname=A\n", "A|-|-", "WARN long-line:2 WARN unknown-key:2"},
     {"a switch behind byte 1023", "[Volumes]\nx=" + std::string(1021, 'l') + "disable_cdrom=true\n", "-|-|true", "WARN long-line:2 WARN one-reader:2 WARN odd-key-line:2"},
 
     // The header.
@@ -83,7 +86,7 @@ const Row kRows[] = {
     // Values that end a section.
     {"brackets in a path, a name below", "[Volumes]\npath1=/a[1]/b\nname=A\n", "-|/a[1]/b|-", "WARN brackets:2 FAIL name:3 WARN one-reader:2"},
     {"one bracket in a path, a switch below", "[Volumes]\npath1=/a[1/b\ndisable_cdrom=true\n", "-|/a[1/b|-", "WARN brackets:2 WARN one-reader:2 WARN one-reader:0 FAIL disable_cdrom:3"},
-    {"a bracket in a line of no key", "[Volumes]\nx=a]\nname=A\n", "A|-|-", "WARN brackets:2 WARN one-reader:3"},
+    {"a bracket in a line of no key", "[Volumes]\nx=a]\nname=A\n", "A|-|-", "WARN brackets:2 WARN unknown-key:2 WARN one-reader:3"},
 
     // The switch.
     {"yes is not true", "[Volumes]\ndisable_cdrom=yes\n", "-|-|yes", "WARN disable_cdrom:2"},
@@ -96,7 +99,7 @@ const Row kRows[] = {
     {"a tab before the switch", "[Volumes]\n\tdisable_cdrom=true\n", "-|-|true", "WARN one-reader:2"},
     {"the switch in another letter case", "[Volumes]\nDisable_CDROM=true\n", "-|-|-", "FAIL disable_cdrom:2"},
     {"the switch twice", "[Volumes]\ndisable_cdrom=true\ndisable_cdrom=false\n", "-|-|true", "WARN key-twice:3"},
-    {"a switch in the next section", "[Volumes]\nname=A\n[Other]\ndisable_cdrom=true\n", "A|-|-", "FAIL disable_cdrom:4"},
+    {"a switch in the next section", "[Volumes]\nname=A\n[Other]\ndisable_cdrom=true\n", "A|-|-", "WARN unknown-section:3 FAIL disable_cdrom:4"},
     {"a switch without =", "[Volumes]\ndisable_cdrom\n", "-|-|-", "WARN one-reader:0 FAIL disable_cdrom:2"},
 };
 
@@ -134,6 +137,20 @@ const ValueRow kValueRows[] = {
 // clang-format on
 
 }  // namespace
+
+TEST_CASE("of an unknown key or section the nearest known one is named, where one is near")
+{
+    const auto report =
+        CheckText("[Volumes]\nnmae=A\ncolour=B\nDisable-CDROM=C\n[Volume]\n", kcheck::CheckConfig);
+    std::vector<std::string> found;
+    for (const kcheck::Finding &finding : report.findings) {
+        if (finding.about.starts_with("unknown"))
+            found.push_back(finding.found);
+    }
+    CHECK(found == std::vector<std::string>{"\"nmae\": did you mean name?", "\"colour\"",
+                                            "\"Disable-CDROM\": did you mean disable_cdrom?",
+                                            "\"[Volume]\": did you mean [Volumes]?"});
+}
 
 TEST_CASE("each configuration has its values and its findings")
 {

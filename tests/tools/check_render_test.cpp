@@ -20,7 +20,7 @@ const std::string kSysConfig = "[SD_THIRDPARTY_SETUP]\nSD_THIRD_SETUP= yes\n"
 kcheck::Report CheckBoth()
 {
     kcheck::Report report = CheckText(kConfig, kcheck::CheckConfig);
-    const kcheck::Report other = CheckText(kSysConfig, kcheck::CheckSysConfig);
+    const kcheck::Report other = CheckText(kSysConfig, kcheck::CheckSysConfig, "SysConfig.dat");
     report.findings.insert(report.findings.end(), other.findings.begin(), other.findings.end());
     report.settings.insert(report.settings.end(), other.settings.begin(), other.settings.end());
     return report;

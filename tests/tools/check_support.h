@@ -34,13 +34,24 @@ struct TemporaryFile {
     }
 };
 
+// What the check finds in a file of this content. Each finding and value names the file by its path; in
+// the report that is replaced by `name`.
 inline kcheck::Report CheckText(const std::string &content,
                                 void (*check)(kcheck::Report &, const std::string &,
-                                              std::string_view))
+                                              std::string_view),
+                                const char *name = "config")
 {
     const TemporaryFile file(content);
     kcheck::Report report;
     check(report, file.path, content);
+    for (kcheck::Finding &finding : report.findings) {
+        REQUIRE(finding.file == file.path);
+        finding.file = name;
+    }
+    for (kcheck::Setting &setting : report.settings) {
+        REQUIRE(setting.file == file.path);
+        setting.file = name;
+    }
     return report;
 }
 

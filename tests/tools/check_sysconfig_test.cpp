@@ -34,6 +34,7 @@ const Row kRows[] = {
     {"CR LF", "[SD_THIRDPARTY_SETUP]\r\nSD_THIRD_SETUP=yes\r\nSD_THIRD_FILE_PATH=Orvanta\r\nSD_THIRD_FILE_NAME=ThirdPartySetup.dmg\r\nSD_RUN_THIRD_FILE_ONCE=yes\r\n", "yes" + kRead, ""},
     {"no line feed at the end", kHeader + kRun + kPath + kName + "SD_RUN_THIRD_FILE_ONCE=yes", "yes" + kRead, ""},
     {"other lines between", "[A]\nx=1\n" + kHeader + "y=2\n" + kRun + "z\n" + kRest + "[B]\n", "yes" + kRead, ""},
+    {"a key and a header that nearly are known, beside others of the application", "[SD_THIRDPARTY_SETP]\n[OTHER]\nSD_THIRD_SETTUP=yes\nSD_OTHER=1\n#SD_THIRD_SETTUP=x\n", "", "WARN unknown-section:1 WARN unknown-key:3"},
     {"blanks in the header", "[ SD_THIRDPARTY_SETUP ]\n" + kRun + kRest, "yes" + kRead, ""},
     {"Yes in other letter case", kHeader + "SD_THIRD_SETUP=YES\n" + kRest, "YES" + kRead, ""},
     {"switched off", kHeader + "SD_THIRD_SETUP=No\n" + kRest, "No", ""},

@@ -1,4 +1,6 @@
 // bytes_rules.cpp - what does not depend on sections and keys.
+#include "observe/names.h"
+#include "observe/nearest.h"
 #include "tools/check/checked_file.h"
 
 namespace kcheck
@@ -9,7 +11,17 @@ static const size_t kLineMax = 1023;  // bytes that either reader takes as one l
 void Add(CheckedFile &file, Verdict verdict, const std::string &about, size_t line,
          const std::string &found, const std::string &effect)
 {
-    file.report.findings.push_back({verdict, file.name, about, line, found, effect});
+    file.report.findings.push_back(
+        {verdict, observe::Printable(file.path), about, line, found, effect});
+}
+
+void AddUnknown(CheckedFile &file, const std::string &about, size_t line, std::string_view text,
+                const std::vector<std::string> &known)
+{
+    const std::string meant = observe::Nearest(text, known);
+    Add(file, Verdict::Warn, about, line,
+        observe::Quoted(text) + (meant.empty() ? "" : ": did you mean " + meant + "?"),
+        "nothing reads it");
 }
 
 static void CheckMarks(CheckedFile &file)
@@ -44,7 +56,7 @@ static void CheckLineEnds(CheckedFile &file)
 
 void CheckBytes(CheckedFile &file)
 {
-    const bool config = file.name == "config";
+    const bool config = file.isConfig;
     CheckMarks(file);
     CheckLineEnds(file);
     for (const Line &line : file.lines) {

@@ -12,7 +12,6 @@
 namespace kcheck
 {
 
-static const char kFile[] = "config";
 static const char *const kSection = observe::kConfigSection;
 static const size_t kNameMax = observe::kVolumeNameSize - 1;
 static const size_t kPathMax = 501;  // bytes of a path whose command gets its closing quote
@@ -121,6 +120,27 @@ static void CheckPercent(Config &config)
             Add(config, Verdict::Warn, "percent", line.number, "a percent sign",
                 "it is used as it stands; the log may show two as one");
         }
+    }
+}
+
+static void CheckUnknown(Config &config)
+{
+    static const std::vector<std::string> kKeys = {"name", "path1", "disable_cdrom"};
+    for (const Line &line : config.lines) {
+        const std::string_view header = HeaderIn(line.text);
+        if (!header.empty() && Lower(header).find("volumes") == std::string::npos)
+            AddUnknown(config, "unknown-section", line.number, header, {"[Volumes]"});
+        const std::string_view key = KeyIn(line.text);
+        const bool inside =
+            config.header > 0 && line.number > config.header && line.number < config.end;
+        // The reader of disable_cdrom finds its key anywhere in a line.
+        const bool isKnown =
+            line.text.find("disable_cdrom") != std::string_view::npos ||
+            std::ranges::any_of(kKeys, [&](const std::string &known) {
+                return LooksLikeKey(line.text, known) || IsIniKeyLine(line, known.c_str());
+            });
+        if (inside && !key.empty() && !isKnown)
+            AddUnknown(config, "unknown-key", line.number, key, kKeys);
     }
 }
 
@@ -279,7 +299,7 @@ static void CheckPath(Config &config, const std::string &value, size_t line)
 static bool CheckKey(Config &config, const char *key, const std::optional<std::string> &value,
                      bool other, size_t line, const std::string &fallback)
 {
-    config.report.settings.push_back({kFile, key, value, line});
+    config.report.settings.push_back({observe::Printable(config.path), key, value, line});
     CheckOtherReader(config, key, value.has_value(), other, line);
     if (!value) {
         CheckUnseen(config, key, fallback);
@@ -329,12 +349,13 @@ static void CheckLastLine(Config &config)
 
 void CheckConfig(Report &report, const std::string &path, std::string_view content)
 {
-    Config config = {{report, kFile, path, content, SplitLines(content)}};
+    Config config = {{report, path, content, SplitLines(content), true}};
     CheckBytes(config);
     CheckLastLine(config);
     CheckSection(config);
     CheckBrackets(config);
     CheckPercent(config);
+    CheckUnknown(config);
     CheckIniKey(config, "name", "the daemon waits for a volume labelled Orvanta", CheckName);
     CheckIniKey(config, "path1", "runs open -a \"/Volumes/Orvanta/Orvanta.app/\"", CheckPath);
     CheckSwitch(config);

@@ -63,6 +63,29 @@ bool LooksLikeKey(std::string_view text, std::string_view key)
     return behind.empty() || std::string_view(" \t=\r").find(behind[0]) != std::string_view::npos;
 }
 
+static std::string_view Trimmed(std::string_view text)
+{
+    static const char kBlanks[] = " \t\r";
+    const size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos)
+        return "";
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::string_view KeyIn(std::string_view text)
+{
+    const size_t equals = text.find('=');
+    const std::string_view key = Trimmed(text.substr(0, equals));
+    const bool isComment = key.starts_with('#') || key.starts_with(';');
+    return equals == std::string_view::npos || isComment ? "" : key;
+}
+
+std::string_view HeaderIn(std::string_view text)
+{
+    const std::string_view header = Trimmed(text);
+    return header.starts_with('[') && header.ends_with(']') ? header : "";
+}
+
 std::string Hex(std::string_view bytes)
 {
     std::string hex;

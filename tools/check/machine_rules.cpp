@@ -8,9 +8,12 @@
 #include <unistd.h>
 
 #include "observe/files.h"
+#include "observe/commands.h"
 #include "observe/daemon.h"
+#include "observe/disks.h"
 #include "observe/mounts.h"
 #include "observe/names.h"
+#include "observe/system.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
 
@@ -26,8 +29,9 @@ static std::string ModeText(mode_t mode)
     return text;
 }
 
-void CheckModes(Report &report, const std::string &file, const std::string &path)
+void CheckModes(Report &report, const std::string &path)
 {
+    const std::string file = observe::Printable(path);
     struct stat info = {};
     if (stat(path.c_str(), &info) != 0)
         return;
@@ -89,7 +93,7 @@ static void CheckVolume(Report &report, const std::string &root, const std::stri
         report.findings.push_back({verdict, "machine", "volume", 0, shown + found, effect});
     };
     if (!observe::IsFolder(volumes + "/" + name))
-        add(Verdict::Warn, " is not there",
+        add(Verdict::Note, " is not there",
             "with a modem's port present a start waits up to 300 s for it");
     else if (!IsMountPoint(volumes + "/" + name, volumes))
         add(Verdict::Fail, " is a folder and no volume",
@@ -98,11 +102,52 @@ static void CheckVolume(Report &report, const std::string &root, const std::stri
         add(Verdict::Pass, " is mounted", "a start goes on at once");
 }
 
+// The disks and ports that are there, and which disk may be the modem's under another label than `name`.
+static void CheckHardware(Report &report, const std::string &root, const std::string &name)
+{
+    const auto add = [&](Verdict verdict, const char *about, const std::string &found,
+                         const std::string &effect) {
+        report.findings.push_back(
+            {verdict, "machine", about, 0, observe::Printable(found), effect});
+    };
+    bool portIsThere = false;
+    for (const std::string &port : observe::ListPorts(root)) {
+        const bool isModems = port.find(observe::kPortName) != std::string::npos;
+        portIsThere = portIsThere || isModems;
+        add(Verdict::Pass, "port", port, isModems ? "a modem's" : "not a modem's");
+    }
+    const auto disks = observe::ListDisks(root).value_or(std::vector<observe::Disk>());
+    for (const observe::Disk &disk : disks) {
+        add(Verdict::Pass, "disk", Describe(disk),
+            disk.label == name ? "its label is the configured one"
+                               : "its label is another than the configured one: it is left alone");
+    }
+    for (const std::string &sentence : LikelyMeant(disks, name, portIsThere))
+        add(Verdict::Fail, "label", sentence, "nothing happens when that disk comes");
+}
+
+static void CheckSession(Report &report)
+{
+    observe::PrepareCommands();
+    if (observe::FinderRuns()) {
+        report.findings.push_back({Verdict::Pass, "machine", "session", 0, "the Finder runs",
+                                   "the application is opened at once"});
+    } else {
+        report.findings.push_back({Verdict::Note, "machine", "session", 0, observe::FinderAbsence(),
+                                   "the daemon waits with a mounted disk until somebody is"});
+    }
+}
+
 void CheckMachine(Report &report, const std::string &root, const std::string &configPath)
 {
     CheckLogFolder(report, root);
     const auto name = ReadIni(configPath, observe::kConfigSection, "name");
-    CheckVolume(report, root, name ? name->value.substr(0, kNameMax) : observe::kDefaultVolumeName);
+    const std::string label =
+        name ? name->value.substr(0, kNameMax) : std::string(observe::kDefaultVolumeName);
+    CheckVolume(report, root, label);
+    CheckHardware(report, root, label);
+    if (root.empty())
+        CheckSession(report);
 }
 
 }  // namespace kcheck

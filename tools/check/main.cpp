@@ -11,6 +11,7 @@
 
 #include "observe/daemon.h"
 #include "observe/files.h"
+#include "observe/names.h"
 #include "observe/program.h"
 #include "tools/check/readers.h"
 #include "tools/check/render.h"
@@ -19,15 +20,16 @@
 static const char kProgram[] = "kestrun-check";
 
 static const char kUsage[] =
-    "usage: kestrun-check [--json] [--root DIR] [CONFIG [SYSCONFIG]]\n"
-    "Says for each thing that matters in Kestrun's configuration whether it is right (PASS), doubtful\n"
-    "(WARN) or wrong (FAIL), and what the daemon will do. Without CONFIG the files of this machine\n"
-    "are checked, with its volumes and folders.\n"
+    "usage: kestrun-check [--json] [--strict] [--root DIR] [CONFIG [SYSCONFIG]]\n"
+    "Says for each thing that matters in Kestrun's configuration whether it is right (PASS), absent as\n"
+    "it may be (NOTE), doubtful (WARN) or wrong (FAIL), and what the daemon will do. Without CONFIG the\n"
+    "files of this machine are checked, with its disks, ports, volumes and folders.\n"
     "  --root DIR   checks the machine whose root is DIR\n"
     "  --json       writes JSON\n"
+    "  --strict     what is absent is doubtful too\n"
     "  --help       shows this\n"
     "  --version    shows the version\n"
-    "exit status: 0 nothing but PASS, 1 some WARN or FAIL, 2 wrong arguments, or a file\n"
+    "exit status: 0 nothing but PASS and NOTE, 1 some WARN or FAIL, 2 wrong arguments, or a file\n"
     "cannot be read, or nobody takes the output\n";
 
 namespace
@@ -38,6 +40,7 @@ struct Arguments {
     std::optional<std::string> config;     // else the machine's own
     std::optional<std::string> sysConfig;  // else the machine's own, or none beside a named CONFIG
     bool json = false;
+    bool strict = false;
 };
 
 using Check = void (*)(kcheck::Report &, const std::string &, std::string_view);
@@ -52,8 +55,7 @@ static std::string FileAt(const std::string &path)
 
 // Checks the file at `path`, which may be missing when the machine is looked at. False when it had
 // to be there, or cannot be read.
-static bool CheckFile(kcheck::Report &report, const char *file, const std::string &path, bool named,
-                      Check check)
+static bool CheckFile(kcheck::Report &report, const std::string &path, bool named, Check check)
 {
     struct stat status;
     const bool stands = stat(path.c_str(), &status) == 0;
@@ -68,15 +70,16 @@ static bool CheckFile(kcheck::Report &report, const char *file, const std::strin
         return false;
     }
     if (!content) {
+        const bool isConfig = check == kcheck::CheckConfig;
         report.findings.push_back(
-            {kcheck::Verdict::Warn, file, "file", 0, path + " is not there",
-             check == kcheck::CheckConfig
-                 ? "the defaults hold: Orvanta, rdonly, open -a without quotes"
-                 : "no setup package is run"});
+            {isConfig ? kcheck::Verdict::Warn : kcheck::Verdict::Note, observe::Printable(path),
+             "file", 0, "it is not there",
+             isConfig ? "the defaults hold: Orvanta, rdonly, open -a without quotes"
+                      : "no setup package is run"});
         return true;
     }
     check(report, path, *content);
-    kcheck::CheckModes(report, file, path);
+    kcheck::CheckModes(report, path);
     return true;
 }
 
@@ -90,16 +93,17 @@ static int Run(const Arguments &arguments)
     const std::string config = named ? FileAt(*arguments.config) : root + observe::kConfigFile;
     if (!kcheck::IsPathKept(config))
         return observe::CouldNot(kProgram, config + ": " + strerror(ENAMETOOLONG));
-    if (!CheckFile(report, "config", config, named, kcheck::CheckConfig))
+    if (!CheckFile(report, config, named, kcheck::CheckConfig))
         return observe::kExitCouldNot;
     const bool sysNamed = arguments.sysConfig.has_value();
     const std::string sysConfig =
         sysNamed ? FileAt(*arguments.sysConfig) : root + observe::kSysConfigFile;
-    if ((sysNamed || !named) &&
-        !CheckFile(report, "SysConfig.dat", sysConfig, sysNamed, kcheck::CheckSysConfig))
+    if ((sysNamed || !named) && !CheckFile(report, sysConfig, sysNamed, kcheck::CheckSysConfig))
         return observe::kExitCouldNot;
     if (!named)
         kcheck::CheckMachine(report, root, config);
+    if (arguments.strict)
+        kcheck::TakeNotesAsWarnings(report);
     const std::string text =
         arguments.json ? kcheck::RenderJson(report) : kcheck::RenderText(report);
     const bool fine = kcheck::Worst(report) == kcheck::Verdict::Pass;
@@ -110,11 +114,9 @@ static int Run(const Arguments &arguments)
 static int TakeArguments(int argc, char **argv, Arguments &arguments)
 {
     static const option kOptions[] = {
-        {"help", no_argument, nullptr, 'h'},
-        {"json", no_argument, nullptr, 'j'},
-        {"root", required_argument, nullptr, 'r'},
-        {"version", no_argument, nullptr, 'v'},
-        {nullptr, 0, nullptr, 0},
+        {"help", no_argument, nullptr, 'h'},       {"json", no_argument, nullptr, 'j'},
+        {"root", required_argument, nullptr, 'r'}, {"strict", no_argument, nullptr, 's'},
+        {"version", no_argument, nullptr, 'v'},    {nullptr, 0, nullptr, 0},
     };
     int letter = 0;
     while ((letter = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
@@ -122,6 +124,7 @@ static int TakeArguments(int argc, char **argv, Arguments &arguments)
         case 'h': return observe::Say(kProgram, kUsage, observe::kExitFine);
         case 'j': arguments.json = true; break;
         case 'r': arguments.root = optarg; break;
+        case 's': arguments.strict = true; break;
         case 'v': return observe::SayVersion(kProgram);
         default: fputs(kUsage, stderr); return observe::kExitCouldNot;
         }

@@ -12,13 +12,14 @@ namespace kcheck
 
 enum class Verdict {
     Pass,
+    Note,  // something is absent, as it is on a healthy machine
     Warn,  // works, but perhaps not as it was meant
     Fail,  // does not do what it was meant for
 };
 
 struct Finding {
     Verdict verdict;
-    std::string file;    // "config", "SysConfig.dat", "machine"
+    std::string file;    // its path, or "machine"
     std::string about;   // a word for programs: "name", "final-line-feed"
     size_t line;         // of the file, from 1; 0 when it is about all of it
     std::string found;   // what is there
@@ -38,8 +39,11 @@ struct Report {
     std::vector<Setting> settings;
 };
 
-// The worst verdict of all findings.
+// The worst verdict of all findings. What is absent and need not be there does no harm.
 Verdict Worst(const Report &report);
+
+// Makes of what is absent something that somebody should look at.
+void TakeNotesAsWarnings(Report &report);
 
 const char *VerdictName(Verdict verdict);
 

@@ -16,11 +16,12 @@ void CheckConfig(Report &report, const std::string &path, std::string_view conte
 // The installed application's SysConfig.dat.
 void CheckSysConfig(Report &report, const std::string &path, std::string_view content);
 
-// Type and mode of the file, which is called `file` in the report, and of its folder.
-void CheckModes(Report &report, const std::string &file, const std::string &path);
+// The mode of the file, and that of its folder.
+void CheckModes(Report &report, const std::string &path);
 
-// What the machine under `root` ("" for this one) has beside the files: the log's folder, and the
-// volume that the configuration at `configPath` names.
+// What the machine under `root` ("" for this one) has beside the files: the log's folder, the
+// volume that the configuration at `configPath` names, the disks and ports that are there, and, on
+// this machine, whether somebody is logged in.
 void CheckMachine(Report &report, const std::string &root, const std::string &configPath);
 
 }  // namespace kcheck

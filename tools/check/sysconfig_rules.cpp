@@ -1,7 +1,10 @@
 // sysconfig_rules.cpp - the request for a setup package, and what a run would change in the file.
+#include <algorithm>
+
 #include <unistd.h>
 
 #include "observe/names.h"
+#include "observe/nearest.h"
 #include "tools/check/checked_file.h"
 #include "tools/check/readers.h"
 #include "tools/check/rules.h"
@@ -9,7 +12,6 @@
 namespace kcheck
 {
 
-static const char kFile[] = "SysConfig.dat";
 static const size_t kNameMax = 511;          // bytes of the file's name that are kept
 static const size_t kPackagePathMax = 1017;  // bytes of the package's volume with /Volumes/
 
@@ -58,8 +60,8 @@ static std::string WhyUnseen(const SysConfig &file, const std::string &key, size
 static size_t TakeSetting(SysConfig &file, const char *key, const std::optional<KeyValue> &value)
 {
     const size_t line = value ? LineOf(file, *value) : 0;
-    file.report.settings.push_back(
-        {kFile, key, value ? std::optional(value->value) : std::nullopt, line});
+    file.report.settings.push_back({observe::Printable(file.path), key,
+                                    value ? std::optional(value->value) : std::nullopt, line});
     if (value && !LooksLikeKey(file.lines[line - 1].text, key)) {
         Add(file, Verdict::Warn, "odd-key-line", line,
             "the line does not begin with " + std::string(key),
@@ -254,10 +256,31 @@ static void CheckOnce(SysConfig &file)
     }
 }
 
+// The application has sections and keys of its own here: only what nearly is one of these is named.
+static void CheckUnknown(SysConfig &file)
+{
+    static const std::vector<std::string> kHeaders = {"[SD_THIRDPARTY_SETUP]"};
+    static const std::vector<std::string> kKeys = {"SD_THIRD_SETUP", "SD_THIRD_FILE_PATH",
+                                                   "SD_THIRD_FILE_NAME", "SD_RUN_THIRD_FILE_ONCE"};
+    for (const Line &line : file.lines) {
+        const std::string_view header = HeaderIn(line.text);
+        const std::string_view key = header.empty() ? KeyIn(line.text) : "";
+        const bool isKnown =
+            std::ranges::any_of(
+                kKeys, [&](const std::string &known) { return LooksLikeKey(line.text, known); }) ||
+            Lower(header).find("sd_thirdparty_setup") != std::string::npos;
+        if (!isKnown && !observe::Nearest(header, kHeaders).empty())
+            AddUnknown(file, "unknown-section", line.number, header, kHeaders);
+        if (!isKnown && !observe::Nearest(key, kKeys).empty())
+            AddUnknown(file, "unknown-key", line.number, key, kKeys);
+    }
+}
+
 void CheckSysConfig(Report &report, const std::string &path, std::string_view content)
 {
-    SysConfig file = {{report, kFile, path, content, SplitLines(content)}, ReadSetup(path)};
+    SysConfig file = {{report, path, content, SplitLines(content), false}, ReadSetup(path)};
     CheckBytes(file);
+    CheckUnknown(file);
     if (CheckHeader(file) && CheckRun(file) && CheckPath(file) && CheckName(file))
         CheckOnce(file);
 }

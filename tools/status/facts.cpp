@@ -16,6 +16,7 @@
 #include "observe/daemon.h"
 #include "observe/files.h"
 #include "observe/names.h"
+#include "observe/system.h"
 #include "src/ActiveVolumeProgram.h"
 #include "src/Kestrun.h"
 #include "tamrik/tamrik.h"
@@ -62,6 +63,14 @@ static void GatherPort(Facts *facts)
     char path[kPathSize] = "";
     if (FindCommPort(observe::kPortName, path, sizeof path) == 0)
         facts->port = path;
+    facts->ports = observe::ListPorts("");
+}
+
+static void GatherDisks(Facts *facts)
+{
+    facts->disks = observe::ListDisks("");
+    if (!facts->disks)
+        facts->unknown.emplace_back("which disks are there");
 }
 
 static void GatherPeople(Facts *facts)
@@ -156,13 +165,14 @@ Facts GatherFacts()
 {
     Facts facts;
     facts.now = time(nullptr);
-    PrepareCommands();
+    observe::PrepareCommands();
     if (!FindDaemons(&facts.daemons))
         facts.unknown.emplace_back("the processes");
     GatherLog(&facts);
     GatherPeople(&facts);
     ReadConfiguration(&facts, observe::kConfigFile);
     GatherPort(&facts);
+    GatherDisks(&facts);
     GatherVolumes(&facts);
     return facts;
 }
@@ -187,6 +197,16 @@ static void FindWrongMounts(const Facts &facts, std::vector<std::string> *wrongs
     }
 }
 
+// A disk that is there under another label than the one that the daemon waits for.
+static void FindWrongDisks(const Facts &facts, std::vector<std::string> *wrongs)
+{
+    if (!facts.configProblem.empty() || !facts.disks || !facts.volumes.empty())
+        return;
+    for (const std::string &sentence :
+         LikelyMeant(*facts.disks, facts.volumeName, !facts.port.empty()))
+        wrongs->push_back(sentence);
+}
+
 static void FindWrongPeople(const Facts &facts, std::vector<std::string> *wrongs)
 {
     const bool modem = !facts.port.empty() || !facts.volumes.empty();
@@ -197,7 +217,8 @@ static void FindWrongPeople(const Facts &facts, std::vector<std::string> *wrongs
                           "'s, the daemon runs as " +
                           (facts.daemonUser.empty() ? "nobody" : facts.daemonUser));
     if (facts.waiting.phase == Phase::Finder && facts.finder == false)
-        wrongs->emplace_back("the daemon waits for the Finder, which does not run");
+        wrongs->push_back(std::string("the daemon waits for the Finder, which does not run: ") +
+                          observe::FinderAbsence());
 }
 
 static void FindWrongTries(const Facts &facts, std::vector<std::string> *wrongs)
@@ -223,6 +244,7 @@ std::vector<std::string> FindWrongs(const Facts &facts)
     if (facts.log.stale)
         wrongs.emplace_back(
             "the log is older than the daemon: it cannot write there, or the clock was set");
+    FindWrongDisks(facts, &wrongs);
     FindWrongMounts(facts, &wrongs);
     FindWrongPeople(facts, &wrongs);
     FindWrongTries(facts, &wrongs);

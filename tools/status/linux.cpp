@@ -1,7 +1,5 @@
 // linux.cpp - the facts of Linux: processes from /proc, mounts from mountinfo. What a mount helper
 // keeps for itself (x-gvfs-hide and the like) stands in the table of libmount alone.
-#include <algorithm>
-#include <cstdlib>
 #include <sstream>
 
 #include <unistd.h>
@@ -16,29 +14,7 @@
 namespace kstatus
 {
 
-static const char kCommands[] = "/usr/libexec/kestrun";
 static const char kMountTable[] = "/run/mount/utab";
-static const char *const kSystemFolders[] = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
-                                             "/usr/bin",        "/sbin",          "/bin"};
-
-// In front of the system's own folders, but behind what the caller put first.
-void PrepareCommands()
-{
-    const char *old = getenv("PATH");
-    std::istringstream folders(old != nullptr ? old : "/usr/bin:/bin");
-    std::string path;
-    bool placed = false;
-    for (std::string folder; std::getline(folders, folder, ':');) {
-        const bool system = std::find(std::begin(kSystemFolders), std::end(kSystemFolders),
-                                      folder) != std::end(kSystemFolders);
-        if (system && !placed) {
-            path += std::string(path.empty() ? "" : ":") + kCommands;
-            placed = true;
-        }
-        path += (path.empty() ? "" : ":") + folder;
-    }
-    (void)setenv("PATH", path.c_str(), 1);
-}
 
 static Activity ActivityOf(long pid)
 {

@@ -11,11 +11,6 @@
 namespace kstatus
 {
 
-// The system's own programs answer.
-void PrepareCommands()
-{
-}
-
 struct ProcessLine {
     long pid = 0;
     long parent = 0;

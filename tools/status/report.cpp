@@ -44,6 +44,26 @@ static std::string DaemonText(const Facts &facts)
     return text;
 }
 
+static std::string PortText(const Facts &facts)
+{
+    std::string text = Line("port", facts.port.empty() ? "none of the modem's" : facts.port);
+    for (const std::string &port : facts.ports) {
+        if (port != facts.port)
+            text += Line("port", port + ", not the modem's");
+    }
+    return text;
+}
+
+static std::string DiskText(const Facts &facts)
+{
+    if (!facts.disks)
+        return "";
+    std::string text;
+    for (const observe::Disk &disk : *facts.disks)
+        text += Line("disk", Describe(disk));
+    return text.empty() ? Line("disk", "none with a label") : text;
+}
+
 static std::string VolumeText(const Facts &facts)
 {
     std::string text;
@@ -94,8 +114,7 @@ std::string ReportText(const Facts &facts)
                            : *facts.finder ? "runs"
                                            : "does not run");
     text += ConfigText(facts);
-    text += Line("port", facts.port.empty() ? "none of the modem's" : facts.port);
-    text += VolumeText(facts) + LogText(facts.log);
+    text += PortText(facts) + DiskText(facts) + VolumeText(facts) + LogText(facts.log);
     if (!facts.daemons.empty())
         text += Line("waits", DescribeWaiting(facts.waiting, facts.now));
     for (const std::string &wrong : FindWrongs(facts))
@@ -126,6 +145,22 @@ static Json ConfigJson(const Facts &facts)
     return {{"file", facts.configured || !known},
             {"name", known ? Json(facts.volumeName) : Json()},
             {"option", known ? Json(Option(facts)) : Json()}};
+}
+
+static Json DisksJson(const Facts &facts)
+{
+    if (!facts.disks)
+        return {};
+    Json disks = Json::array();
+    for (const observe::Disk &disk : *facts.disks) {
+        disks.push_back({{"label", disk.label},
+                         {"device", disk.node},
+                         {"bytes", observe::OrNull(disk.size)},
+                         {"optical", disk.optical},
+                         {"usb", disk.usb},
+                         {"place", Maybe(disk.place)}});
+    }
+    return disks;
 }
 
 static Json VolumesJson(const Facts &facts)
@@ -168,6 +203,8 @@ std::string ReportJson(const Facts &facts)
                               {"finder", observe::OrNull(facts.finder)},
                               {"configuration", ConfigJson(facts)},
                               {"port", Maybe(facts.port)},
+                              {"ports", facts.ports},
+                              {"disks", DisksJson(facts)},
                               {"volumes", VolumesJson(facts)},
                               {"log", LogJson(facts.log)},
                               {"waits", WaitingJson(facts)},

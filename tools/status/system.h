@@ -32,9 +32,6 @@ struct Volume {
     std::vector<std::string> options;
 };
 
-// Puts the programs in front on PATH that answer the daemon's questions on this system.
-void PrepareCommands();
-
 // The daemon's processes, the oldest first. False when the processes cannot be listed.
 bool FindDaemons(std::vector<Daemon> *daemons);
 
