@@ -51,6 +51,9 @@ void ReadConfiguration(Facts *facts, const char *path)
         return;
     }
     facts->configured = SetIniFileName(path);
+    struct stat info = {};
+    if (facts->configured && stat(path, &info) == 0)
+        facts->configTime = info.st_mtime;
     if (facts->configured)
         configured = ReadString(observe::kConfigSection, "name", observe::kDefaultVolumeName);
     strncpy_s(name, sizeof name, configured, sizeof name - 1);
@@ -155,10 +158,20 @@ static void GatherLog(Facts *facts)
         daemon.age && log.age && *daemon.age > kStartGrace && *log.age > *daemon.age + kStartGrace;
     if (facts->daemons.size() > 1)
         return;  // whose lines are whose the log does not tell
+    facts->used = InferUsed(log.stale ? std::vector<observe::Record>() : parsed.records);
     facts->waiting =
         InferWaiting(log.stale ? std::vector<observe::Record>() : parsed.records, daemon);
     if (facts->waiting.since && *facts->waiting.since > facts->now)
         facts->waiting.since.reset();  // the clock was set back meanwhile
+}
+
+// What the daemon uses is what the file says, unless the file was changed after the daemon's start.
+static void ForgetUsed(Facts *facts)
+{
+    const std::optional<long> age =
+        facts->daemons.size() == 1 ? facts->daemons[0].age : std::nullopt;
+    if (!age || !facts->configTime || *facts->configTime <= facts->now - *age + kStartGrace)
+        facts->used.reset();
 }
 
 Facts GatherFacts()
@@ -171,6 +184,7 @@ Facts GatherFacts()
     GatherLog(&facts);
     GatherPeople(&facts);
     ReadConfiguration(&facts, observe::kConfigFile);
+    ForgetUsed(&facts);
     GatherPort(&facts);
     GatherDisks(&facts);
     GatherVolumes(&facts);
@@ -195,6 +209,43 @@ static void FindWrongMounts(const Facts &facts, std::vector<std::string> *wrongs
             wrongs->push_back(volume.place + " is mounted without " + option +
                               ", which the configuration asks for");
     }
+}
+
+// A time of day, with its date unless it is today's.
+static std::string TimeText(int64_t time, int64_t now)
+{
+    const auto text = [](int64_t seconds, const char *format) {
+        const time_t at = seconds;
+        struct tm local = {};
+        char written[32] = "";
+        if (localtime_r(&at, &local) != nullptr)
+            (void)strftime(written, sizeof written, format, &local);
+        return std::string(written);
+    };
+    const char kDay[] = "%Y-%m-%d";
+    const bool today = text(time, kDay) == text(now, kDay);
+    return text(time, today ? "%H:%M" : "%Y-%m-%d %H:%M");
+}
+
+// A configuration that was changed under the daemon, which reads name and disable_cdrom once.
+static void FindWrongConfiguration(const Facts &facts, std::vector<std::string> *wrongs)
+{
+    if (!facts.used)
+        return;
+    const std::string since = " since " + TimeText(*facts.configTime, facts.now) +
+                              ", the daemon started before and still ";
+    const Used &used = *facts.used;
+    const size_t before = wrongs->size();
+    if (used.name && *used.name != facts.volumeName)
+        wrongs->push_back("name = " + facts.volumeName + since + "waits for \"" + *used.name +
+                          "\": restart it");
+    if (used.hidden && *used.hidden != facts.hidden)
+        wrongs->push_back(std::string("disable_cdrom = ") + (facts.hidden ? "true" : "false") +
+                          since + "mounts with " + (*used.hidden ? "nobrowse" : "rdonly") +
+                          ": restart it");
+    if (wrongs->size() == before && (!used.name || !used.hidden))
+        wrongs->push_back("the configuration is another" + since +
+                          "uses the name and disable_cdrom of then: restart it");
 }
 
 // A disk that is there under another label than the one that the daemon waits for.
@@ -244,6 +295,7 @@ std::vector<std::string> FindWrongs(const Facts &facts)
     if (facts.log.stale)
         wrongs.emplace_back(
             "the log is older than the daemon: it cannot write there, or the clock was set");
+    FindWrongConfiguration(facts, &wrongs);
     FindWrongDisks(facts, &wrongs);
     FindWrongMounts(facts, &wrongs);
     FindWrongPeople(facts, &wrongs);

@@ -31,11 +31,13 @@ struct Facts {
     std::string consoleUser;             // the same
     std::optional<bool> finder = false;  // whether it runs; nothing when nobody knows
     bool configured = false;             // there is a configuration file
-    std::string configProblem;       // why it cannot be read; then name and option are not known
-    std::string volumeName;          // as the daemon reads it
-    bool hidden = false;             // mounted "nobrowse", as the daemon reads it
-    std::string port;                // the modem's serial port; empty when there is none
-    std::vector<std::string> ports;  // all serial ports
+    std::string configProblem;          // why it cannot be read; then name and option are not known
+    std::string volumeName;             // as the daemon reads it
+    bool hidden = false;                // mounted "nobrowse", as the daemon reads it
+    std::optional<int64_t> configTime;  // when the file was changed last, in seconds since 1970
+    std::optional<Used> used;           // by the daemon, if it started before that
+    std::string port;                   // the modem's serial port; empty when there is none
+    std::vector<std::string> ports;     // all serial ports
     std::optional<std::vector<observe::Disk>>
         disks;                    // that have a label; nothing when nobody knows
     std::vector<Volume> volumes;  // those of that name, numbered ones included

@@ -92,17 +92,26 @@ static std::string LogText(const LogFacts &log)
     return Line("log", "line " + std::to_string(log.number) + ", " + age + ": " + log.text);
 }
 
-static const char *Option(const Facts &facts)
+static const char *Option(bool hidden)
 {
-    return facts.hidden ? "nobrowse" : "rdonly";
+    return hidden ? "nobrowse" : "rdonly";
 }
 
 static std::string ConfigText(const Facts &facts)
 {
     if (!facts.configProblem.empty())
         return Line("config", std::string(observe::kConfigFile) + ": " + facts.configProblem);
-    return Line("config", "volume \"" + facts.volumeName + "\", mounted " + Option(facts) +
-                              (facts.configured ? "" : "; there is no file, the defaults hold"));
+    const char *origin = facts.configured ? "" : "; there is no file, the defaults hold";
+    std::string text = Line("config", "volume \"" + facts.volumeName + "\", mounted " +
+                                          Option(facts.hidden) + origin);
+    if (facts.used) {
+        const Used &used = *facts.used;
+        text += Line("uses", (used.name ? "volume \"" + *used.name + "\""
+                                        : std::string("the volume's name of its start")) +
+                                 ", mounted " +
+                                 (used.hidden ? Option(*used.hidden) : "as at its start"));
+    }
+    return text;
 }
 
 std::string ReportText(const Facts &facts)
@@ -144,7 +153,11 @@ static Json ConfigJson(const Facts &facts)
     const bool known = facts.configProblem.empty();
     return {{"file", facts.configured || !known},
             {"name", known ? Json(facts.volumeName) : Json()},
-            {"option", known ? Json(Option(facts)) : Json()}};
+            {"option", known ? Json(Option(facts.hidden)) : Json()},
+            {"changed_since_start", facts.used.has_value()},
+            {"used_name", facts.used ? observe::OrNull(facts.used->name) : Json()},
+            {"used_option",
+             facts.used && facts.used->hidden ? Json(Option(*facts.used->hidden)) : Json()}};
 }
 
 static Json DisksJson(const Facts &facts)

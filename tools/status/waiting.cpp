@@ -106,6 +106,37 @@ Waiting InferWaiting(const std::vector<observe::Record> &records, const Daemon &
     return waiting;
 }
 
+// The label in the path of a volume that is waited for.
+static std::string LabelIn(std::string_view path)
+{
+    const std::string_view folder = observe::kVolumesDir;
+    return std::string(path.starts_with(folder) ? path.substr(folder.size()) : path);
+}
+
+Used InferUsed(const std::vector<observe::Record> &records)
+{
+    using observe::Event;
+    Used used;
+    for (size_t i = LastRun(records); i < records.size() && !used.hidden; ++i) {
+        const observe::Record &record = records[i];
+        const observe::Found found =
+            observe::FindMessage(record.source, record.message, record.cut);
+        const Event event = found.message == nullptr ? Event::None : found.message->event;
+        const auto filled = [&](size_t at) {
+            return at < found.filled.size() ? found.filled[at] : std::string_view();
+        };
+        if (event == Event::ConfigUnreadable || event == Event::DefaultUsed)
+            used.name = observe::kDefaultVolumeName;
+        if (event == Event::VolumeTry)
+            used.name = LabelIn(filled(1));
+        if (event == Event::OptionNobrowse || event == Event::OptionRdonly)
+            used.hidden = event == Event::OptionNobrowse;
+        if (event == Event::MountEnter)  // what follows reads the configuration anew
+            return used;
+    }
+    return used;
+}
+
 const char *PhaseWord(Phase phase)
 {
     switch (phase) {

@@ -44,6 +44,15 @@ std::optional<int64_t> TimeOf(const observe::Stamp &stamp);
 // What the last run in `records` waits for, and `daemon`, which is running.
 Waiting InferWaiting(const std::vector<observe::Record> &records, const Daemon &daemon);
 
+// What the daemon took from its configuration at its start.
+struct Used {
+    std::optional<std::string> name;  // the label; nothing where the log does not name it
+    std::optional<bool> hidden;       // mounts "nobrowse"
+};
+
+// What the last run in `records` took, as far as it tells.
+Used InferUsed(const std::vector<observe::Record> &records);
+
 // A word for programs: "modem", "port", "volume", "mount", ...
 const char *PhaseWord(Phase phase);
 

@@ -171,6 +171,56 @@ TEST_CASE("each thing that is wrong is told, and nothing when all is well")
     CHECK(kstatus::FindWrongs(facts).empty());
 }
 
+TEST_CASE(
+    "a configuration that was changed under the daemon is told with what the daemon still uses")
+{
+    using Texts = std::vector<std::string>;
+    Facts facts = Well();
+    facts.now = *kstatus::TimeOf({2026, 11, 20, 12, 0, 0});
+    facts.configTime = *kstatus::TimeOf({2026, 11, 20, 10, 42, 30});
+    facts.volumes.clear();
+    facts.port = "";
+    facts.volumeName = "Foo";
+    facts.used = kstatus::Used{"Orvanta", true};
+    CHECK(
+        kstatus::FindWrongs(facts) ==
+        Texts{"name = Foo since 10:42, the daemon started before and still waits for "
+              "\"Orvanta\": restart it",
+              "disable_cdrom = false since 10:42, the daemon started before and still mounts with "
+              "nobrowse: restart it"});
+    facts.used = kstatus::Used{"Foo", false};
+    CHECK(kstatus::FindWrongs(facts).empty());
+    facts.used = kstatus::Used{std::nullopt, false};
+    facts.configTime = *kstatus::TimeOf({2026, 11, 19, 10, 42, 30});
+    CHECK(
+        kstatus::FindWrongs(facts) ==
+        Texts{"the configuration is another since 2026-11-19 10:42, the daemon started before and "
+              "still uses the name and disable_cdrom of then: restart it"});
+}
+
+TEST_CASE("what the daemon took from its configuration is read in the last run's start")
+{
+    const auto used = [](const std::string &messages) {
+        std::string log;
+        int number = 0;
+        std::istringstream lines(messages);
+        for (std::string line; std::getline(lines, line, '|');)
+            log += "line " + std::to_string(++number) + "===2026-11-20 9:5:3   " + line + "\n";
+        const kstatus::Used found = kstatus::InferUsed(observe::ParseLog(log).records);
+        return found.name.value_or("-") + (!found.hidden ? " -" : *found.hidden ? " yes" : " no");
+    };
+    CHECK(used("") == "- -");
+    CHECK(used("INI:ReadString --- cfg key [name] not exists...|") == "Orvanta -");
+    CHECK(used("INI:SetIniFileName --- open file: /x failed, please check...\n|"
+               "Kestrun:main --- value of disable_cdrom is false|") == "Orvanta no");
+    CHECK(used("ActiveVolumeProgram:IsVolumeExist ---  0 time, open (/Volumes/Foo) failed, open "
+               "again|Kestrun:main --- value of disable_cdrom is true|"
+               "INI:ReadString --- cfg key [path1] not exists...|") == "Foo yes");
+    CHECK(used("Kestrun:DiskMountCallback --- DiskMountCallback Enter|"
+               "INI:ReadString --- cfg key [path1] not exists...|"
+               "Kestrun:main --- value of disable_cdrom is true|") == "- -");
+}
+
 TEST_CASE("two daemons: each with its user, and what they wait for is not made up")
 {
     Facts facts = Well();
