@@ -1,4 +1,5 @@
-// disks.cpp - what is the same on every system: a disk in words, and the disks that may be the modem's.
+// disks.cpp - what is the same on every system: a disk in words, and the disks that may be the
+// modem's.
 #include "observe/disks.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// disks_linux.cpp - the disks of Linux: the links that udev makes for labels, and what sysfs tells of
-// the devices that they lead to.
+// disks_linux.cpp - the disks of Linux: the links that udev makes for labels, and what sysfs tells
+// of the devices that they lead to.
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -39,8 +39,8 @@ std::vector<std::string> LinksIn(const std::string &folder)
     return names;
 }
 
-// Where the device is mounted. A folder that stands for a device is bound there, so that the two are
-// the same folder.
+// Where the device is mounted. A folder that stands for a device is bound there, so that the two
+// are the same folder.
 static std::string PlaceOf(const std::string &node)
 {
     struct stat device = {};

@@ -46,8 +46,8 @@ static std::string WithoutEntities(std::string text)
     return text;
 }
 
-// Reads the list from tag to tag. The keys of an entry stand in the order of the alphabet, so "Content"
-// comes before the volumes that a disk holds.
+// Reads the list from tag to tag. The keys of an entry stand in the order of the alphabet, so
+// "Content" comes before the volumes that a disk holds.
 static std::vector<Disk> DisksIn(const std::string &list)
 {
     std::vector<Disk> disks;

@@ -23,7 +23,8 @@ size_t Distance(std::string_view one, std::string_view other)
 {
     const auto a = Characters(one);
     const auto b = Characters(other);
-    // The distances of the first i characters of `a` to all beginnings of `b`, for the last three i.
+    // The distances of the first i characters of `a` to all beginnings of `b`, for the last three
+    // i.
     std::vector<size_t> before(b.size() + 1);
     std::vector<size_t> last(b.size() + 1);
     std::vector<size_t> now(b.size() + 1);

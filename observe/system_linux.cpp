@@ -1,5 +1,5 @@
-// system_linux.cpp - Linux has no Finder and other programs: those that answer in the way of macOS are
-// installed in a folder of the daemon's own.
+// system_linux.cpp - Linux has no Finder and other programs: those that answer in the way of macOS
+// are installed in a folder of the daemon's own.
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>

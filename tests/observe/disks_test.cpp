@@ -1,4 +1,5 @@
-// The disks and ports that are there, which of them may be meant, and names that are near each other.
+// The disks and ports that are there, which of them may be meant, and names that are near each
+// other.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

@@ -34,8 +34,8 @@ struct TemporaryFile {
     }
 };
 
-// What the check finds in a file of this content. Each finding and value names the file by its path; in
-// the report that is replaced by `name`.
+// What the check finds in a file of this content. Each finding and value names the file by its
+// path; in the report that is replaced by `name`.
 inline kcheck::Report CheckText(const std::string &content,
                                 void (*check)(kcheck::Report &, const std::string &,
                                               std::string_view),

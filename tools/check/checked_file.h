@@ -24,7 +24,8 @@ struct CheckedFile {
 void Add(CheckedFile &file, Verdict verdict, const std::string &about, size_t line,
          const std::string &found, const std::string &effect);
 
-// Adds that nothing reads `text`, a key or a header, with the name among `known` that was probably meant.
+// Adds that nothing reads `text`, a key or a header, with the name among `known` that was probably
+// meant.
 void AddUnknown(CheckedFile &file, const std::string &about, size_t line, std::string_view text,
                 const std::vector<std::string> &known);
 

@@ -33,11 +33,12 @@ bool HasBracket(std::string_view text);
 // and behind it a blank, a tab, "=" or the end.
 bool LooksLikeKey(std::string_view text, std::string_view key);
 
-// What a person takes for the line's key: the text before its first "=", without the blanks and tabs
-// around it. Empty where there is none, and in a line that a person takes for a comment.
+// What a person takes for the line's key: the text before its first "=", without the blanks and
+// tabs around it. Empty where there is none, and in a line that a person takes for a comment.
 std::string_view KeyIn(std::string_view text);
 
-// The line's text without blanks and tabs around it, if it is a header: between "[" and "]". Else empty.
+// The line's text without blanks and tabs around it, if it is a header: between "[" and "]". Else
+// empty.
 std::string_view HeaderIn(std::string_view text);
 
 // `bytes` as "79 65 73".

@@ -102,7 +102,8 @@ static void CheckVolume(Report &report, const std::string &root, const std::stri
         add(Verdict::Pass, " is mounted", "a start goes on at once");
 }
 
-// The disks and ports that are there, and which disk may be the modem's under another label than `name`.
+// The disks and ports that are there, and which disk may be the modem's under another label than
+// `name`.
 static void CheckHardware(Report &report, const std::string &root, const std::string &name)
 {
     const auto add = [&](Verdict verdict, const char *about, const std::string &found,
