@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -28,8 +27,6 @@ namespace modem
 {
 namespace
 {
-
-namespace fs = std::filesystem;
 
 const useconds_t kLookEvery = 2000;  // microseconds
 const double kGrace = 20;            // real seconds that a slow machine may need on top

@@ -60,6 +60,7 @@ static std::string PlaceOf(const std::string &node)
 std::optional<std::vector<Disk>> ListDisks(const std::string &root)
 {
     const std::string folder = root + "/dev/disk/by-label/";
+    const std::string blocks = root + "/sys/class/block/";
     std::vector<Disk> disks;
     for (const std::string &name : LinksIn(folder)) {
         std::error_code error;
@@ -67,7 +68,7 @@ std::optional<std::vector<Disk>> ListDisks(const std::string &root)
         if (error)  // it went meanwhile
             continue;
         const std::string device = target.filename();
-        const std::string block = root + "/sys/class/block/" + device;
+        const std::string block = blocks + device;
         Disk disk;
         disk.label = UnescapeLabel(name);
         disk.node = (fs::path("/dev/disk/by-label") / target).lexically_normal();

@@ -240,7 +240,7 @@ void SignalWork()
 // Tells the first of what has happened, up to the number `last`. False if there is nothing.
 static bool TellNext(uint64_t last)
 {
-    const DADiskRef disk = NextArrival();
+    DADiskRef disk = NextArrival();
     const uint64_t completion = FirstCompletion();
     if (disk != nullptr && disk->arrival <= last &&
         (completion == 0 || disk->arrival < completion)) {

@@ -22,7 +22,7 @@ static constexpr ObjectType kDissenterType = {DestroyDissenter, nullptr, nullptr
 
 static constexpr __DADissenter kNoMemory = {{&kDissenterType, kImmortal}, kDAReturnNoResources};
 
-DADissenterRef NewDissenter(DAReturn status)
+DADissenterRef CreateDissenter(DAReturn status)
 {
     if (status == kDAReturnSuccess)
         return nullptr;

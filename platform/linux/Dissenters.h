@@ -6,7 +6,7 @@
 
 // The dissenter of that status, the caller's; null for kDAReturnSuccess. When memory runs out it
 // tells of kDAReturnNoResources instead.
-DADissenterRef NewDissenter(DAReturn status);
+DADissenterRef CreateDissenter(DAReturn status);
 
 // The status of an error of the system: a code of its own, or unix_err.
 DAReturn StatusOfErrno(int error);

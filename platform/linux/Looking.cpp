@@ -97,8 +97,10 @@ static int CompareAges(const void *left, const void *right)
 {
     const int64_t one = static_cast<const Link *>(left)->made;
     const int64_t other = static_cast<const Link *>(right)->made;
-    if (one == other)
-        return CompareLinks(right, left);
+    if (one == other) {
+        const int names = CompareLinks(left, right);
+        return (names < 0 ? 1 : 0) - (names > 0 ? 1 : 0);
+    }
     return one > other ? -1 : 1;
 }
 

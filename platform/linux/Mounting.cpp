@@ -136,7 +136,7 @@ void CompleteMount(DADiskRef disk, DADiskMountCallback callback, void *context, 
 {
     if (callback == nullptr)
         return;
-    DADissenterRef dissenter = NewDissenter(status);
+    DADissenterRef dissenter = CreateDissenter(status);
     callback(disk, dissenter, context);
     Release(dissenter);
 }

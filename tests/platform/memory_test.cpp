@@ -250,12 +250,12 @@ TEST_CASE("each error has its status, and a dissenter without memory says so")
     CHECK(StatusOfMount(128) == unix_err(EINTR));
     CHECK(StatusOfMount(128 + 9) == unix_err(EINTR));
     CHECK(StatusOfMount(-1) == unix_err(EIO));
-    CHECK(NewDissenter(kDAReturnSuccess) == nullptr);
+    CHECK(CreateDissenter(kDAReturnSuccess) == nullptr);
     g_left = 1;
-    DADissenterRef dissenter = NewDissenter(kDAReturnBusy);
+    DADissenterRef dissenter = CreateDissenter(kDAReturnBusy);
     CHECK(DADissenterGetStatus(dissenter) == kDAReturnNoResources);
     CFRelease(dissenter);
-    dissenter = NewDissenter(kDAReturnBusy);
+    dissenter = CreateDissenter(kDAReturnBusy);
     CHECK(DADissenterGetStatus(dissenter) == kDAReturnBusy);
     CFRelease(dissenter);
 }

@@ -131,7 +131,8 @@ std::string PackageVolume(const std::string &name)
 std::string PackageName(std::string fileName)
 {
     StripExtension(fileName.data());
-    return fileName.c_str();
+    fileName.resize(strlen(fileName.c_str()));
+    return fileName;
 }
 
 std::string OpenCommand(const std::string &path)
