@@ -1,9 +1,11 @@
 // actions.cpp - the statements of a scenario, each a case of PlayStep.
 #include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -23,7 +25,8 @@ namespace
 namespace fs = std::filesystem;
 
 const double kDefaultWithin = 120;  // seconds of the daemon
-const double kModemStart = 1;       // seconds from the modem's port to its disk
+const char kAutomountFile[] = "/run/kestrun/automount";
+const double kModemStart = 1;  // seconds from the modem's port to its disk
 
 void PlayExpectation(Player *player, const Step &step)
 {
@@ -153,10 +156,9 @@ void PlayFillLog(Player *player, double bytes)
     LookAround(player);  // before the daemon cuts it
 }
 
-void PlayPlug(Player *player, const Step &step)
+void PlugIn(Player *player, const std::string &name, const std::string &label, Medium medium,
+            bool modem)
 {
-    const bool modem = step.act == Act::PlugModem;
-    const std::string label = step.strings.empty() ? observe::kDefaultVolumeName : step.strings[0];
     std::string why;
     if (modem) {
         Outside(player, std::string("the modem is plugged in; its port: ") + kModemPort);
@@ -166,30 +168,76 @@ void PlayPlug(Player *player, const Step &step)
         }
         PlayWait(player, kModemStart);
     }
+    const double late = std::exchange(player->labelAfter, 0);
+    if (late > 0) {
+        Outside(player, "a disk is there that shows no label yet");
+        PlayWait(player, late);
+    }
     Outside(player, (modem ? "its disk " : "a disk is plugged in: ") + QuotedText(label));
-    const Medium medium = step.act == Act::PlugImage         ? Medium::Image
-                          : step.act == Act::PlugBrokenImage ? Medium::BrokenImage
-                                                             : Medium::Folder;
-    if (!PlugDisk(&player->hardware, step.name, label, medium, &why)) {
+    if (!PlugDisk(&player->hardware, name, label, medium, &why)) {
         FailScenario(player, why);
         return;
     }
-    player->hardware.disks[step.name].modem = modem;
+    player->hardware.disks[name].modem = modem;
+}
+
+void PlayPlug(Player *player, const Step &step)
+{
+    const Medium medium = step.act == Act::PlugImage         ? Medium::Image
+                          : step.act == Act::PlugBrokenImage ? Medium::BrokenImage
+                                                             : Medium::Folder;
+    PlugIn(player, step.name, step.strings.empty() ? observe::kDefaultVolumeName : step.strings[0],
+           medium, step.act == Act::PlugModem);
+}
+
+// The disk of the name that the step says; null, and the scenario has failed, when there is none.
+const Disk *DiskOf(Player *player, const Step &step)
+{
+    const auto found = player->hardware.disks.find(step.name);
+    if (found != player->hardware.disks.end())
+        return &found->second;
+    FailScenario(player, "line " + std::to_string(step.place.line) + ": the disk " + step.name +
+                             " is not plugged in");
+    return nullptr;
 }
 
 void PlayUnplug(Player *player, const Step &step)
 {
-    const auto found = player->hardware.disks.find(step.name);
-    if (found == player->hardware.disks.end()) {
-        FailScenario(player, "line " + std::to_string(step.place.line) + ": the disk " + step.name +
-                                 " is not plugged in");
+    const Disk *disk = DiskOf(player, step);
+    if (disk == nullptr)
         return;
-    }
-    const bool modem = found->second.modem;
+    const bool modem = disk->modem;
     Outside(player, modem ? "the modem is pulled" : "the disk " + step.name + " is pulled");
     if (modem)
         UnplugPort(&player->hardware, kModemPort);
     UnplugDisk(&player->hardware, step.name);
+}
+
+void PlayReset(Player *player, const Step &step)
+{
+    const Disk *found = DiskOf(player, step);
+    if (found == nullptr)
+        return;
+    const Disk disk = *found;
+    PlayUnplug(player, step);
+    PlugIn(player, step.name, disk.label, disk.image ? Medium::Image : Medium::Folder, disk.modem);
+}
+
+// Stops the daemon or lets it go on.
+void PlaySleep(Player *player, const Step &step)
+{
+    const bool suspend = step.act == Act::Suspend;
+    if (player->daemon.pid <= 0 || player->suspended == suspend) {
+        FailScenario(player,
+                     "line " + std::to_string(step.place.line) + ": " +
+                         (player->daemon.pid <= 0 ? "no daemon runs: put \"start daemon\" before it"
+                          : suspend ? "the machine sleeps already: put \"resume\" before it"
+                                    : "the machine is awake: put \"suspend\" before it"));
+        return;
+    }
+    Outside(player, suspend ? "the machine goes to sleep" : "the machine wakes up");
+    player->suspended = suspend;
+    (void)kill(player->daemon.pid, suspend ? SIGSTOP : SIGCONT);
 }
 
 // At boot the system mounts what it finds, before the daemon is there to object.
@@ -230,6 +278,7 @@ void PlayKill(Player *player)
 {
     LookAround(player);
     KillProcess(&player->daemon);
+    player->suspended = false;
     RestartLog(&player->observed.log);
     Outside(player, "the daemon is killed");
 }
@@ -343,6 +392,12 @@ void PlayStep(Player *player, const Step &step)
         ClearState(player->world, "mount-refuses");
         Rearrange(player, "mount-holds", step.text);
         return;
+    case Act::ProbeHangs: Arrange(player, "probe-hangs", "", step.text); return;
+    case Act::ProbeWorks: Rearrange(player, "probe-hangs", step.text); return;
+    case Act::Automount:
+        Outside(player, "the system mounts disks by itself");
+        PutFile(player, kAutomountFile, "");
+        return;
     case Act::MakeFolder:
         Outside(player, step.text);
         (void)observe::MakeFolders(text);
@@ -373,6 +428,7 @@ void PlayStep(Player *player, const Step &step)
     case Act::DaemonMemory: PlayDaemonMemory(player, step.numbers[0]); return;
     case Act::ClockSet:
     case Act::ClockRight: PlayClock(player, step); return;
+    case Act::LabelAfter: player->labelAfter = step.numbers[0]; return;
     case Act::PlugModem:
     case Act::PlugDisk:
     case Act::PlugImage:
@@ -382,9 +438,12 @@ void PlayStep(Player *player, const Step &step)
     case Act::UnplugPort: PlayPort(player, step); return;
     case Act::Touch:
     case Act::ChangeMedium: PlayChange(player, step); return;
+    case Act::Reset: PlayReset(player, step); return;
     case Act::SystemMounts: PlaySystemMounts(player, step); return;
     case Act::StartDaemon: PlayStart(player); return;
     case Act::KillDaemon: PlayKill(player); return;
+    case Act::Suspend:
+    case Act::Resume: PlaySleep(player, step); return;
     case Act::Wait: PlayWait(player, step.numbers[0]); return;
     case Act::WaitRandom: PlayRandomWait(player, step); return;
     case Act::WaitIdle: PlayWaitIdle(player); return;

@@ -44,6 +44,8 @@ struct Player {  // NOLINT(cert-msc32-c,cert-msc51-cpp)
     World world;
     Hardware hardware;
     Process daemon;
+    bool suspended = false;  // the daemon stands still
+    double labelAfter = 0;   // of the next disk, in seconds of the daemon
     Recorder recorder;
     Sighting sighting;  // the newest one, for the recorder
     Observed observed;

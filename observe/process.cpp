@@ -68,7 +68,8 @@ bool IsEndless(const SystemCall &call)
 {
     const bool minusOne = static_cast<int>(call.arguments[2]) == -1;
 #ifdef SYS_poll
-    if (call.number == SYS_poll)
+    // Poll has another number, and its own arguments, after the process was stopped or the machine slept.
+    if (call.number == SYS_poll || call.number == SYS_restart_syscall)
         return minusOne;
 #endif
 #ifdef SYS_epoll_wait
@@ -239,8 +240,9 @@ Sleep SleepOf(long pid)
         return Sleep::Awake;
     if (state != 'S' || !ReadSystemCall(pid, &call))
         return Sleep::Unknown;
-    const bool timed = call.number == SYS_clock_nanosleep || call.number == SYS_nanosleep;
-    return timed ? Sleep::Timed : IsEndless(call) ? Sleep::Endless : Sleep::Awake;
+    const bool timed = call.number == SYS_clock_nanosleep || call.number == SYS_nanosleep ||
+                       call.number == SYS_restart_syscall;
+    return IsEndless(call) ? Sleep::Endless : timed ? Sleep::Timed : Sleep::Awake;
 }
 
 bool IsIdle(long pid)

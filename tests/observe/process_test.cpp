@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -169,4 +170,43 @@ TEST_CASE("a record that the file does not hold yet, or not whole, is read from 
     CHECK(begunOnes >= 5);
     StopWriter(&writer);
     std::filesystem::remove_all(folder);
+}
+
+// True when the process comes to wait so within a second.
+static bool Comes(pid_t pid, observe::Sleep sleep)
+{
+    for (int tries = 1000; tries > 0 && observe::SleepOf(pid) != sleep; --tries)
+        (void)usleep(1000);
+    return observe::SleepOf(pid) == sleep;
+}
+
+TEST_CASE("a process that was stopped waits afterwards as it did before")
+{
+    struct Row {
+        void (*wait)();
+        observe::Sleep sleep;
+    };
+    const Row rows[] = {
+        {[] { (void)poll(nullptr, 0, -1); }, observe::Sleep::Endless},
+        {[] { (void)sleep(1000); }, observe::Sleep::Timed},
+    };
+    for (const Row &row : rows) {
+        const pid_t child = fork();
+        REQUIRE(child >= 0);
+        if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            row.wait();
+            _exit(0);
+        }
+        CHECK(Comes(child, row.sleep));
+        for (const int number : {SIGSTOP, SIGCONT}) {
+            REQUIRE(kill(child, number) == 0);
+            int status = 0;
+            REQUIRE(waitpid(child, &status, WUNTRACED | WCONTINUED) == child);
+        }
+        CHECK(Comes(child, row.sleep));
+        CHECK(observe::IsIdle(child) == (row.sleep == observe::Sleep::Endless));
+        (void)kill(child, SIGKILL);
+        CHECK(waitpid(child, nullptr, 0) == child);
+    }
 }
