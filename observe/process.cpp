@@ -68,7 +68,8 @@ bool IsEndless(const SystemCall &call)
 {
     const bool minusOne = static_cast<int>(call.arguments[2]) == -1;
 #ifdef SYS_poll
-    // Poll has another number, and its own arguments, after the process was stopped or the machine slept.
+    // Poll has another number, and its own arguments, after the process was stopped or the machine
+    // slept.
     if (call.number == SYS_poll || call.number == SYS_restart_syscall)
         return minusOne;
 #endif
