@@ -126,7 +126,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
         FUZZ_CHECK(written == Interpreted(whole, &ignored));
         return 0;
     }
-    // A message with an invalid specification is empty; one that prints a character where it breaks
+    // A message with an invalid directive is empty; one that prints a character where it breaks
     // off goes on behind it. Up to there the line is the same.
     const std::string before =
         Interpreted((head + message.substr(0, lone)).substr(0, kMost), &ignored);
